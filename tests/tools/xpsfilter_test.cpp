@@ -53,7 +53,7 @@ Outcome RunTool(const std::vector<std::string>& args) {
 }
 
 fs::path WorkDir(const std::string& name) {
-    fs::path dir = fs::temp_directory_path() / "fu_xpsfilter_tests" / name;
+    fs::path dir = testpackages::ProcessTempDir() / name;
     fs::remove_all(dir);
     fs::create_directories(dir);
     return dir;
