@@ -18,8 +18,7 @@ const ZorunCoreApi& GetApi() {
     } catch (const platform::DelayLoadError& error) {
         // The hook throws ExceptionDelayLoadDllLoadFailure itself when the library is missing;
         // what reaches here is a library without the entry point.
-        THROW_COM(HRESULT_FROM_WIN32(error.GetError()), L"CoreLibrary::GetApi", "%s",
-                  error.what());
+        THROW_COM(HRESULT_FROM_WIN32(error.GetError()), L"CoreLibrary::GetApi", "%s", error.what());
     }
     if (api == nullptr || api->version < ZORUNCORE_API_VERSION ||
         api->structSize < sizeof(ZorunCoreApi)) {

@@ -65,14 +65,18 @@ DllDelayLoader::DllDelayLoader() = default;
 DllDelayLoader::DllDelayLoader(bool utilityLibraryDelayLoaded)
     : m_utilityLibraryDelayLoaded(utilityLibraryDelayLoaded) {}
 
-DllDelayLoader::~DllDelayLoader() { Release(); }
+DllDelayLoader::~DllDelayLoader() {
+    Release();
+}
 
 void DllDelayLoader::OnProcessAttach(HMODULE module) {
     m_module = module;
     m_enabled = true;
 }
 
-const char* DllDelayLoader::GetUtilityLibraryFileName() { return FU_UTILITY_LIBRARY_FILE_NAME; }
+const char* DllDelayLoader::GetUtilityLibraryFileName() {
+    return FU_UTILITY_LIBRARY_FILE_NAME;
+}
 
 DllDelayLoader& DllDelayLoader::GetProcessLoader() {
     static ProcessDllDelayLoader loader;  // destroyed at process end: releases the libraries
@@ -153,7 +157,8 @@ HMODULE DllDelayLoader::OnPreLoadLibrary(const char* name) {
             if (isUtilityLibrary) return nullptr;
             ThrowDelayLoadDllLoadFailureException(name);
         }
-        if (m_utilityLibraryLoaded && !isUtilityLibrary) ThrowDelayLoadDllLoadFailureException(name);
+        if (m_utilityLibraryLoaded && !isUtilityLibrary)
+            ThrowDelayLoadDllLoadFailureException(name);
         return nullptr;
     }
     Record(name, isUtilityLibrary);
@@ -183,8 +188,8 @@ void DllDelayLoader::Release() {
     for (const std::string& name : names) {
         if (__FUnloadDelayLoadedDLL2(name.c_str()) && !m_utilityLibraryDelayLoaded) {
             LogPerformanceMessage(ZorunUtilities::SafeFormatString(
-                L"<<@@@ %s: Released Delay Loaded dll, %S",
-                static_cast<const wchar_t*>(moduleName), name.c_str()));
+                L"<<@@@ %s: Released Delay Loaded dll, %S", static_cast<const wchar_t*>(moduleName),
+                name.c_str()));
         }
     }
 }

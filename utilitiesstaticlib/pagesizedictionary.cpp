@@ -70,8 +70,8 @@ std::vector<const PageSizeDictionaryEntry*> PageSizeDictionary::GetPageSizeEntry
     if (w <= 0 || h < 0) return found;
     const ZorunCoreApi& api = CoreLibrary::GetApi();
     std::vector<uint32_t> indices(8);
-    uint32_t count = api.FindPageSizesBySize(w, h, indices.data(),
-                                             static_cast<uint32_t>(indices.size()));
+    uint32_t count =
+        api.FindPageSizesBySize(w, h, indices.data(), static_cast<uint32_t>(indices.size()));
     if (count > indices.size()) {
         indices.resize(count);
         count = api.FindPageSizesBySize(w, h, indices.data(), count);

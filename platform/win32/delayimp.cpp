@@ -36,9 +36,9 @@ FARPROC Notify(PfnDliHook hook, unsigned notification, DelayLoadInfo& info) {
 namespace platform {
 
 DelayLoadError::DelayLoadError(DWORD error, std::string library, std::string procedure)
-    : std::runtime_error((error == ERROR_PROC_NOT_FOUND ? "delay load: no function " + procedure +
-                                                              " in " + library
-                                                        : "delay load: cannot load " + library)),
+    : std::runtime_error((error == ERROR_PROC_NOT_FOUND
+                              ? "delay load: no function " + procedure + " in " + library
+                              : "delay load: cannot load " + library)),
       m_error(error),
       m_library(std::move(library)),
       m_procedure(std::move(procedure)) {}
@@ -92,7 +92,9 @@ FARPROC DelayLoadHelper(const char* library, const char* procedure) {
     return function;
 }
 
-std::uint64_t DelayLoadGeneration() { return Bound().generation.load(std::memory_order_acquire); }
+std::uint64_t DelayLoadGeneration() {
+    return Bound().generation.load(std::memory_order_acquire);
+}
 
 HMODULE GetDelayLoadedModule(const char* library) {
     if (library == nullptr) return nullptr;

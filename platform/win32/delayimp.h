@@ -42,14 +42,14 @@ struct DelayLoadProc {
 
 // What the hook is told about the call being bound.
 struct DelayLoadInfo {
-    DWORD cb;               // size of this record
-    const void* pidd;       // the import descriptor (none here: null)
-    FARPROC* ppfn;          // where the bound address is stored (none here: null)
-    LPCSTR szDll;           // the library's name
-    DelayLoadProc dlp;      // the function's name
-    HMODULE hmodCur;        // the library's handle once loaded
-    FARPROC pfnCur;         // the function's address once found
-    DWORD dwLastError;      // the error of the failed step (dliFail... notifications)
+    DWORD cb;           // size of this record
+    const void* pidd;   // the import descriptor (none here: null)
+    FARPROC* ppfn;      // where the bound address is stored (none here: null)
+    LPCSTR szDll;       // the library's name
+    DelayLoadProc dlp;  // the function's name
+    HMODULE hmodCur;    // the library's handle once loaded
+    FARPROC pfnCur;     // the function's address once found
+    DWORD dwLastError;  // the error of the failed step (dliFail... notifications)
 };
 using PDelayLoadInfo = DelayLoadInfo*;
 using PCDelayLoadInfo = const DelayLoadInfo*;

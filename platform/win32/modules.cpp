@@ -50,8 +50,8 @@ int CollectModule(dl_phdr_info* info, std::size_t, void* context) {
     LoadedModule module;
     module.base = where.dli_fbase;
     module.isProgram = modules->empty();  // the loader reports the program first
-    module.path = module.isProgram ? ProgramPath()
-                                   : std::string(info->dlpi_name ? info->dlpi_name : "");
+    module.path =
+        module.isProgram ? ProgramPath() : std::string(info->dlpi_name ? info->dlpi_name : "");
     if (!module.isProgram && module.path.empty()) return 0;
     modules->push_back(std::move(module));
     return 0;
@@ -149,7 +149,9 @@ HMODULE WINAPI LoadLibraryExA(LPCSTR fileName, HANDLE file, DWORD flags) {
     return base;  // the dlopen reference stays: it is the one FreeLibrary releases
 }
 
-HMODULE WINAPI LoadLibraryA(LPCSTR fileName) { return LoadLibraryExA(fileName, nullptr, 0); }
+HMODULE WINAPI LoadLibraryA(LPCSTR fileName) {
+    return LoadLibraryExA(fileName, nullptr, 0);
+}
 
 HMODULE WINAPI LoadLibraryW(LPCWSTR fileName) {
     if (fileName == nullptr) return Fail(ERROR_INVALID_PARAMETER, "LoadLibraryW: null name");
@@ -288,7 +290,9 @@ BOOL WINAPI FreeLibrary(HMODULE module) {
 
 namespace platform {
 
-std::string GetLastModuleError() { return t_lastModuleError; }
+std::string GetLastModuleError() {
+    return t_lastModuleError;
+}
 
 bool IsModuleLoaded(const char* moduleName) {
     LoadedModule found;

@@ -89,7 +89,8 @@ bool ParseForm(const std::wstring& name, const std::wstring& text, _tag_FormsInf
     std::size_t out = 0;
     for (wchar_t c : name) {
         auto codePoint = static_cast<char32_t>(c);
-        if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF)) codePoint = 0xFFFD;
+        if (codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint <= 0xDFFF))
+            codePoint = 0xFFFD;
         if (codePoint >= 0x10000) {
             if (out + 2 > 63) break;
             codePoint -= 0x10000;
@@ -167,7 +168,7 @@ namespace platform {
 std::string PrinterRegistryDirectory() {
     const char* configured = std::getenv("FU_PRINTER_REGISTRY");
     return configured != nullptr && *configured != '\0' ? std::string(configured)
-                                                         : std::string("/etc/xpsfilter/printers");
+                                                        : std::string("/etc/xpsfilter/printers");
 }
 
 PrinterConfiguration ReadPrinterConfiguration(const wchar_t* printerName) {
@@ -178,8 +179,8 @@ PrinterConfiguration ReadPrinterConfiguration(const wchar_t* printerName) {
     std::wstring file = Utf8ToWide(directory + "/printer.ini");
 
     configuration.driverName = ReadValue(file, L"Printer", L"DriverName");
-    ParseResolution(ReadValue(file, L"Printer", L"Resolution"),
-                    configuration.horizontalResolution, configuration.verticalResolution);
+    ParseResolution(ReadValue(file, L"Printer", L"Resolution"), configuration.horizontalResolution,
+                    configuration.verticalResolution);
     configuration.margins[0] = ReadMargin(file, L"Left");
     configuration.margins[1] = ReadMargin(file, L"Top");
     configuration.margins[2] = ReadMargin(file, L"Right");
@@ -199,9 +200,10 @@ PrinterConfiguration ReadPrinterConfiguration(const wchar_t* printerName) {
             configuration.formNames.push_back(name);
         } else {
             configuration.rejectedForms.push_back(name + L"=" + value);
-            std::string message = "printer registry: " + WideToUtf8(printerName) +
-                                  ": form ignored (expected kind,paper id,width,height,value): " +
-                                  WideToUtf8(name) + "=" + WideToUtf8(value) + "\n";
+            std::string message =
+                "printer registry: " + WideToUtf8(printerName) +
+                ": form ignored (expected kind,paper id,width,height,value): " + WideToUtf8(name) +
+                "=" + WideToUtf8(value) + "\n";
             OutputDebugStringA(message.c_str());
         }
     }

@@ -35,10 +35,10 @@ inline constexpr WORD DC_PRIVATE_FORMS = 65525;    // its form list (FormsInfoRe
 inline constexpr WORD DC_PRIVATE_MARGINS = 65518;  // its margins: four LONGs, microns
 
 // Public DeviceCapabilities indices answered here.
-inline constexpr WORD DC_PAPERS = 2;             // WORD paper ids
-inline constexpr WORD DC_PAPERSIZE = 3;          // POINT sizes, tenths of a millimetre
-inline constexpr WORD DC_ENUMRESOLUTIONS = 13;   // LONG pairs: horizontal, vertical dpi
-inline constexpr WORD DC_PAPERNAMES = 16;        // 64-character names
+inline constexpr WORD DC_PAPERS = 2;            // WORD paper ids
+inline constexpr WORD DC_PAPERSIZE = 3;         // POINT sizes, tenths of a millimetre
+inline constexpr WORD DC_ENUMRESOLUTIONS = 13;  // LONG pairs: horizontal, vertical dpi
+inline constexpr WORD DC_PAPERNAMES = 16;       // 64-character names
 
 // GetDeviceCaps indices answered here.
 inline constexpr int LOGPIXELSX = 88;
@@ -58,14 +58,14 @@ namespace MSDeviceCapabilities {
 
 // One form of the driver's form list (DeviceCapabilitiesW index 65525): a 152-byte record.
 struct _tag_FormsInfoRec {
-    WORD paperId;           // devmode paper-size number; 256: a user-defined size
+    WORD paperId;  // devmode paper-size number; 256: a user-defined size
     WORD padding;
-    DWORD width;            // tenths of a millimetre
-    DWORD height;           // tenths of a millimetre
-    INT32 dataModelValue;   // the driver data model's value id of the form
-    DWORD reserved;         // zero
-    DWORD kind;             // FormKind
-    WORD name[64];          // the form's name, UTF-16, NUL-terminated (cut to 63 units)
+    DWORD width;           // tenths of a millimetre
+    DWORD height;          // tenths of a millimetre
+    INT32 dataModelValue;  // the driver data model's value id of the form
+    DWORD reserved;        // zero
+    DWORD kind;            // FormKind
+    WORD name[64];         // the form's name, UTF-16, NUL-terminated (cut to 63 units)
 };
 static_assert(sizeof(_tag_FormsInfoRec) == 152, "the form record is a 152-byte wire format");
 

@@ -5,7 +5,8 @@
 #
 #   cmake -DSOURCE_DIR=<repository root> -DOUTPUT_DIR=<folder> -P generatepagesizes.cmake
 #
-# writes <folder>/datamodelids_pagesizes.inc and <folder>/pagesizetable.inc. The build's
+# writes <folder>/datamodelids_pagesizes.inc and <folder>/pagesizetable.inc; with
+# -DCOMPARE_WITH_SOURCES=ON it then fails unless they equal the checked-in ones. The build's
 # "regenerate_pagesizes" target writes them into the source tree; the test
 # "core_pagesizetable_is_current" checks that the checked-in files are what this script makes.
 #
@@ -96,3 +97,17 @@ file(WRITE "${OUTPUT_DIR}/datamodelids_pagesizes.inc"
 file(WRITE "${OUTPUT_DIR}/pagesizetable.inc"
      "${provenance}// Rows of ZorunCorePageSize: value id, width and height (microns), DMPAPER id,\n"
      "// flags, option name.\n${table_lines}")
+
+if(COMPARE_WITH_SOURCES)
+    foreach(pair "datamodelids_pagesizes.inc;support/utilities" "pagesizetable.inc;support/core")
+        list(GET pair 0 name)
+        list(GET pair 1 folder)
+        file(READ "${OUTPUT_DIR}/${name}" generated)
+        file(READ "${SOURCE_DIR}/${folder}/${name}" checked_in)
+        if(NOT generated STREQUAL checked_in)
+            message(FATAL_ERROR "${folder}/${name} is not what the page size tables make: "
+                                "build the target regenerate_pagesizes")
+        endif()
+    endforeach()
+    message(STATUS "the page size sources are current")
+endif()

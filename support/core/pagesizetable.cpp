@@ -14,7 +14,9 @@ constexpr ZorunCorePageSize kPageSizes[] = {
 };
 constexpr uint32_t kPageSizeCount = static_cast<uint32_t>(std::size(kPageSizes));
 
-uint32_t PageSizeCount() { return kPageSizeCount; }
+uint32_t PageSizeCount() {
+    return kPageSizeCount;
+}
 
 const ZorunCorePageSize* PageSizeAt(uint32_t index) {
     return index < kPageSizeCount ? &kPageSizes[index] : nullptr;
@@ -51,8 +53,13 @@ int32_t FindPageSizeByOptionName(const wchar_t* optionName) {
 }
 
 constexpr ZorunCoreApi kApi = {
-    sizeof(ZorunCoreApi), ZORUNCORE_API_VERSION, &PageSizeCount,           &PageSizeAt,
-    &FindPageSizesBySize, &FindPageSizeByValueId, &FindPageSizeByOptionName,
+    sizeof(ZorunCoreApi),
+    ZORUNCORE_API_VERSION,
+    &PageSizeCount,
+    &PageSizeAt,
+    &FindPageSizesBySize,
+    &FindPageSizeByValueId,
+    &FindPageSizeByOptionName,
 };
 
 }  // namespace

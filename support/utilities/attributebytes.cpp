@@ -92,8 +92,7 @@ const AttributeBytesRawList& AttributeBytesItem::GetCollection() const {
 }
 
 bool operator==(const AttributeBytesItem& a, const AttributeBytesItem& b) {
-    if (a.m_featureId != b.m_featureId || a.m_type != b.m_type ||
-        a.m_specified != b.m_specified) {
+    if (a.m_featureId != b.m_featureId || a.m_type != b.m_type || a.m_specified != b.m_specified) {
         return false;
     }
     switch (a.m_type) {
@@ -110,7 +109,9 @@ bool operator==(const AttributeBytesItem& a, const AttributeBytesItem& b) {
 
 AttributeBytesIndexedList::~AttributeBytesIndexedList() = default;
 
-bool AttributeBytesIndexedList::IsEmpty() const { return m_items.IsEmpty(); }
+bool AttributeBytesIndexedList::IsEmpty() const {
+    return m_items.IsEmpty();
+}
 
 void AttributeBytesIndexedList::ImportFromRawList(const AttributeBytesRawList& raw) {
     AttributeBytesRawList items = raw;  // copy first: `raw` may be this list's own

@@ -60,8 +60,7 @@ public:
     // `unit` is a Dimension::UnitsEnum code (dimension.h).
     static AttributeBytesItem MakeDimension(long featureId, double value, int unit,
                                             bool specified = true);
-    static AttributeBytesItem MakeString(long featureId, std::wstring value,
-                                         bool specified = true);
+    static AttributeBytesItem MakeString(long featureId, std::wstring value, bool specified = true);
     static AttributeBytesItem MakeCollection(long featureId, AttributeBytesRawList value,
                                              bool specified = true);
 

@@ -66,9 +66,9 @@ AttributeBytesIndexedList& AttributeBytesReader::GetAttributeBytesIndexedListRef
 }
 
 void AttributeBytesReader::Dump() const {
-    std::string text = "AttributeBytesReader: " +
-                       std::to_string(GetAttributeBytesIndexedListRef().GetCount()) +
-                       " attributes\n";
+    std::string text =
+        "AttributeBytesReader: " + std::to_string(GetAttributeBytesIndexedListRef().GetCount()) +
+        " attributes\n";
     DumpList(GetAttributeBytesIndexedListRef().GetRawList(), 1, text);
     OutputDebugStringA(text.c_str());
 }

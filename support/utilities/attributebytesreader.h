@@ -72,15 +72,13 @@ public:
     static Dimension GetDimensionValue(const AttributeBytesIndexedList& list, long featureId,
                                        const Dimension& defaultValue);
     static CXString GetStringValueFromAttributeBytes(const AttributeBytesIndexedList& list,
-                                                     long featureId,
-                                                     const CXString& defaultValue);
+                                                     long featureId, const CXString& defaultValue);
     static bool GetCollection(const AttributeBytesIndexedList& list, long featureId,
                               AttributeBytesIndexedList& collection);
     static DataModelIds::tagValueEnum GetOptionValueOrNewId(
         const AttributeBytesIndexedList& list, long featureId,
         DataModelIds::tagValueEnum defaultValue);
-    static bool IsSpecifiedInAttributeBytes(const AttributeBytesIndexedList& list,
-                                            long featureId);
+    static bool IsSpecifiedInAttributeBytes(const AttributeBytesIndexedList& list, long featureId);
 
 private:
     AttributeBytesIndexedList m_list;

@@ -101,8 +101,8 @@ bool ReadString(Cursor& payload, std::wstring& text, std::string& error) {
                 error = "string with an unpaired surrogate";
                 return false;
             }
-            text.push_back(static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) +
-                                                (low - 0xDC00)));
+            text.push_back(
+                static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00)));
         } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
             error = "string with an unpaired surrogate";
             return false;
@@ -144,8 +144,7 @@ bool ReadAttribute(Cursor& cursor, int depth, AttributeBytesRawList& list, std::
             payload.I32(value);
             list.Add(type == static_cast<std::uint8_t>(AttributeBytesType::OptionValue)
                          ? AttributeBytesItem::MakeOptionValue(
-                               featureId, static_cast<DataModelIds::tagValueEnum>(value),
-                               specified)
+                               featureId, static_cast<DataModelIds::tagValueEnum>(value), specified)
                          : AttributeBytesItem::MakeInteger(featureId, value, specified));
             return true;
         }
@@ -277,8 +276,7 @@ bool WriteAttribute(Output& out, const AttributeBytesItem& item, int depth, std:
             out.U8(item.GetBoolean() ? 1 : 0);
             break;
         case AttributeBytesType::Dimension:
-            if (!std::isfinite(item.GetDimensionValue()) ||
-                !IsKnownUnit(item.GetDimensionUnit())) {
+            if (!std::isfinite(item.GetDimensionValue()) || !IsKnownUnit(item.GetDimensionUnit())) {
                 error = "dimension that is not a finite number of a known unit";
                 return false;
             }
@@ -339,8 +337,7 @@ bool WriteList(Output& out, const AttributeBytesRawList& list, int depth, std::s
 
 }  // namespace
 
-PersistentAttributes::PersistentAttributes(const ByteBuffer& serialised,
-                                           bool requireDriverVersion,
+PersistentAttributes::PersistentAttributes(const ByteBuffer& serialised, bool requireDriverVersion,
                                            DriverVersion* driverVersion) {
     Cursor cursor(serialised.data(), serialised.size());
     const unsigned char* magic = nullptr;
@@ -386,8 +383,8 @@ PersistentAttributes::PersistentAttributes(const ByteBuffer& serialised,
         std::uint32_t size = 0;
         std::uint16_t count = 0, nameSpaceReserved = 0;
         Cursor list(nullptr, 0);
-        if (!body.I32(id) || !body.U32(size) || !body.U16(count) ||
-            !body.U16(nameSpaceReserved) || !body.Sub(size, list)) {
+        if (!body.I32(id) || !body.U32(size) || !body.U16(count) || !body.U16(nameSpaceReserved) ||
+            !body.Sub(size, list)) {
             m_error = "namespace past the end of the data";
             return;
         }
