@@ -60,10 +60,11 @@ public:
 
 }  // namespace
 
-DllDelayLoader::DllDelayLoader() = default;
+DllDelayLoader::DllDelayLoader() : m_utilityLibraryFileName(FU_UTILITY_LIBRARY_FILE_NAME) {}
 
 DllDelayLoader::DllDelayLoader(bool utilityLibraryDelayLoaded)
-    : m_utilityLibraryDelayLoaded(utilityLibraryDelayLoaded) {}
+    : m_utilityLibraryDelayLoaded(utilityLibraryDelayLoaded),
+      m_utilityLibraryFileName(FU_UTILITY_LIBRARY_FILE_NAME) {}
 
 DllDelayLoader::~DllDelayLoader() {
     Release();
@@ -72,10 +73,6 @@ DllDelayLoader::~DllDelayLoader() {
 void DllDelayLoader::OnProcessAttach(HMODULE module) {
     m_module = module;
     m_enabled = true;
-}
-
-const char* DllDelayLoader::GetUtilityLibraryFileName() {
-    return FU_UTILITY_LIBRARY_FILE_NAME;
 }
 
 DllDelayLoader& DllDelayLoader::GetProcessLoader() {

@@ -47,7 +47,7 @@ public:
     HMODULE GetModule() const { return m_module; }
 
     // The file name the hook recognises as the utility library's (compared ignoring case).
-    static const char* GetUtilityLibraryFileName();
+    const char* GetUtilityLibraryFileName() const { return m_utilityLibraryFileName; }
 
     // The loader of this process: the one ZDliNotifyHook2 forwards to, attached to the module
     // this code is linked into when that module is loaded.
@@ -57,6 +57,8 @@ protected:
     // For a module that delay-loads the utility library itself: the hook then loads it without
     // logging, and throws only once the utility library is there to build the exception.
     explicit DllDelayLoader(bool utilityLibraryDelayLoaded);
+    // Another file name for the utility library (the name must outlive the loader).
+    void SetUtilityLibraryFileName(const char* fileName) { m_utilityLibraryFileName = fileName; }
 
 private:
     HMODULE OnPreLoadLibrary(const char* name);
@@ -69,6 +71,7 @@ private:
     std::vector<std::string> m_loadedLibraries;
     mutable std::mutex m_lock;  // guards m_loadedLibraries
     HMODULE m_module = nullptr;
+    const char* m_utilityLibraryFileName;
 };
 
 // The notification hook installed as the helper's __pfnDliNotifyHook2: forwards to the
