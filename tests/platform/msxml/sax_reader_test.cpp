@@ -281,6 +281,20 @@ TEST(SaxReader, EveryInputKindIsAccepted) {
         EXPECT_EQ(run.reader->parseURL(url), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
         EXPECT_EQ(run.reader->parseURL(L"http://example.invalid/page.fpage"), E_ACCESSDENIED);
     }
+    {
+        // UTF-16 markup, as Office writes FixedPages, with its byte-order mark.
+        SaxRun run;
+        std::u16string text = u"<a>\u00E9</a>";
+        std::string utf16("\xFF\xFE", 2);
+        for (char16_t c : text) {
+            utf16 += static_cast<char>(c & 0xFF);
+            utf16 += static_cast<char>(c >> 8);
+        }
+        CComPtr<IStream> stream;
+        ASSERT_EQ(platform::CreateMemoryStream(utf16.data(), utf16.size(), &stream), S_OK);
+        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(stream.p))), S_OK);
+        EXPECT_EQ(run.handler->events, expected);
+    }
     SaxRun run;
     EXPECT_EQ(run.reader->parse(CComVariant(7)), E_INVALIDARG);
     EXPECT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(nullptr))), E_INVALIDARG);
