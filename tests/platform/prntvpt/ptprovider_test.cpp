@@ -1,0 +1,395 @@
+// Tests of the PrintTicket provider API: handles, versions, argument checks, the stream contract
+// of PTMergeAndValidatePrintTicket and the file helper.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "platform/com/com.h"
+#include "platform/com/comobject.h"
+#include "platform/com/unicode.h"
+#include "platform/prntvpt/prntvpt.h"
+#include "platform/prntvpt/ticketcheck.h"
+
+namespace {
+
+const std::string kTicketDir = std::string(FU_CORPUS_DIR) + "/tickets/";
+
+const char kBase[] =
+    R"(<?xml version="1.0" encoding="UTF-8"?>)"
+    R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework" )"
+    R"(xmlns:psk="http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords" version="1">)"
+    R"(<psf:Feature name="psk:PageOrientation"><psf:Option name="psk:Portrait"/></psf:Feature>)"
+    R"(</psf:PrintTicket>)";
+const char kDelta[] =
+    R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework" )"
+    R"(xmlns:psk="http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords" version="1">)"
+    R"(<psf:Feature name="psk:PageOrientation"><psf:Option name="psk:Landscape"/></psf:Feature>)"
+    R"(</psf:PrintTicket>)";
+
+CComPtr<IStream> StreamOf(const std::string& bytes) {
+    CComPtr<IStream> stream;
+    EXPECT_EQ(platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream), S_OK);
+    return stream;
+}
+
+std::string Contents(IStream* stream) {
+    LARGE_INTEGER zero{};
+    stream->Seek(zero, STREAM_SEEK_SET, nullptr);
+    std::string bytes;
+    char buffer[4096];
+    ULONG got = 0;
+    while (SUCCEEDED(stream->Read(buffer, sizeof buffer, &got)) && got != 0) {
+        bytes.append(buffer, got);
+    }
+    return bytes;
+}
+
+ULONGLONG Position(IStream* stream) {
+    LARGE_INTEGER zero{};
+    ULARGE_INTEGER now{};
+    stream->Seek(zero, STREAM_SEEK_CUR, &now);
+    return now.QuadPart;
+}
+
+// A stream whose reads fail, or that cannot seek, to check how failures travel.
+class AwkwardStream final : public platform::ComObject<IStream> {
+public:
+    AwkwardStream(std::string bytes, HRESULT readResult, bool canSeek)
+        : bytes_(std::move(bytes)), readResult_(readResult), canSeek_(canSeek) {}
+    HRESULT Read(void* buffer, ULONG count, ULONG* read) override {
+        if (FAILED(readResult_)) return readResult_;
+        ULONG n = static_cast<ULONG>(std::min<std::size_t>(count, bytes_.size() - position_));
+        std::memcpy(buffer, bytes_.data() + position_, n);
+        position_ += n;
+        *read = n;
+        return n < count ? S_FALSE : S_OK;
+    }
+    HRESULT Write(const void*, ULONG, ULONG*) override { return STG_E_WRITEFAULT; }
+    HRESULT Seek(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER*) override {
+        if (!canSeek_) return E_NOTIMPL;
+        if (origin == STREAM_SEEK_SET) position_ = static_cast<std::size_t>(move.QuadPart);
+        return S_OK;
+    }
+    HRESULT SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
+    HRESULT CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT Commit(DWORD) override { return E_NOTIMPL; }
+    HRESULT Revert() override { return E_NOTIMPL; }
+    HRESULT LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+    HRESULT UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+    HRESULT Stat(STATSTG*, DWORD) override { return E_NOTIMPL; }
+    HRESULT Clone(IStream**) override { return E_NOTIMPL; }
+
+    std::size_t position_ = 0;
+
+private:
+    std::string bytes_;
+    HRESULT readResult_;
+    bool canSeek_;
+};
+
+class Provider : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(PTOpenProvider(L"Test Printer", 1, &provider_), S_OK); }
+    void TearDown() override {
+        if (provider_ != nullptr) PTCloseProvider(provider_);
+    }
+
+    HRESULT Merge(IStream* base, IStream* delta, EPrintTicketScope scope, IStream* result,
+                  std::wstring* text = nullptr) {
+        BSTR error = reinterpret_cast<BSTR>(0x1);
+        HRESULT hr = PTMergeAndValidatePrintTicket(provider_, base, delta, scope, result, &error);
+        if (text != nullptr) *text = error != nullptr ? std::wstring(error) : L"";
+        if (SUCCEEDED(hr)) {
+            EXPECT_EQ(error, nullptr);
+        }
+        if (hr == E_PRINTTICKET_FORMAT || hr == E_DELTA_PRINTTICKET_FORMAT) {
+            EXPECT_NE(error, nullptr) << "a ticket that is refused is explained";
+        }
+        if (error != reinterpret_cast<BSTR>(0x1)) SysFreeString(error);
+        return hr;
+    }
+
+    HPTPROVIDER provider_ = nullptr;
+};
+
+TEST(PrintTicketProviderCodes, HaveTheWindowsValues) {
+    EXPECT_EQ(static_cast<uint32_t>(E_PRINTTICKET_FORMAT), 0x80040003u);
+    EXPECT_EQ(static_cast<uint32_t>(E_PRINTCAPABILITIES_FORMAT), 0x80040004u);
+    EXPECT_EQ(static_cast<uint32_t>(E_DELTA_PRINTTICKET_FORMAT), 0x80040005u);
+    EXPECT_EQ(static_cast<uint32_t>(E_PRINTDEVICECAPABILITIES_FORMAT), 0x80040006u);
+    EXPECT_EQ(S_PT_NO_CONFLICT, 0x00040001);
+    EXPECT_EQ(S_PT_CONFLICT_RESOLVED, 0x00040002);
+    EXPECT_EQ(kPTPageScope, 0);
+    EXPECT_EQ(kPTDocumentScope, 1);
+    EXPECT_EQ(kPTJobScope, 2);
+}
+
+TEST(PrintTicketProviderHandles, OpenCheckArgumentsAndVersion) {
+    HPTPROVIDER provider = reinterpret_cast<HPTPROVIDER>(0x10);
+    EXPECT_EQ(PTOpenProvider(nullptr, 1, &provider), E_POINTER);
+    EXPECT_EQ(provider, nullptr);
+    EXPECT_EQ(PTOpenProvider(L"", 1, &provider), HRESULT_FROM_WIN32(ERROR_INVALID_PRINTER_NAME));
+    EXPECT_EQ(PTOpenProvider(L"P", 0, &provider), E_INVALIDARG);
+    EXPECT_EQ(PTOpenProvider(L"P", 2, &provider), E_INVALIDARG);
+    EXPECT_EQ(provider, nullptr);
+    EXPECT_EQ(PTOpenProvider(L"P", 1, nullptr), E_POINTER);
+
+    ASSERT_EQ(PTOpenProvider(L"\\\\server\\Any printer name at all", 1, &provider), S_OK);
+    EXPECT_NE(provider, nullptr);
+    HPTPROVIDER second = nullptr;
+    ASSERT_EQ(PTOpenProvider(L"P", 1, &second), S_OK);
+    EXPECT_NE(second, provider) << "every open gives its own handle";
+    EXPECT_EQ(PTCloseProvider(second), S_OK);
+    EXPECT_EQ(PTCloseProvider(provider), S_OK);
+}
+
+TEST(PrintTicketProviderHandles, OpenExNegotiatesTheVersion) {
+    HPTPROVIDER provider = nullptr;
+    DWORD used = 99;
+    ASSERT_EQ(PTOpenProviderEx(L"P", 5, 3, &provider, &used), S_OK);
+    EXPECT_EQ(used, 1u);
+    EXPECT_EQ(PTCloseProvider(provider), S_OK);
+    ASSERT_EQ(PTOpenProviderEx(L"P", 1, 1, &provider, &used), S_OK);
+    EXPECT_EQ(used, 1u);
+    EXPECT_EQ(PTCloseProvider(provider), S_OK);
+
+    EXPECT_EQ(PTOpenProviderEx(L"P", 1, 0, &provider, &used), E_INVALIDARG);
+    EXPECT_EQ(PTOpenProviderEx(L"P", 0, 0, &provider, &used), E_INVALIDARG);
+    EXPECT_EQ(PTOpenProviderEx(L"P", 1, 2, &provider, &used), E_INVALIDARG);
+    EXPECT_EQ(provider, nullptr);
+    EXPECT_EQ(used, 0u);
+    EXPECT_EQ(PTOpenProviderEx(L"P", 1, 1, nullptr, &used), E_POINTER);
+    EXPECT_EQ(PTOpenProviderEx(L"P", 1, 1, &provider, nullptr), E_POINTER);
+    EXPECT_EQ(PTOpenProviderEx(L"", 1, 1, &provider, &used),
+              HRESULT_FROM_WIN32(ERROR_INVALID_PRINTER_NAME));
+
+    DWORD max = 0;
+    EXPECT_EQ(PTQuerySchemaVersionSupport(L"P", &max), S_OK);
+    EXPECT_EQ(max, 1u);
+    EXPECT_EQ(PTQuerySchemaVersionSupport(L"P", nullptr), E_POINTER);
+    EXPECT_EQ(PTQuerySchemaVersionSupport(nullptr, &max), E_POINTER);
+}
+
+TEST_F(Provider, ClosedAndBogusHandlesAreRefusedEverywhere) {
+    auto base = StreamOf(kBase);
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    BSTR error = nullptr;
+
+    ASSERT_EQ(PTCloseProvider(provider_), S_OK);
+    EXPECT_EQ(PTCloseProvider(provider_), E_HANDLE) << "closing twice is safe";
+    EXPECT_EQ(PTMergeAndValidatePrintTicket(provider_, base, nullptr, kPTJobScope, result, &error),
+              E_HANDLE);
+    EXPECT_EQ(error, nullptr);
+    provider_ = nullptr;
+
+    for (HPTPROVIDER bogus : {static_cast<HPTPROVIDER>(nullptr), reinterpret_cast<HPTPROVIDER>(1),
+                              reinterpret_cast<HPTPROVIDER>(&error),
+                              reinterpret_cast<HPTPROVIDER>(~std::uintptr_t{0})}) {
+        EXPECT_EQ(PTCloseProvider(bogus), E_HANDLE);
+        EXPECT_EQ(PTMergeAndValidatePrintTicket(bogus, base, nullptr, kPTJobScope, result, &error),
+                  E_HANDLE);
+    }
+    EXPECT_EQ(Contents(result), "");
+}
+
+TEST_F(Provider, HandleBelongsToTheThreadThatOpenedIt) {
+    auto base = StreamOf(kBase);
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    std::thread([&] {
+        BSTR error = nullptr;
+        EXPECT_EQ(
+            PTMergeAndValidatePrintTicket(provider_, base, nullptr, kPTJobScope, result, &error),
+            E_INVALIDARG);
+        EXPECT_EQ(PTCloseProvider(provider_), E_INVALIDARG);
+    }).join();
+    EXPECT_EQ(Merge(base, nullptr, kPTJobScope, result), S_PT_NO_CONFLICT)
+        << "the handle is still open for its own thread";
+}
+
+TEST_F(Provider, MergeReadsInputsFromTheirStartAndAppendsAtTheResultPosition) {
+    auto base = StreamOf(kBase);
+    auto delta = StreamOf(kDelta);
+    LARGE_INTEGER zero{};
+    base->Seek(zero, STREAM_SEEK_END, nullptr);  // as a document stream left after a read
+    delta->Seek(zero, STREAM_SEEK_END, nullptr);
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    ULONG written = 0;
+    ASSERT_EQ(result->Write("KEEP", 4, &written), S_OK);
+
+    ASSERT_EQ(Merge(base, delta, kPTPageScope, result), S_PT_NO_CONFLICT);
+    const std::string all = Contents(result);
+    ASSERT_EQ(all.substr(0, 4), "KEEP");
+    const std::string merged = all.substr(4);
+    EXPECT_EQ(merged.rfind(R"(<?xml version="1.0" encoding="UTF-8"?>)", 0), 0u);
+    auto doc = ticketcheck::ParseStrict(merged);
+    ASSERT_NE(doc, nullptr);
+    auto items = ticketcheck::RootItems(doc.get());
+    ASSERT_EQ(items.size(), 1u);
+    EXPECT_NE(ticketcheck::Signature(items[0].node).find("printschemakeywords}Landscape"),
+              std::string::npos);
+}
+
+TEST_F(Provider, ResultStreamEndsAtTheEndOfTheTicket) {
+    auto base = StreamOf(kBase);
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    ASSERT_EQ(Merge(base, nullptr, kPTJobScope, result), S_PT_NO_CONFLICT);
+    const ULONGLONG end = Position(result);
+    EXPECT_EQ(end, Contents(result).size());
+}
+
+TEST_F(Provider, NullArgumentsAndBadScope) {
+    auto base = StreamOf(kBase);
+    auto delta = StreamOf(kDelta);
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    EXPECT_EQ(Merge(nullptr, delta, kPTJobScope, result), E_POINTER);
+    EXPECT_EQ(Merge(base, delta, kPTJobScope, nullptr), E_POINTER);
+    EXPECT_EQ(PTMergeAndValidatePrintTicket(provider_, base, delta, kPTJobScope, result, nullptr),
+              E_POINTER);
+    std::wstring text;
+    EXPECT_EQ(Merge(base, delta, static_cast<EPrintTicketScope>(3), result, &text), E_INVALIDARG);
+    EXPECT_NE(text.find(L"scope"), std::wstring::npos);
+    EXPECT_EQ(Merge(base, delta, static_cast<EPrintTicketScope>(-1), result), E_INVALIDARG);
+    EXPECT_EQ(Contents(result), "") << "nothing is written on failure";
+
+    // A null delta only checks the base, which comes back whole.
+    ASSERT_EQ(Merge(base, nullptr, kPTPageScope, result), S_PT_NO_CONFLICT);
+    auto doc = ticketcheck::ParseStrict(Contents(result));
+    ASSERT_NE(doc, nullptr);
+    EXPECT_EQ(ticketcheck::RootItems(doc.get()).size(), 1u);
+}
+
+TEST_F(Provider, TicketsThatAreNotPrintTicketsGiveTheFormatCodesAndSayWhy) {
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    struct Case {
+        std::string bytes;
+        const wchar_t* words;
+    };
+    const Case cases[] = {
+        {"", L"empty"},
+        {"<psf:PrintTicket", L"not well-formed"},
+        {"<a><b></a>", L"not well-formed"},
+        {"<undeclared:PrintTicket/>", L"namespace"},
+        {R"(<PrintTicket version="1"/>)", L"root element is PrintTicket,"},
+        {R"(<psf:PrintCapabilities xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework"/>)",
+         L"PrintCapabilities"},
+        {R"(<!DOCTYPE psf:PrintTicket [<!ENTITY a "aaaa">]><psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework">&a;</psf:PrintTicket>)",
+         L"DOCTYPE"},
+    };
+    for (const Case& c : cases) {
+        auto good = StreamOf(kBase);
+        auto bad = StreamOf(c.bytes);
+        std::wstring text;
+        EXPECT_EQ(Merge(bad, good, kPTJobScope, result, &text), E_PRINTTICKET_FORMAT) << c.bytes;
+        EXPECT_NE(text.find(L"base ticket"), std::wstring::npos) << platform::WideToUtf8(text);
+        EXPECT_NE(text.find(c.words), std::wstring::npos) << platform::WideToUtf8(text);
+        EXPECT_EQ(Merge(good, bad, kPTJobScope, result, &text), E_DELTA_PRINTTICKET_FORMAT);
+        EXPECT_NE(text.find(L"delta ticket"), std::wstring::npos) << platform::WideToUtf8(text);
+        EXPECT_NE(text.find(c.words), std::wstring::npos) << platform::WideToUtf8(text);
+    }
+    EXPECT_EQ(Contents(result), "") << "nothing is written on failure";
+}
+
+TEST_F(Provider, FailingAndUnseekableStreams) {
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    CComPtr<IStream> failing;
+    failing.Attach(new AwkwardStream(kBase, STG_E_READFAULT, true));
+    std::wstring text;
+    EXPECT_EQ(Merge(failing, nullptr, kPTJobScope, result, &text), STG_E_READFAULT);
+    EXPECT_NE(text.find(L"base"), std::wstring::npos);
+    auto good = StreamOf(kBase);
+    EXPECT_EQ(Merge(good, failing, kPTJobScope, result, &text), STG_E_READFAULT);
+    EXPECT_NE(text.find(L"delta"), std::wstring::npos);
+
+    // A stream that cannot seek is read from where it stands.
+    auto* raw = new AwkwardStream(std::string("JUNK") + kBase, S_OK, false);
+    raw->position_ = 4;
+    CComPtr<IStream> unseekable;
+    unseekable.Attach(raw);
+    EXPECT_EQ(Merge(unseekable, nullptr, kPTJobScope, result), S_PT_NO_CONFLICT);
+
+    // A result stream that refuses writes reports it.
+    CComPtr<IStream> readOnly;
+    readOnly.Attach(new AwkwardStream("", S_OK, true));
+    EXPECT_EQ(Merge(good, nullptr, kPTJobScope, readOnly), STG_E_WRITEFAULT);
+}
+
+TEST_F(Provider, OversizedTicketIsRefusedWithoutReadingItAll) {
+    std::string huge = kBase;
+    huge.insert(huge.size() - std::string("</psf:PrintTicket>").size(),
+                std::string(platform::kMaxPrintTicketBytes + 1024 * 1024, ' '));
+    auto big = StreamOf(huge);
+    auto good = StreamOf(kBase);
+    CComPtr<IStream> result;
+    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    std::wstring text;
+    EXPECT_EQ(Merge(big, good, kPTJobScope, result, &text), E_PRINTTICKET_FORMAT);
+    EXPECT_NE(text.find(L"limit"), std::wstring::npos);
+    EXPECT_EQ(Merge(good, big, kPTJobScope, result, &text), E_DELTA_PRINTTICKET_FORMAT);
+    EXPECT_LT(Position(big), huge.size()) << "reading stops at the limit";
+}
+
+TEST(PrintTicketProviderMemory, ReleaseMemoryFreesProviderBuffers) {
+    EXPECT_EQ(PTReleaseMemory(nullptr), S_OK);
+    EXPECT_EQ(PTReleaseMemory(CoTaskMemAlloc(64)), S_OK);
+}
+
+TEST(PrintTicketFiles, MergesTwoFilesAndNamesMissingOnes) {
+    std::string merged;
+    std::string error;
+    const std::string job = kTicketDir + "winprintrs_test_document.xps__Metadata_Job_PT.xml";
+    const std::string page = kTicketDir + "wpftest_word.xps__Documents_1_Metadata_Page1_PT.xml";
+    ASSERT_EQ(platform::MergePrintTicketFiles(job, page, kPTPageScope, merged, error),
+              S_PT_NO_CONFLICT)
+        << error;
+    EXPECT_TRUE(error.empty());
+    auto doc = ticketcheck::ParseStrict(merged);
+    ASSERT_NE(doc, nullptr);
+    auto items = ticketcheck::ItemSignatures(doc.get());
+    const std::string media = std::string("Feature{") +
+                              "http://schemas.microsoft.com/windows/2003/08/printing/"
+                              "printschemakeywords}PageMediaSize";
+    ASSERT_TRUE(items.count(media));
+    EXPECT_NE(items[media].find("NorthAmericaLetter"), std::string::npos);
+
+    EXPECT_EQ(platform::MergePrintTicketFiles(job, "", kPTJobScope, merged, error),
+              S_PT_NO_CONFLICT);
+    EXPECT_EQ(platform::MergePrintTicketFiles(kTicketDir + "no-such-ticket.xml", page, kPTJobScope,
+                                              merged, error),
+              HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_NE(error.find("no-such-ticket.xml"), std::string::npos);
+    EXPECT_NE(error.find("base"), std::string::npos);
+    EXPECT_EQ(platform::MergePrintTicketFiles(job, kTicketDir + "missing-delta.xml", kPTJobScope,
+                                              merged, error),
+              HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_NE(error.find("delta"), std::string::npos);
+    EXPECT_EQ(platform::MergePrintTicketFiles(job, kTicketDir, kPTJobScope, merged, error),
+              STG_E_READFAULT)
+        << "a directory is not a ticket file";
+}
+
+TEST(PrintTicketScopes, ParseAndName) {
+    EPrintTicketScope scope = kPTJobScope;
+    EXPECT_TRUE(platform::ParsePrintTicketScope("page", &scope));
+    EXPECT_EQ(scope, kPTPageScope);
+    EXPECT_TRUE(platform::ParsePrintTicketScope("Document", &scope));
+    EXPECT_EQ(scope, kPTDocumentScope);
+    EXPECT_TRUE(platform::ParsePrintTicketScope("JOB", &scope));
+    EXPECT_EQ(scope, kPTJobScope);
+    EXPECT_FALSE(platform::ParsePrintTicketScope("pages", &scope));
+    EXPECT_FALSE(platform::ParsePrintTicketScope("", &scope));
+    EXPECT_FALSE(platform::ParsePrintTicketScope("job", nullptr));
+    EXPECT_STREQ(platform::PrintTicketScopeName(kPTDocumentScope), "document");
+}
+
+}  // namespace

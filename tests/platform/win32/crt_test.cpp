@@ -1,0 +1,79 @@
+// Tests of the Microsoft runtime functions: the bounded formatters' return and termination
+// contract, and _wtoi/_wtol.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+#include "platform/win32/crt.h"
+
+TEST(Vsnprintf, ShorterOutputIsTerminated) {
+    char buffer[8];
+    std::memset(buffer, 'x', sizeof buffer);
+    EXPECT_EQ(_snprintf(buffer, sizeof buffer, "%d", 123), 3);
+    EXPECT_STREQ(buffer, "123");
+}
+
+TEST(Vsnprintf, ExactFitIsNotTerminated) {
+    char buffer[4] = {'x', 'x', 'x', 'x'};
+    EXPECT_EQ(_snprintf(buffer, 3, "abc"), 3);
+    EXPECT_EQ(std::memcmp(buffer, "abcx", 4), 0);
+}
+
+TEST(Vsnprintf, TruncationReturnsMinusOne) {
+    char buffer[5] = {'x', 'x', 'x', 'x', 'x'};
+    EXPECT_EQ(_snprintf(buffer, 4, "%s", "abcdefgh"), -1);
+    EXPECT_EQ(std::memcmp(buffer, "abcdx", 5), 0);
+}
+
+TEST(Vsnprintf, SizeQueryAndBadArguments) {
+    EXPECT_EQ(_snprintf(nullptr, 0, "%s-%d", "ab", 12), 5);
+    EXPECT_EQ(_snprintf(nullptr, 4, "x"), -1);
+    char buffer[8] = "junk";
+    errno = 0;
+    EXPECT_EQ(_snprintf(buffer, sizeof buffer, "%q"), -1);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_STREQ(buffer, "");
+    EXPECT_EQ(_snprintf(buffer, sizeof buffer, nullptr), -1);
+}
+
+TEST(Vsnwprintf, CountsWideCharacters) {
+    wchar_t buffer[6];
+    EXPECT_EQ(_snwprintf(buffer, 6, L"%s=%d", L"ab", 7), 4);
+    EXPECT_STREQ(buffer, L"ab=7");
+    EXPECT_EQ(_snwprintf(buffer, 3, L"%S", "abcd"), -1);
+    EXPECT_EQ(std::wmemcmp(buffer, L"abc", 3), 0);
+    EXPECT_EQ(_snwprintf(nullptr, 0, L"%s", L"\x263A\x263A"), 2);
+}
+
+TEST(Wtoi, ParsesLikeTheMicrosoftRuntime) {
+    EXPECT_EQ(_wtoi(L"  -42abc"), -42);
+    EXPECT_EQ(_wtoi(L"+17"), 17);
+    EXPECT_EQ(_wtoi(L"abc"), 0);
+    EXPECT_EQ(_wtoi(L""), 0);
+    EXPECT_EQ(_wtoi(L"\t\n 8"), 8);
+    errno = 0;
+    EXPECT_EQ(_wtoi(nullptr), 0);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(Wtoi, OutOfRangeSaturates) {
+    errno = 0;
+    EXPECT_EQ(_wtoi(L"99999999999"), INT_MAX);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(_wtol(L"-99999999999999999999999"), INT_MIN);
+    EXPECT_EQ(_wtoi(L"-2147483648"), INT_MIN);
+    EXPECT_EQ(_wtoi(L"2147483647"), INT_MAX);
+    EXPECT_EQ(_wtoi64(L"-9223372036854775808"), LLONG_MIN);
+    EXPECT_EQ(_atoi64("9223372036854775808"), LLONG_MAX);
+}
+
+TEST(CaseInsensitiveCompare, FoldsAsciiOnly) {
+    EXPECT_EQ(_stricmp("Zorun.DLL", "zorun.dll"), 0);
+    EXPECT_LT(_stricmp("a", "B"), 0);
+    EXPECT_EQ(_wcsicmp(L"ABC", L"abc"), 0);
+    EXPECT_NE(_wcsicmp(L"\x00C9", L"\x00E9"), 0);
+    EXPECT_EQ(_stricmp(nullptr, nullptr), 0);
+    EXPECT_LT(_stricmp(nullptr, ""), 0);
+}
