@@ -433,6 +433,7 @@ HRESULT PrintSchemaXmlDocument::AppendXMLAttribute(IXMLDOMElement* element,
 
 HRESULT PrintSchemaXmlDocument::CreateNamedElement(const wchar_t* localName, const wchar_t* name,
                                                    IXMLDOMElement** element) {
+    if (element == nullptr) THROW_COM(E_POINTER, L"PrintSchemaXmlDocument::CreateNamedElement", "");
     CComPtr<IXMLDOMElement> created;
     CreateXMLElement(Join(m_frameworkPrefix, localName), PrintSchema::FrameworkNamespaceUri,
                      &created);
@@ -470,6 +471,7 @@ HRESULT PrintSchemaXmlDocument::CreateProperty(PrintSchema::MsPrintTicketNamespa
                                                const wchar_t* name, const wchar_t* value,
                                                const wchar_t* type, IXMLDOMElement** property) {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateProperty";
+    if (property == nullptr) THROW_COM(E_POINTER, kMethod, "");
     CComPtr<IXMLDOMElement> created;
     CreateProperty(ns, name, &created);
     CComPtr<IXMLDOMElement> valueElement;
@@ -499,7 +501,7 @@ HRESULT PrintSchemaXmlDocument::CreateScoredProperty(const wchar_t* name, const 
 HRESULT PrintSchemaXmlDocument::CreateScoredProperty(const wchar_t* name, IXMLDOMNode* child,
                                                      IXMLDOMElement** scoredProperty) {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateScoredProperty";
-    if (child == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (child == nullptr || scoredProperty == nullptr) THROW_COM(E_POINTER, kMethod, "");
     CComPtr<IXMLDOMElement> created;
     CreateScoredProperty(name, &created);
     CComPtr<IXMLDOMNode> appended;

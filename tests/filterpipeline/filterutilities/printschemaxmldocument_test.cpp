@@ -511,6 +511,18 @@ TEST_F(PrintSchemaDocumentCreation, CreationArgumentChecks) {
     EXPECT_EQ(ThrownHresult(
                   [&] { Access::CreateXMLElement(m_document, L"", kFramework.c_str(), &element); }),
               E_INVALIDARG);
+    EXPECT_EQ(ThrownHresult([&] {
+                  Access::CreateTypedProperty(m_document,
+                                              PrintSchema::MsPrintTicketKeywordsNamespace, L"A",
+                                              L"v", L"string", nullptr);
+              }),
+              E_POINTER);
+    EXPECT_EQ(ThrownHresult(
+                  [&] { Access::CreateStringScoredProperty(m_document, L"k:A", L"v", nullptr); }),
+              E_POINTER);
+    EXPECT_EQ(
+        ThrownHresult([&] { Access::CreateStringScoredProperty(m_document, L"", L"v", &element); }),
+        E_INVALIDARG);
     EXPECT_EQ(ThrownHresult([&] { m_document.AppendChildToRootNode(nullptr); }), E_POINTER);
     EXPECT_EQ(ThrownHresult([&] { m_document.AppendChild(nullptr, nullptr); }), E_POINTER);
     EXPECT_EQ(ThrownHresult([&] { m_document.CreateParameterRef(L"k:", L"A", nullptr); }),
