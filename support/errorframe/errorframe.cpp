@@ -99,7 +99,7 @@ CXString FormatMessageText(const char* format, va_list args) {
     switch (kind) {
         case Kind::Com:
             throw GetZorunComException(message, fileText, line, functionText, &contexts,
-                                       SUCCEEDED(hr) ? E_UNEXPECTED : hr);
+                                       hr);
         case Kind::NullPointer:
             throw GetExceptionInvalidArgumentNullPointer(message, fileText, line, functionText,
                                                          &contexts);

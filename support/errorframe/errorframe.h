@@ -48,8 +48,9 @@ inline constexpr const char kUnformattableMessageText[] =
 DebugMessageCategories& ModuleDebugMessageCategories();
 
 // The throw sequence: format the message, log "*Throwing* ZorunComException: <message>" when the
-// debug-message manager wants it, offer the debugger a break, then throw by value. A success
-// code is never carried: it is replaced by E_UNEXPECTED.
+// debug-message manager wants it, offer the debugger a break, then throw by value. The HRESULT
+// is carried as given: callers pass failure codes, with one deliberate exception (a Print Schema
+// document whose root is not the expected element is rejected with S_FALSE).
 [[noreturn]] void ThrowComException(HRESULT hr, const wchar_t* file, int line,
                                     const wchar_t* function, const char* format, ...);
 [[noreturn]] void ThrowComExceptionV(HRESULT hr, const wchar_t* file, int line,

@@ -1,0 +1,66 @@
+// jobrunner.h: runs one XPS job through a filter chain. It opens the job, creates the filters
+// in configuration order, links filter N's consumer to filter N+1's provider through a bounded
+// queue (the first filter reads the job, the last one writes the output), fills the property
+// bag, calls InitializeFilter on every filter and then StartOperation on a thread per filter.
+// A RequestShutdown from any filter, or a filter that fails or stops without closing its
+// output, stops the job: every filter receives ShutdownOperation and the queues are cancelled.
+// The job succeeds only when every filter succeeded and reported FilterFinished and the
+// output package was completed; only then is the output file put in place.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/com/wintypes.h"
+#include "pipelinehost/filterregistry.h"
+#include "pipelinehost/hosterror.h"
+#include "pipelinehost/pipelineconfig.h"
+#include "pipelinehost/sourcepackage.h"
+
+namespace pipelinehost {
+
+// Handle values the host puts in the property bag where Linux has no such object. Both are
+// opaque, non-null and not INVALID_HANDLE_VALUE; filters only pass them on.
+HANDLE PlaceholderPrinterHandle();
+HANDLE PlaceholderUserToken();
+
+struct JobOptions {
+    std::string input;
+    std::string output;
+    std::string ticketFile;  // empty: the embedded default ticket
+    std::string printerName = "xpsfilter";
+    DWORD jobId = 1;
+    ReaderLimits limits;
+    std::size_t queueCapacity = 4;
+    // Called on the calling thread about ten times a second while the job runs.
+    std::function<void(std::uint64_t pagesWritten)> progress;
+};
+
+struct FilterReport {
+    std::string name;
+    HRESULT initializeResult = S_OK;
+    HRESULT startResult = S_OK;
+    std::optional<std::string> exception;  // what a throwing StartOperation threw
+    unsigned filterFinishedCalls = 0;
+    unsigned shutdownOperationCalls = 0;
+    std::optional<HRESULT> shutdownRequest;  // the first RequestShutdown reason
+};
+
+struct JobResult {
+    bool succeeded = false;
+    std::optional<JobError> error;
+    std::uint64_t pages = 0;
+    double seconds = 0;
+    std::vector<FilterReport> filters;
+    std::vector<std::size_t> queueHighWater;  // per link between filters
+};
+
+// Never throws for job problems: they are reported in JobResult::error.
+JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
+                 const JobOptions& options);
+
+}  // namespace pipelinehost

@@ -1,0 +1,291 @@
+// pipelinefakes.h: small in-memory implementations of the pipeline interfaces for tests of the
+// filter library: parts with streams and tickets, pages with resources, a consumer that records
+// what it is sent and creates new parts, a provider that yields a scripted part list.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/com/com.h"
+#include "platform/com/comobject.h"
+#include "platform/printpipeline/filterpipeline.h"
+
+namespace fakes {
+
+// A read stream over a byte string.
+class ReadStream final : public platform::ComObject<IPrintReadStream> {
+public:
+    explicit ReadStream(std::string bytes) : m_bytes(std::move(bytes)) {}
+
+    HRESULT Seek(LONGLONG offset, DWORD origin, ULONGLONG* position) override {
+        ++seekCalls;
+        LONGLONG base = origin == STREAM_SEEK_SET   ? 0
+                        : origin == STREAM_SEEK_CUR ? static_cast<LONGLONG>(m_position)
+                                                    : static_cast<LONGLONG>(m_bytes.size());
+        if (base + offset < 0) return E_INVALIDARG;
+        m_position = static_cast<ULONGLONG>(base + offset);
+        if (position != nullptr) *position = m_position;
+        return S_OK;
+    }
+    HRESULT ReadBytes(void* buffer, ULONG count, ULONG* read, BOOL* eof) override {
+        ULONG available = 0;
+        if (m_position < m_bytes.size()) {
+            auto left = static_cast<ULONGLONG>(m_bytes.size()) - m_position;
+            available = static_cast<ULONG>(left < count ? left : count);
+        }
+        std::copy_n(m_bytes.data() + m_position, available, static_cast<char*>(buffer));
+        m_position += available;
+        if (read != nullptr) *read = available;
+        if (eof != nullptr) *eof = m_position >= m_bytes.size() ? TRUE : FALSE;
+        return S_OK;
+    }
+
+    int seekCalls = 0;
+
+private:
+    std::string m_bytes;
+    ULONGLONG m_position = 0;
+};
+
+// A write stream that keeps what was written and whether it was closed.
+class WriteStream final : public platform::ComObject<IPrintWriteStream> {
+public:
+    HRESULT WriteBytes(const void* data, ULONG count, ULONG* written) override {
+        ++writeCalls;
+        if (closed) return E_FAIL;
+        if (failWrites) return E_ACCESSDENIED;
+        bytes.append(static_cast<const char*>(data), count);
+        if (written != nullptr) *written = count;
+        return S_OK;
+    }
+    void Close() override { ++closeCalls, closed = true; }
+
+    std::string bytes;
+    bool closed = false;
+    bool failWrites = false;
+    int writeCalls = 0;
+    int closeCalls = 0;
+};
+
+// A part of any kind: a print ticket, font, image, ... All kinds derive from IPartBase.
+template <class Kind>
+class Part : public platform::ComObject<Kind> {
+public:
+    Part(std::wstring uri, std::string content) : uri(std::move(uri)), content(std::move(content)) {}
+
+    HRESULT GetUri(BSTR* out) override {
+        if (failGetUri) return E_FAIL;
+        *out = SysAllocString(uri.c_str());
+        return S_OK;
+    }
+    HRESULT GetStream(IPrintReadStream** stream) override {
+        *stream = new ReadStream(written != nullptr ? written->bytes : content);
+        return S_OK;
+    }
+    HRESULT GetPartCompression(EXpsCompressionOptions* compression) override {
+        *compression = Compression_Normal;
+        return S_OK;
+    }
+    HRESULT SetPartCompression(EXpsCompressionOptions) override { return S_OK; }
+
+    std::wstring uri;
+    std::string content;
+    CComPtr<WriteStream> written;  // set when the part was made by a consumer
+    bool failGetUri = false;
+
+protected:
+    HRESULT QueryBase(REFIID iid, void** object) override {
+        if constexpr (!std::is_same_v<Kind, IPartBase>) {
+            if (iid == IID_IPartBase) return this->template Answer<IPartBase>(object);
+        }
+        return E_NOINTERFACE;
+    }
+};
+using TicketPart = Part<IPartPrintTicket>;
+
+class FontPart final : public Part<IPartFont> {
+public:
+    using Part::Part;
+    HRESULT GetFontProperties(BSTR* contentType, EXpsFontOptions* options) override {
+        *contentType = SysAllocString(L"application/vnd.ms-opentype");
+        *options = Font_Normal;
+        return S_OK;
+    }
+    HRESULT SetFontContent(const wchar_t*) override { return S_OK; }
+    HRESULT SetFontOptions(EXpsFontOptions) override { return S_OK; }
+};
+
+class ImagePart final : public Part<IPartImage> {
+public:
+    using Part::Part;
+    HRESULT GetImageProperties(BSTR* contentType) override {
+        *contentType = SysAllocString(L"image/png");
+        return S_OK;
+    }
+    HRESULT SetImageContent(const wchar_t*) override { return S_OK; }
+};
+
+inline CComPtr<TicketPart> MakeTicket(const std::wstring& uri, const std::string& xml) {
+    CComPtr<TicketPart> part;
+    part.Attach(new TicketPart(uri, xml));
+    return part;
+}
+
+// Iterates a snapshot of (uri, part) pairs.
+class PartIterator final : public platform::ComObject<IXpsPartIterator> {
+public:
+    explicit PartIterator(std::vector<std::pair<std::wstring, CComPtr<IUnknown>>> parts)
+        : m_parts(std::move(parts)) {}
+    void Reset() override { m_index = 0; }
+    HRESULT Current(BSTR* uri, IUnknown** part) override {
+        if (m_index >= m_parts.size()) return E_FAIL;
+        *uri = SysAllocString(m_parts[m_index].first.c_str());
+        return m_parts[m_index].second.CopyTo(part);
+    }
+    BOOL IsDone() override { return m_index >= m_parts.size() ? TRUE : FALSE; }
+    void Next() override { ++m_index; }
+
+private:
+    std::vector<std::pair<std::wstring, CComPtr<IUnknown>>> m_parts;
+    std::size_t m_index = 0;
+};
+
+// Common ticket handling of the sequence, document and page fakes.
+template <class Kind>
+class TicketHolder : public platform::ComObject<Kind> {
+public:
+    HRESULT GetPrintTicket(IPartPrintTicket** out) override {
+        if (ticket == nullptr) {
+            *out = nullptr;
+            return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+        }
+        return ticket.CopyTo(out);
+    }
+    HRESULT SetPrintTicket(IPartPrintTicket* fresh) override {
+        ticket = fresh;
+        ++setTicketCalls;
+        return S_OK;
+    }
+    CComPtr<IPartPrintTicket> ticket;
+    int setTicketCalls = 0;
+};
+
+class Sequence final : public TicketHolder<IFixedDocumentSequence> {
+public:
+    HRESULT GetUri(BSTR* uri) override {
+        *uri = SysAllocString(L"/FixedDocumentSequence.fdseq");
+        return S_OK;
+    }
+};
+
+class Document final : public TicketHolder<IFixedDocument> {
+public:
+    HRESULT GetUri(BSTR* uri) override {
+        *uri = SysAllocString(L"/Documents/1/FixedDocument.fdoc");
+        return S_OK;
+    }
+};
+
+class Page final : public TicketHolder<IFixedPage> {
+public:
+    HRESULT GetUri(BSTR* uri) override {
+        *uri = SysAllocString(L"/Documents/1/Pages/1.fpage");
+        return S_OK;
+    }
+    HRESULT GetStream(IPrintReadStream** stream) override {
+        *stream = new ReadStream(markup);
+        return S_OK;
+    }
+    HRESULT GetPartCompression(EXpsCompressionOptions* c) override {
+        *c = Compression_Normal;
+        return S_OK;
+    }
+    HRESULT SetPartCompression(EXpsCompressionOptions) override { return S_OK; }
+    HRESULT GetPagePart(const wchar_t*, IUnknown**) override { return E_NOTIMPL; }
+    HRESULT GetWriteStream(IPrintWriteStream**) override { return E_NOTIMPL; }
+    HRESULT SetPagePart(IUnknown* part) override {
+        if (failSetPagePart) return E_ACCESSDENIED;
+        resources.emplace_back(part);
+        return S_OK;
+    }
+    HRESULT DeleteResource(const wchar_t*) override { return E_NOTIMPL; }
+    HRESULT GetXpsPartIterator(IXpsPartIterator** iterator) override {
+        std::vector<std::pair<std::wstring, CComPtr<IUnknown>>> parts;
+        for (auto& resource : resources) parts.emplace_back(L"/res", resource);
+        *iterator = new PartIterator(std::move(parts));
+        return S_OK;
+    }
+
+    std::string markup = "<FixedPage/>";
+    std::vector<CComPtr<IUnknown>> resources;
+    bool failSetPagePart = false;
+
+protected:
+    HRESULT QueryBase(REFIID iid, void** object) override {
+        if (iid == IID_IPartBase) return Answer<IPartBase>(object);
+        return E_NOINTERFACE;
+    }
+};
+
+// Records what it is sent; GetNewEmptyPart makes parts of the asked kind with a recording stream.
+class Consumer final : public platform::ComObject<IXpsDocumentConsumer> {
+public:
+    HRESULT SendXpsUnknown(IUnknown* part) override { return Record("unknown", part); }
+    HRESULT SendXpsDocument(IXpsDocument* part) override { return Record("document", part); }
+    HRESULT SendFixedDocumentSequence(IFixedDocumentSequence* part) override {
+        return Record("sequence", part);
+    }
+    HRESULT SendFixedDocument(IFixedDocument* part) override { return Record("fixeddocument", part); }
+    HRESULT SendFixedPage(IFixedPage* part) override { return Record("page", part); }
+    HRESULT CloseSender() override {
+        ++closeCalls;
+        return S_OK;
+    }
+    HRESULT GetNewEmptyPart(const wchar_t* uri, REFIID iid, void** object,
+                            IPrintWriteStream** stream) override {
+        ++newPartCalls;
+        if (refuseNewParts) return E_ACCESSDENIED;
+        CComPtr<WriteStream> writer;
+        writer.Attach(new WriteStream());
+        CComPtr<IUnknown> part;
+        if (iid == IID_IPartPrintTicket) {
+            auto* made = new TicketPart(uri, "");
+            made->written = writer;
+            part.Attach(static_cast<IPartPrintTicket*>(made));
+        } else if (iid == IID_IPartFont) {
+            auto* made = new FontPart(uri, "");
+            made->written = writer;
+            part.Attach(static_cast<IPartFont*>(made));
+        } else if (iid == IID_IPartImage) {
+            auto* made = new ImagePart(uri, "");
+            made->written = writer;
+            part.Attach(static_cast<IPartImage*>(made));
+        } else {
+            return E_NOINTERFACE;
+        }
+        newParts.push_back(part);
+        newStreams.push_back(writer);
+        HRESULT hr = part->QueryInterface(iid, object);
+        if (FAILED(hr)) return hr;
+        *stream = writer.Detach();
+        return S_OK;
+    }
+
+    std::vector<std::string> sent;
+    std::vector<CComPtr<IUnknown>> sentParts;
+    std::vector<CComPtr<IUnknown>> newParts;
+    std::vector<CComPtr<WriteStream>> newStreams;
+    int newPartCalls = 0;
+    int closeCalls = 0;
+    bool refuseNewParts = false;
+    HRESULT sendResult = S_OK;
+
+private:
+    HRESULT Record(const char* kind, IUnknown* part) {
+        sent.emplace_back(kind);
+        sentParts.emplace_back(part);
+        return sendResult;
+    }
+};
+
+}  // namespace fakes

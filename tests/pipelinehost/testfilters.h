@@ -1,0 +1,121 @@
+// testfilters.h: small filters written directly against the pipeline interfaces, for driving
+// the host in tests: pass-through, failing, throwing, shutdown-requesting, forgetful (never
+// reports FilterFinished), slow, and one that records the property bag it was given.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "platform/com/atl.h"
+#include "platform/com/comobject.h"
+#include "platform/com/unicode.h"
+#include "platform/printpipeline/filterpipeline.h"
+
+namespace testfilters {
+
+enum class Mode { PassThrough, FailAfterFirstPart, Throw, RequestShutdown, Forgetful, Slow };
+
+struct Observed {
+    std::atomic<int> shutdownOperations{0};
+    std::atomic<int> parts{0};
+    std::mutex mutex;
+    std::map<std::wstring, std::wstring> properties;  // read in InitializeFilter
+};
+
+class TestFilter final : public platform::ComObject<IPrintPipelineFilter> {
+public:
+    TestFilter(Mode mode, std::shared_ptr<Observed> observed)
+        : m_mode(mode), m_observed(std::move(observed)) {}
+
+    HRESULT InitializeFilter(IInterFilterCommunicator* communicator, IPrintPipelinePropertyBag* bag,
+                             IPrintPipelineManagerControl* control) override {
+        if (communicator == nullptr || bag == nullptr || control == nullptr) return E_POINTER;
+        m_communicator = communicator;
+        m_control = control;
+        for (const wchar_t* name : {L"PrinterName", L"Greeting"}) {
+            CComVariant value;
+            if (SUCCEEDED(bag->GetProperty(name, &value)) && value.vt == VT_BSTR) {
+                std::lock_guard<std::mutex> lock(m_observed->mutex);
+                m_observed->properties[name] = value.bstrVal;
+            }
+        }
+        for (const wchar_t* name :
+             {L"PrintJobId", L"PrinterHandle", L"UserSecurityToken", L"PerUserPrintTicket"}) {
+            CComVariant value;
+            if (SUCCEEDED(bag->GetProperty(name, &value))) {
+                std::lock_guard<std::mutex> lock(m_observed->mutex);
+                m_observed->properties[name] = std::to_wstring(value.vt);
+            }
+        }
+        return S_OK;
+    }
+
+    HRESULT ShutdownOperation() override {
+        ++m_observed->shutdownOperations;
+        m_stop = true;
+        return S_OK;
+    }
+
+    HRESULT StartOperation() override {
+        if (m_mode == Mode::Throw) throw std::runtime_error("test filter exploded");
+        HRESULT hr = Pump();
+        if (m_mode == Mode::RequestShutdown) {
+            // Wait (bounded) for the host to deliver ShutdownOperation.
+            for (int i = 0; i < 500 && !m_stop; ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        }
+        if (m_mode != Mode::Forgetful) m_control->FilterFinished();
+        return hr;
+    }
+
+private:
+    HRESULT Pump() {
+        CComPtr<IXpsDocumentProvider> provider;
+        CComPtr<IXpsDocumentConsumer> consumer;
+        HRESULT hr = m_communicator->RequestReader(reinterpret_cast<void**>(&provider));
+        if (SUCCEEDED(hr)) hr = m_communicator->RequestWriter(reinterpret_cast<void**>(&consumer));
+        if (FAILED(hr)) return hr;
+        while (!m_stop) {
+            CComPtr<IUnknown> part;
+            hr = provider->GetXpsPart(&part);
+            if (FAILED(hr)) return m_stop ? S_OK : hr;
+            if (!part) break;
+            ++m_observed->parts;
+            if (m_mode == Mode::FailAfterFirstPart) return E_ACCESSDENIED;
+            if (m_mode == Mode::RequestShutdown && CComQIPtr<IFixedPage>(part)) {
+                m_control->RequestShutdown(E_ABORT, nullptr);
+                return S_OK;
+            }
+            if (m_mode == Mode::Slow) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            hr = Forward(consumer, part);
+            if (FAILED(hr)) return m_stop ? S_OK : hr;
+        }
+        if (m_stop) return S_OK;
+        return consumer->CloseSender();
+    }
+
+    static HRESULT Forward(IXpsDocumentConsumer* consumer, IUnknown* part) {
+        if (CComQIPtr<IXpsDocument> document = part) return consumer->SendXpsDocument(document);
+        if (CComQIPtr<IFixedDocumentSequence> seq = part) {
+            return consumer->SendFixedDocumentSequence(seq);
+        }
+        if (CComQIPtr<IFixedDocument> document = part) return consumer->SendFixedDocument(document);
+        if (CComQIPtr<IFixedPage> page = part) return consumer->SendFixedPage(page);
+        return consumer->SendXpsUnknown(part);
+    }
+
+    Mode m_mode;
+    std::shared_ptr<Observed> m_observed;
+    CComPtr<IInterFilterCommunicator> m_communicator;
+    CComPtr<IPrintPipelineManagerControl> m_control;
+    std::atomic<bool> m_stop{false};
+};
+
+}  // namespace testfilters

@@ -1,0 +1,128 @@
+// testpackages.h: builds small XPS packages for tests, well-formed or broken on purpose, with
+// libzip (independent of the host's own writer), and finds corpus files.
+#pragma once
+
+#include <zip.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace testpackages {
+
+struct Entry {
+    std::string name;
+    std::string content;
+    bool store = false;
+};
+
+inline std::string TempPath(const std::string& name) {
+    std::filesystem::path dir = std::filesystem::temp_directory_path() / "fu_pipelinehost_tests";
+    std::filesystem::create_directories(dir);
+    return (dir / name).string();
+}
+
+// Writes the entries, in order, as a ZIP file; returns its path.
+inline std::string WriteZip(const std::string& fileName, const std::vector<Entry>& entries) {
+    std::string path = TempPath(fileName);
+    std::filesystem::remove(path);
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    if (archive == nullptr) return {};
+    for (const Entry& entry : entries) {
+        zip_source_t* source =
+            zip_source_buffer(archive, entry.content.data(), entry.content.size(), 0);
+        zip_int64_t index = zip_file_add(archive, entry.name.c_str(), source, ZIP_FL_ENC_UTF_8);
+        zip_set_file_compression(archive, static_cast<zip_uint64_t>(index),
+                                 entry.store ? ZIP_CM_STORE : ZIP_CM_DEFLATE, 0);
+    }
+    zip_close(archive);
+    return path;
+}
+
+inline const char* kContentTypes =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?><Types "
+    "xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
+    "<Default Extension=\"rels\" "
+    "ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
+    "<Default Extension=\"fdseq\" "
+    "ContentType=\"application/vnd.ms-package.xps-fixeddocumentsequence+xml\"/>"
+    "<Default Extension=\"fdoc\" ContentType=\"application/vnd.ms-package.xps-fixeddocument+xml\"/>"
+    "<Default Extension=\"fpage\" ContentType=\"application/vnd.ms-package.xps-fixedpage+xml\"/>"
+    "<Default Extension=\"xml\" ContentType=\"application/vnd.ms-printing.printticket+xml\"/>"
+    "<Default Extension=\"ttf\" ContentType=\"application/vnd.ms-opentype\"/>"
+    "<Default Extension=\"png\" ContentType=\"image/png\"/></Types>";
+
+inline std::string Rels(const std::vector<std::pair<std::string, std::string>>& typeAndTarget) {
+    std::string xml =
+        "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">";
+    int id = 0;
+    for (const auto& [type, target] : typeAndTarget) {
+        xml += "<Relationship Id=\"R" + std::to_string(id++) + "\" Type=\"" + type +
+               "\" Target=\"" + target + "\"/>";
+    }
+    return xml + "</Relationships>";
+}
+
+inline const std::string kStartRel = "http://schemas.microsoft.com/xps/2005/06/fixedrepresentation";
+inline const std::string kTicketRel = "http://schemas.microsoft.com/xps/2005/06/printticket";
+inline const std::string kResourceRel =
+    "http://schemas.microsoft.com/xps/2005/06/required-resource";
+
+inline std::string Sequence(const std::vector<std::string>& documents) {
+    std::string xml = "<FixedDocumentSequence xmlns=\"http://schemas.microsoft.com/xps/2005/06\">";
+    for (const auto& d : documents) xml += "<DocumentReference Source=\"" + d + "\"/>";
+    return xml + "</FixedDocumentSequence>";
+}
+
+inline std::string Document(const std::vector<std::string>& pages) {
+    std::string xml = "<FixedDocument xmlns=\"http://schemas.microsoft.com/xps/2005/06\">";
+    for (const auto& p : pages) xml += "<PageContent Source=\"" + p + "\"/>";
+    return xml + "</FixedDocument>";
+}
+
+inline std::string Page(const std::string& body = "") {
+    return "<FixedPage xmlns=\"http://schemas.microsoft.com/xps/2005/06\" Width=\"100\" "
+           "Height=\"100\" xml:lang=\"en\">" +
+           body + "</FixedPage>";
+}
+
+inline std::string Ticket(const std::string& tag) {
+    return "<psf:PrintTicket "
+           "xmlns:psf=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+           "printschemaframework\" "
+           "version=\"1\"><!--" +
+           tag + "--></psf:PrintTicket>";
+}
+
+// A valid job: one document of `pages` pages, tickets at all three levels (pages share one).
+inline std::vector<Entry> SmallJob(int pages) {
+    std::vector<Entry> entries = {
+        {"[Content_Types].xml", kContentTypes},
+        {"_rels/.rels", Rels({{kStartRel, "/FixedDocumentSequence.fdseq"}})},
+        {"FixedDocumentSequence.fdseq", Sequence({"Documents/1/FixedDocument.fdoc"})},
+        {"_rels/FixedDocumentSequence.fdseq.rels", Rels({{kTicketRel, "Metadata/Job_PT.xml"}})},
+        {"Metadata/Job_PT.xml", Ticket("job")},
+        {"Documents/1/_rels/FixedDocument.fdoc.rels",
+         Rels({{kTicketRel, "../../Metadata/Doc_PT.xml"}})},
+        {"Metadata/Doc_PT.xml", Ticket("document")},
+        {"Documents/1/Metadata/Page_PT.xml", Ticket("page")},
+    };
+    std::vector<std::string> names;
+    for (int i = 1; i <= pages; ++i) {
+        std::string page = "Pages/" + std::to_string(i) + ".fpage";
+        names.push_back(page);
+        entries.push_back({"Documents/1/" + page, Page()});
+        entries.push_back({"Documents/1/Pages/_rels/" + std::to_string(i) + ".fpage.rels",
+                           Rels({{kTicketRel, "../Metadata/Page_PT.xml"}})});
+    }
+    entries.push_back({"Documents/1/FixedDocument.fdoc", Document(names)});
+    return entries;
+}
+
+inline std::string CorpusFile(const std::string& name) {
+    return std::string(FU_CORPUS_DIR) + "/xps/" + name;
+}
+
+}  // namespace testpackages

@@ -1,0 +1,54 @@
+// commandline.h: what the xpsfilter subcommands share: the registration of subcommands, the
+// process exit codes and how a job error maps onto them. A subcommand lives in its own source
+// file, defines `void Add<Name>Command(xpsfilter::CommandLine&)` and is listed in main.cpp by
+// one XPSFILTER_SUBCOMMAND(<Name>) line.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+#include <vector>
+
+#include "pipelinehost/hosterror.h"
+
+namespace xpsfilter {
+
+// Exit codes of the xpsfilter command (documented in docs/xpsfilter.md).
+enum ExitCode : int {
+    kExitOk = 0,
+    kExitInternal = 1,      // an unexpected failure
+    kExitUsage = 2,         // bad command line
+    kExitInputMissing = 3,  // the input file does not exist or cannot be read
+    kExitNotZip = 4,        // the input is not a ZIP archive, or is truncated or damaged
+    kExitBadPackage = 5,    // the input is not a valid XPS package
+    kExitLimit = 6,         // a part inflates beyond the allowed size
+    kExitBadTicket = 7,     // the ticket file is missing or not well-formed
+    kExitPipeline = 8,      // bad pipeline configuration, or a filter cannot be created
+    kExitFilter = 9,        // a filter failed, threw, stopped the job or did not finish
+    kExitOutput = 10,       // the output cannot be written
+};
+
+int ExitCodeFor(pipelinehost::ErrorKind kind);
+
+class CommandLine {
+public:
+    using Adder = void (*)(CommandLine&);
+    static bool Register(Adder adder);
+    static const std::vector<Adder>& Adders();
+
+    explicit CommandLine(CLI::App& app) : m_app(app) {}
+    CLI::App& App() { return m_app; }
+    // A subcommand's callback stores the code the process exits with.
+    void SetExitCode(int code) { m_exitCode = code; }
+    int ExitCode() const { return m_exitCode; }
+
+private:
+    CLI::App& m_app;
+    int m_exitCode = kExitOk;
+};
+
+}  // namespace xpsfilter
+
+#define XPSFILTER_SUBCOMMAND(Name)                             \
+    void Add##Name##Command(xpsfilter::CommandLine& commands); \
+    static const bool kRegistered##Name = xpsfilter::CommandLine::Register(&Add##Name##Command)
