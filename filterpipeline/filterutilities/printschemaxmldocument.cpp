@@ -72,14 +72,9 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
         ZorunUtilities::SafeFormatString(L"//%s:%s", L"psf", IsEmpty(rootName) ? L"" : rootName));
     HRESULT hr = m_document->selectSingleNode(rootQuery, &m_rootNode);
     THROW_COM_IF_FAILED(hr, kMethod, "");
-    // Not the expected Print Schema root: rejected on purpose with an exception that carries the
-    // success-valued code S_FALSE. The error frame only carries failures, so this one exception
-    // is built by the utility library and thrown here directly.
-    if (hr == S_FALSE || !m_rootNode) {
-        throw GetZorunComException(CXString(), FU_WFILE, __LINE__, kMethod,
-                                   &UtilitiesDllPerThreadStorage::GetExecutionContextStack(),
-                                   S_FALSE);
-    }
+    // Not the expected Print Schema root: rejected on purpose with the success-valued S_FALSE,
+    // which callers catching the exception test for.
+    if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
 
     if (GetPrefixFromURI(PrintSchema::PrivateKeywordsNamespaceUri, &m_privateKeywordsPrefix) ==
         S_OK) {

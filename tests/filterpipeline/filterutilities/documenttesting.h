@@ -172,6 +172,17 @@ std::optional<HRESULT> ThrownHresult(F&& f) {
     return std::nullopt;
 }
 
+// Runs f; the qualified method name carried by the ZorunComException it throws ("" if none).
+template <class F>
+std::wstring ThrownFunction(F&& f) {
+    try {
+        f();
+    } catch (const ZorunComException& e) {
+        return static_cast<const wchar_t*>(e.GetFunction());
+    }
+    return L"";
+}
+
 inline std::string Utf8(const wchar_t* text) {
     return text == nullptr ? std::string() : platform::WideToUtf8(text);
 }

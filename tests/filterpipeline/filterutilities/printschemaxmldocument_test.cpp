@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "documenttesting.h"
+#include "filterpipeline/filterutilities/printticketquerybuilder.h"
 
 using namespace documenttesting;
 using Access = PrintSchemaTestAccess;
@@ -154,6 +155,28 @@ TEST(PrintSchemaDocumentPrivatePrefix, FixIsANoOpOnceTheDocumentUsesZk) {
     dom->get_xml(&again);
     EXPECT_EQ(Wide(fixed), Wide(again));
     EXPECT_EQ(Wide(second.GetUserKeywordsNsPrefix()), L"zk:");
+}
+
+TEST(PrintSchemaDocumentErrors, ThrowsCarryTheQualifiedMethodName) {
+    CComPtr<IXMLDOMDocument2> capabilities = LoadXml(Capabilities(L""));
+    EXPECT_EQ(ThrownFunction([&] { PrintTicketXmlDocument ticket(capabilities); }),
+              L"PrintSchemaXmlDocument::PrintSchemaXmlDocument");
+    PrintTicketXmlDocument ticket(
+        LoadXml(Ticket(L"<psf:Feature name='psk:A'>"
+                       L"<psf:Option name='NoColon'/></psf:Feature>")));
+    EXPECT_EQ(ThrownFunction([&] {
+                  ticket.GetNsPrefix(static_cast<PrintSchema::MsPrintTicketNamespacesEnum>(3));
+              }),
+              L"PrintSchemaXmlDocument::GetNsPrefix");
+    EXPECT_EQ(ThrownFunction([&] { ticket.QueryNode(L""); }), L"PrintSchemaXmlDocument::QueryNode");
+    CComBSTR option;
+    EXPECT_EQ(ThrownFunction([&] { ticket.GetFeatureOption(L"A", &option); }),
+              L"PrintTicketXmlDocument::GetFeatureOption");
+    PrintTicketQueryBuilder builder(L"");
+    EXPECT_EQ(ThrownFunction([&] { builder.AddFeature(L"psk:", L"A"); }),
+              L"PrintTicketQueryBuilder::AddFeature");
+    EXPECT_EQ(ThrownFunction([&] { builder.AddOption(L"psk:"); }),
+              L"PrintTicketQueryBuilder::AddOption");
 }
 
 // --- Rejections ---
