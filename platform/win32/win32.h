@@ -9,3 +9,5 @@
 #include "platform/win32/shlwapi.h"
 #include "platform/win32/security.h"
 #include "platform/win32/gdiplus.h"
+#include "platform/win32/profile.h"
+#include "platform/win32/winspool.h"

@@ -1,0 +1,1334 @@
+// domnode.cpp: IXMLDOMNode and the per-kind node interfaces over libxml2 nodes: naming, values,
+// navigation, tree edits (which never merge text nodes or free a node a wrapper still uses),
+// copies within and across documents, and the namespace-declaration attributes.
+#include "platform/msxml/domnode.h"
+
+#include <new>
+#include <type_traits>
+
+#include "platform/msxml/domcollections.h"
+#include "platform/msxml/domdocument.h"
+#include "platform/msxml/domserializer.h"
+
+namespace platform::msxml {
+namespace {
+
+DOMNodeType NodeTypeOf(const xmlNode* node) {
+    switch (node->type) {
+        case XML_ELEMENT_NODE:
+            return NODE_ELEMENT;
+        case XML_ATTRIBUTE_NODE:
+            return NODE_ATTRIBUTE;
+        case XML_TEXT_NODE:
+            return NODE_TEXT;
+        case XML_CDATA_SECTION_NODE:
+            return NODE_CDATA_SECTION;
+        case XML_ENTITY_REF_NODE:
+            return NODE_ENTITY_REFERENCE;
+        case XML_PI_NODE:
+            return NODE_PROCESSING_INSTRUCTION;
+        case XML_COMMENT_NODE:
+            return NODE_COMMENT;
+        case XML_DOCUMENT_NODE:
+            return NODE_DOCUMENT;
+        case XML_DOCUMENT_FRAG_NODE:
+            return NODE_DOCUMENT_FRAGMENT;
+        default:
+            return NODE_INVALID;
+    }
+}
+
+bool IsTextLike(const xmlNode* node) {
+    return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE ||
+           node->type == XML_COMMENT_NODE || node->type == XML_PI_NODE;
+}
+
+bool IsContainer(const xmlNode* node) {
+    return node->type == XML_ELEMENT_NODE || node->type == XML_DOCUMENT_NODE ||
+           node->type == XML_DOCUMENT_FRAG_NODE;
+}
+
+HRESULT ReturnEmpty(BSTR* out) {
+    return ReturnBstr({}, out);
+}
+
+void AddRefOwner(DomDocument* owner) {
+    if (owner != nullptr) owner->Self()->AddRef();
+}
+void ReleaseOwner(DomDocument* owner) {
+    if (owner != nullptr) owner->Self()->Release();
+}
+
+// Checks that node (or a fragment's children) may become a child of the document node; a
+// replaced root element does not count as an existing one.
+HRESULT CheckDocumentChild(xmlNode* doc, xmlNode* node, xmlNode* replacing) {
+    xmlNode* root = nullptr;
+    for (xmlNode* c = doc->children; c != nullptr; c = c->next) {
+        if (c->type == XML_ELEMENT_NODE && c != replacing) root = c;
+    }
+    int elements = 0;
+    auto check = [&](xmlNode* n) {
+        if (n->type == XML_TEXT_NODE || n->type == XML_CDATA_SECTION_NODE) return E_FAIL;
+        if (n->type == XML_ELEMENT_NODE) {
+            ++elements;
+            if ((root != nullptr && root != n) || elements > 1) return E_FAIL;
+        }
+        return S_OK;
+    };
+    if (node->type == XML_DOCUMENT_FRAG_NODE) {
+        for (xmlNode* c = node->children; c != nullptr; c = c->next) FU_RETURN_IF_FAILED(check(c));
+        return S_OK;
+    }
+    return check(node);
+}
+
+xmlNode* CopyOne(const xmlNode* source, Tree* tree, bool sameTree) {
+    xmlDocPtr doc = tree->Doc();
+    auto mapNs = [&](xmlNs* ns) -> xmlNs* {
+        if (ns == nullptr || sameTree) return ns;
+        return tree->SharedNs(View(ns->prefix), View(ns->href), ns->prefix != nullptr);
+    };
+    switch (source->type) {
+        case XML_ELEMENT_NODE: {
+            xmlNode* element = xmlNewDocNode(doc, nullptr, source->name, nullptr);
+            if (element == nullptr) return nullptr;
+            element->ns = mapNs(source->ns);
+            xmlNs** tail = &element->nsDef;
+            for (xmlNs* d = source->nsDef; d != nullptr; d = d->next) {
+                xmlNs* copy = NewNsStruct(d->prefix, d->href);
+                if (copy == nullptr) {
+                    xmlFreeNode(element);
+                    return nullptr;
+                }
+                *tail = copy;
+                tail = &copy->next;
+            }
+            for (xmlAttr* a = source->properties; a != nullptr; a = a->next) {
+                xmlAttr* copy = NewAttribute(doc, mapNs(a->ns), a->name, AttributeValue(a));
+                if (copy == nullptr) {
+                    xmlFreeNode(element);
+                    return nullptr;
+                }
+                LinkAttribute(element, copy);
+            }
+            return element;
+        }
+        case XML_ATTRIBUTE_NODE:
+            return AsNode(NewAttribute(doc, mapNs(source->ns), source->name,
+                                       AttributeValue(reinterpret_cast<const xmlAttr*>(source))));
+        case XML_TEXT_NODE:
+            return xmlNewDocText(doc, source->content);
+        case XML_CDATA_SECTION_NODE:
+            return xmlNewCDataBlock(doc, source->content, xmlStrlen(source->content));
+        case XML_COMMENT_NODE:
+            return xmlNewDocComment(doc, source->content);
+        case XML_PI_NODE:
+            return xmlNewDocPI(doc, source->name, source->content);
+        case XML_DOCUMENT_FRAG_NODE:
+            return xmlNewDocFragment(doc);
+        default:
+            return nullptr;
+    }
+}
+
+void MoveWrapper(xmlNode* from, xmlNode* to, Tree* target) {
+    if (from->_private != nullptr) static_cast<NodeCore*>(from->_private)->Rehome(target, to);
+}
+
+// Moves every wrapper of the subtree `from` onto the same position in its copy `to`.
+void MoveWrappers(xmlNode* from, xmlNode* to, Tree* target) {
+    xmlNode* s = from;
+    xmlNode* d = to;
+    while (s != nullptr && d != nullptr) {
+        MoveWrapper(s, d, target);
+        if (s->type == XML_ELEMENT_NODE) {
+            xmlAttr* a = s->properties;
+            xmlAttr* b = d->properties;
+            for (; a != nullptr && b != nullptr; a = a->next, b = b->next) {
+                MoveWrapper(AsNode(a), AsNode(b), target);
+                xmlNode* at = a->children;
+                xmlNode* bt = b->children;
+                for (; at != nullptr && bt != nullptr; at = at->next, bt = bt->next) {
+                    MoveWrapper(at, bt, target);
+                }
+            }
+            xmlNs* x = s->nsDef;
+            xmlNs* y = d->nsDef;
+            for (; x != nullptr && y != nullptr; x = x->next, y = y->next) {
+                if (x->_private != nullptr) {
+                    static_cast<NamespaceAttribute*>(x->_private)->Rehome(target, d, y, false);
+                }
+            }
+        }
+        s = NextInSubtree(s, from);
+        d = NextInSubtree(d, to);
+    }
+}
+
+HRESULT SplitTextNode(NodeCore& node, LONG offset, IXMLDOMText** right) {
+    if (right == nullptr) return E_INVALIDARG;
+    *right = nullptr;
+    xmlNode* text = node.Node();
+    std::wstring data;
+    AppendWide(data, View(text->content));
+    if (offset < 0 || static_cast<std::size_t>(offset) > data.size()) return E_INVALIDARG;
+    Utf8 head = ToUtf8(data.data(), static_cast<std::size_t>(offset));
+    Utf8 tail = ToUtf8(data.data() + offset, data.size() - static_cast<std::size_t>(offset));
+    xmlDocPtr doc = node.GetTree()->Doc();
+    xmlNode* split = text->type == XML_CDATA_SECTION_NODE
+                         ? xmlNewCDataBlock(doc, XmlStr(tail), static_cast<int>(tail.size()))
+                         : xmlNewDocTextLen(doc, XmlStr(tail), static_cast<int>(tail.size()));
+    if (split == nullptr) return E_OUTOFMEMORY;
+    xmlNodeSetContentLen(text, XmlStr(head), static_cast<int>(head.size()));
+    if (text->parent != nullptr) {
+        LinkBefore(text->parent, split, text->next);
+    } else {
+        node.GetTree()->MarkDetached(split);
+    }
+    node.GetTree()->Touch();
+    CComPtr<IXMLDOMNode> wrapped;
+    FU_RETURN_IF_FAILED(node.GetTree()->Wrap(split, &wrapped));
+    return wrapped->QueryInterface(IID_IXMLDOMText, reinterpret_cast<void**>(right));
+}
+
+}  // namespace
+
+// ---- Helpers ----------------------------------------------------------------------------------
+
+std::string QualifiedName(const xmlNode* node) {
+    std::string out;
+    if (node->ns != nullptr && node->ns->prefix != nullptr) {
+        out += View(node->ns->prefix);
+        out += ':';
+    }
+    out += View(node->name);
+    return out;
+}
+
+bool HasQualifiedName(const xmlNode* node, std::string_view qname) {
+    std::string_view local = View(node->name);
+    if (node->ns != nullptr && node->ns->prefix != nullptr) {
+        std::string_view prefix = View(node->ns->prefix);
+        return qname.size() == prefix.size() + 1 + local.size() &&
+               qname.substr(0, prefix.size()) == prefix && qname[prefix.size()] == ':' &&
+               qname.substr(prefix.size() + 1) == local;
+    }
+    return qname == local;
+}
+
+SplitName Split(std::string_view qname) {
+    std::size_t colon = qname.find(':');
+    if (colon == std::string_view::npos) return {std::string_view(), qname, false};
+    return {qname.substr(0, colon), qname.substr(colon + 1), true};
+}
+
+std::string AttributeValue(const xmlAttr* attribute) {
+    std::string out;
+    for (const xmlNode* t = attribute->children; t != nullptr; t = t->next) out += View(t->content);
+    return out;
+}
+
+std::string DescendantText(const xmlNode* node) {
+    std::string out;
+    xmlNode* root = const_cast<xmlNode*>(node);
+    for (xmlNode* cur = root; cur != nullptr; cur = NextInSubtree(cur, root)) {
+        if (cur->type == XML_TEXT_NODE || cur->type == XML_CDATA_SECTION_NODE) {
+            out += View(cur->content);
+        }
+    }
+    return out;
+}
+
+void LinkBefore(xmlNode* parent, xmlNode* child, xmlNode* ref) {
+    child->parent = parent;
+    if (ref == nullptr) {
+        child->next = nullptr;
+        child->prev = parent->last;
+        if (parent->last != nullptr) {
+            parent->last->next = child;
+        } else {
+            parent->children = child;
+        }
+        parent->last = child;
+        return;
+    }
+    child->next = ref;
+    child->prev = ref->prev;
+    if (ref->prev != nullptr) {
+        ref->prev->next = child;
+    } else {
+        parent->children = child;
+    }
+    ref->prev = child;
+}
+
+void LinkAttribute(xmlNode* element, xmlAttr* attribute) {
+    attribute->parent = element;
+    attribute->next = nullptr;
+    if (element->properties == nullptr) {
+        attribute->prev = nullptr;
+        element->properties = attribute;
+        return;
+    }
+    xmlAttr* last = element->properties;
+    while (last->next != nullptr) last = last->next;
+    last->next = attribute;
+    attribute->prev = last;
+}
+
+xmlAttr* NewAttribute(xmlDocPtr doc, xmlNs* ns, const xmlChar* name, std::string_view value) {
+    xmlAttr* attribute = xmlNewDocProp(doc, name, nullptr);
+    if (attribute == nullptr) return nullptr;
+    attribute->ns = ns;
+    if (!value.empty()) {
+        xmlNode* text = xmlNewDocTextLen(doc, reinterpret_cast<const xmlChar*>(value.data()),
+                                         static_cast<int>(value.size()));
+        if (text == nullptr) {
+            xmlFreeProp(attribute);
+            return nullptr;
+        }
+        text->parent = AsNode(attribute);
+        attribute->children = text;
+        attribute->last = text;
+    }
+    return attribute;
+}
+
+bool ReplaceChildrenWithText(Tree* tree, xmlNode* node, std::string_view text) {
+    xmlNode* child = node->children;
+    while (child != nullptr) {
+        xmlNode* next = child->next;
+        xmlUnlinkNode(child);
+        tree->Discard(child);
+        child = next;
+    }
+    tree->Touch();
+    if (text.empty()) return true;
+    xmlNode* fresh = xmlNewDocTextLen(node->doc, reinterpret_cast<const xmlChar*>(text.data()),
+                                      static_cast<int>(text.size()));
+    if (fresh == nullptr) return false;
+    LinkBefore(node, fresh, nullptr);
+    return true;
+}
+
+const xmlChar* LookupNamespace(const xmlNode* element, std::string_view prefix) {
+    if (prefix == "xml") return XML_XML_NAMESPACE;
+    for (const xmlNode* e = element; e != nullptr && e->type == XML_ELEMENT_NODE; e = e->parent) {
+        for (const xmlNs* d = e->nsDef; d != nullptr; d = d->next) {
+            if (View(d->prefix) == prefix) return d->href;
+        }
+        if (e->ns != nullptr && View(e->ns->prefix) == prefix) return e->ns->href;
+    }
+    return nullptr;
+}
+
+bool DeclarationConflicts(const xmlNode* element, std::string_view prefix, std::string_view href) {
+    if (prefix.empty()) {
+        // A default declaration renames the element when it has no prefix.
+        if (element->ns == nullptr || element->ns->prefix == nullptr) {
+            std::string_view current = element->ns != nullptr ? View(element->ns->href) : "";
+            return current != href;
+        }
+        return false;
+    }
+    auto conflicts = [&](const xmlNs* ns) {
+        return ns != nullptr && ns->prefix != nullptr && View(ns->prefix) == prefix &&
+               View(ns->href) != href;
+    };
+    if (conflicts(element->ns)) return true;
+    for (const xmlAttr* a = element->properties; a != nullptr; a = a->next) {
+        if (conflicts(a->ns)) return true;
+    }
+    return false;
+}
+
+xmlNode* CopySubtree(const xmlNode* source, Tree* tree, bool sameTree, bool deep) {
+    xmlNode* root = CopyOne(source, tree, sameTree);
+    if (root == nullptr || !deep || source->type == XML_ATTRIBUTE_NODE) return root;
+    // Iterative walk: the copy keeps pace with the source, so depth costs no stack.
+    const xmlNode* s = source->children;
+    xmlNode* parent = root;
+    while (s != nullptr) {
+        xmlNode* copy = CopyOne(s, tree, sameTree);
+        if (copy == nullptr) {
+            xmlFreeNode(root);
+            return nullptr;
+        }
+        LinkBefore(parent, copy, nullptr);
+        if (s->children != nullptr && IsContainer(s)) {
+            parent = copy;
+            s = s->children;
+            continue;
+        }
+        while (s != nullptr && s->next == nullptr) {
+            s = s->parent;
+            if (s == source) {
+                s = nullptr;
+                break;
+            }
+            parent = parent->parent;
+        }
+        if (s != nullptr) s = s->next;
+    }
+    return root;
+}
+
+HRESULT Adopt(NodeCore* node, Tree* target) {
+    CComPtr<Tree> source = node->GetTree();
+    xmlNode* original = node->Node();
+    xmlNode* copy = CopySubtree(original, target, false, true);
+    if (copy == nullptr) return E_OUTOFMEMORY;
+    target->MarkDetached(copy);
+    MoveWrappers(original, copy, target);
+    if (original->parent != nullptr) {
+        xmlUnlinkNode(original);
+    } else {
+        source->MarkAttached(original);
+    }
+    source->Discard(original);
+    source->Touch();
+    target->Touch();
+    return S_OK;
+}
+
+// ---- Tree: wrapping ---------------------------------------------------------------------------
+
+HRESULT Tree::Wrap(xmlNode* node, IXMLDOMNode** out) {
+    *out = nullptr;
+    if (node == nullptr) return S_FALSE;
+    if (node->_private != nullptr) {
+        IXMLDOMNode* existing = static_cast<NodeCore*>(node->_private)->Self();
+        existing->AddRef();
+        *out = existing;
+        return S_OK;
+    }
+    NodeCore* created = nullptr;
+    switch (node->type) {
+        case XML_ELEMENT_NODE:
+            created = new (std::nothrow) ElementNode(this, node);
+            break;
+        case XML_ATTRIBUTE_NODE:
+            created = new (std::nothrow) AttributeNode(this, node);
+            break;
+        case XML_TEXT_NODE:
+            created = new (std::nothrow) TextNode(this, node);
+            break;
+        case XML_CDATA_SECTION_NODE:
+            created = new (std::nothrow) CDataNode(this, node);
+            break;
+        case XML_COMMENT_NODE:
+            created = new (std::nothrow) CommentNode(this, node);
+            break;
+        case XML_PI_NODE:
+            created = new (std::nothrow) ProcessingInstructionNode(this, node);
+            break;
+        case XML_DOCUMENT_FRAG_NODE:
+            created = new (std::nothrow) FragmentNode(this, node);
+            break;
+        case XML_DOCUMENT_NODE: {
+            // The document node of a tree that load() has since replaced: the document object.
+            IXMLDOMNode* document = m_owner->Self();
+            document->AddRef();
+            *out = document;
+            return S_OK;
+        }
+        default:
+            return S_FALSE;
+    }
+    if (created == nullptr) return E_OUTOFMEMORY;
+    *out = created->Self();  // born with one reference, handed to the caller
+    return S_OK;
+}
+
+HRESULT Tree::WrapDeclaration(xmlNode* owner, xmlNs* ns, IXMLDOMAttribute** out) {
+    *out = nullptr;
+    if (ns->_private != nullptr) {
+        auto* existing = static_cast<NamespaceAttribute*>(ns->_private);
+        existing->AddRef();
+        *out = existing;
+        return S_OK;
+    }
+    auto* created = new (std::nothrow) NamespaceAttribute(this, owner, ns, false);
+    if (created == nullptr) return E_OUTOFMEMORY;
+    *out = created;
+    return S_OK;
+}
+
+// ---- NodeCore ---------------------------------------------------------------------------------
+
+NodeCore::NodeCore(Tree* tree, xmlNode* node, bool isDocument)
+    : m_node(node), m_tree(tree), m_isDocument(isDocument) {
+    if (!isDocument) {
+        node->_private = this;
+        AddRefOwner(tree->Owner());
+    }
+}
+
+NodeCore::~NodeCore() {
+    if (m_isDocument) {
+        if (m_node != nullptr && m_node->_private == this) m_node->_private = nullptr;
+        return;
+    }
+    m_node->_private = nullptr;
+    DomDocument* owner = m_tree->Owner();
+    m_tree->WrapperGone(m_node);
+    m_tree.Release();
+    ReleaseOwner(owner);
+}
+
+void NodeCore::SetDocumentTree(Tree* tree) {
+    if (m_node != nullptr && m_node->_private == this) m_node->_private = nullptr;
+    m_tree = tree;
+    m_node = AsNode(tree->Doc());
+    m_node->_private = this;
+}
+
+void NodeCore::Rehome(Tree* tree, xmlNode* node) {
+    if (m_node->_private == this) m_node->_private = nullptr;
+    m_node = node;
+    node->_private = this;
+    if (tree != m_tree.p) {
+        DomDocument* oldOwner = m_tree->Owner();
+        AddRefOwner(tree->Owner());
+        m_tree = tree;
+        ReleaseOwner(oldOwner);
+    }
+}
+
+NodeCore* NodeCore::From(IUnknown* node) {
+    return node == nullptr ? nullptr : dynamic_cast<NodeCore*>(node);
+}
+
+HRESULT NodeCore::GetNodeName(BSTR* name) {
+    if (name == nullptr) return E_INVALIDARG;
+    switch (m_node->type) {
+        case XML_ELEMENT_NODE:
+        case XML_ATTRIBUTE_NODE:
+            return ReturnBstr(QualifiedName(m_node), name);
+        case XML_TEXT_NODE:
+            return ReturnBstr("#text", name);
+        case XML_CDATA_SECTION_NODE:
+            return ReturnBstr("#cdata-section", name);
+        case XML_COMMENT_NODE:
+            return ReturnBstr("#comment", name);
+        case XML_DOCUMENT_NODE:
+            return ReturnBstr("#document", name);
+        case XML_DOCUMENT_FRAG_NODE:
+            return ReturnBstr("#document-fragment", name);
+        default:
+            return ReturnBstr(View(m_node->name), name);
+    }
+}
+
+HRESULT NodeCore::GetNodeValue(VARIANT* value) {
+    if (value == nullptr) return E_INVALIDARG;
+    VariantInit(value);
+    if (m_node->type == XML_ATTRIBUTE_NODE || IsTextLike(m_node)) {
+        std::string text = m_node->type == XML_ATTRIBUTE_NODE ? AttributeValue(AsAttr(m_node))
+                                                              : std::string(View(m_node->content));
+        value->bstrVal = AllocBstr(text);
+        if (value->bstrVal == nullptr) return E_OUTOFMEMORY;
+        value->vt = VT_BSTR;
+        return S_OK;
+    }
+    value->vt = VT_NULL;
+    return S_FALSE;
+}
+
+HRESULT NodeCore::PutNodeValue(const VARIANT& value) {
+    if (m_node->type != XML_ATTRIBUTE_NODE && !IsTextLike(m_node)) return E_FAIL;
+    Utf8 text;
+    FU_RETURN_IF_FAILED(VariantToUtf8(value, text));
+    if (m_node->type == XML_ATTRIBUTE_NODE) {
+        return ReplaceChildrenWithText(m_tree, m_node, text) ? S_OK : E_OUTOFMEMORY;
+    }
+    xmlNodeSetContentLen(m_node, XmlStr(text), static_cast<int>(text.size()));
+    m_tree->Touch();
+    return S_OK;
+}
+
+HRESULT NodeCore::GetNodeType(DOMNodeType* type) {
+    if (type == nullptr) return E_INVALIDARG;
+    *type = NodeTypeOf(m_node);
+    return S_OK;
+}
+
+HRESULT NodeCore::GetParentNode(IXMLDOMNode** parent) {
+    if (parent == nullptr) return E_INVALIDARG;
+    *parent = nullptr;
+    if (m_node->type == XML_ATTRIBUTE_NODE) return S_FALSE;
+    return m_tree->Wrap(m_node->parent, parent);
+}
+
+HRESULT NodeCore::GetChildNodes(IXMLDOMNodeList** list) {
+    if (list == nullptr) return E_INVALIDARG;
+    *list = new (std::nothrow) ChildList(this);
+    return *list == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+HRESULT NodeCore::GetFirstChild(IXMLDOMNode** child) {
+    if (child == nullptr) return E_INVALIDARG;
+    *child = nullptr;
+    if (IsTextLike(m_node)) return S_FALSE;
+    return m_tree->Wrap(m_node->children, child);
+}
+
+HRESULT NodeCore::GetLastChild(IXMLDOMNode** child) {
+    if (child == nullptr) return E_INVALIDARG;
+    *child = nullptr;
+    if (IsTextLike(m_node)) return S_FALSE;
+    return m_tree->Wrap(m_node->last, child);
+}
+
+HRESULT NodeCore::GetPreviousSibling(IXMLDOMNode** sibling) {
+    if (sibling == nullptr) return E_INVALIDARG;
+    *sibling = nullptr;
+    if (m_node->type == XML_ATTRIBUTE_NODE || m_node->type == XML_DOCUMENT_NODE) return S_FALSE;
+    return m_tree->Wrap(m_node->prev, sibling);
+}
+
+HRESULT NodeCore::GetNextSibling(IXMLDOMNode** sibling) {
+    if (sibling == nullptr) return E_INVALIDARG;
+    *sibling = nullptr;
+    if (m_node->type == XML_ATTRIBUTE_NODE || m_node->type == XML_DOCUMENT_NODE) return S_FALSE;
+    return m_tree->Wrap(m_node->next, sibling);
+}
+
+HRESULT NodeCore::GetAttributes(IXMLDOMNamedNodeMap** map) {
+    if (map == nullptr) return E_INVALIDARG;
+    *map = nullptr;
+    if (m_node->type != XML_ELEMENT_NODE) return S_FALSE;
+    *map = new (std::nothrow) AttributeMap(this);
+    return *map == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+HRESULT NodeCore::Insert(IXMLDOMNode* newChild, xmlNode* ref, IXMLDOMNode** out,
+                         xmlNode* replacing) {
+    if (out != nullptr) *out = nullptr;
+    if (newChild == nullptr) return E_INVALIDARG;
+    NodeCore* child = From(newChild);
+    if (child == nullptr)
+        return NamespaceAttribute::From(newChild) != nullptr ? E_FAIL : E_INVALIDARG;
+    xmlNode* parent = m_node;
+    if (!IsContainer(parent)) return E_FAIL;
+    if (ref != nullptr && ref->parent != parent) return E_INVALIDARG;
+    xmlNode* node = child->m_node;
+    if (node->type == XML_ATTRIBUTE_NODE || node->type == XML_DOCUMENT_NODE) return E_FAIL;
+    if (parent->type == XML_DOCUMENT_NODE)
+        FU_RETURN_IF_FAILED(CheckDocumentChild(parent, node, replacing));
+    for (xmlNode* a = parent; a != nullptr; a = a->parent) {
+        if (a == node) return E_FAIL;  // a node cannot go below itself
+    }
+    if (node != ref) {
+        if (child->m_tree.p != m_tree.p) {
+            FU_RETURN_IF_FAILED(Adopt(child, m_tree));
+            node = child->m_node;
+        }
+        if (node->type == XML_DOCUMENT_FRAG_NODE) {
+            while (xmlNode* c = node->children) {
+                xmlUnlinkNode(c);
+                LinkBefore(parent, c, ref);
+            }
+        } else {
+            if (node->parent != nullptr) {
+                xmlUnlinkNode(node);
+            } else {
+                m_tree->MarkAttached(node);
+            }
+            LinkBefore(parent, node, ref);
+        }
+        m_tree->Touch();
+    }
+    if (out != nullptr) {
+        newChild->AddRef();
+        *out = newChild;
+    }
+    return S_OK;
+}
+
+HRESULT NodeCore::InsertBefore(IXMLDOMNode* newChild, const VARIANT& refChild, IXMLDOMNode** out) {
+    xmlNode* ref = nullptr;
+    if (refChild.vt == VT_UNKNOWN || refChild.vt == VT_DISPATCH) {
+        if (refChild.punkVal != nullptr) {
+            NodeCore* refNode = From(refChild.punkVal);
+            if (refNode == nullptr) return E_INVALIDARG;
+            ref = refNode->m_node;
+        }
+    } else if (refChild.vt != VT_EMPTY && refChild.vt != VT_NULL) {
+        return E_INVALIDARG;
+    }
+    return Insert(newChild, ref, out);
+}
+
+HRESULT NodeCore::ReplaceChild(IXMLDOMNode* newChild, IXMLDOMNode* oldChild, IXMLDOMNode** out) {
+    if (out != nullptr) *out = nullptr;
+    NodeCore* old = From(oldChild);
+    if (old == nullptr || newChild == nullptr || old->m_node->parent != m_node) return E_INVALIDARG;
+    NodeCore* replacement = From(newChild);
+    if (replacement != old) {
+        FU_RETURN_IF_FAILED(Insert(newChild, old->m_node, nullptr, old->m_node));
+        xmlUnlinkNode(old->m_node);
+        m_tree->MarkDetached(old->m_node);
+        m_tree->Touch();
+    }
+    if (out != nullptr) {
+        oldChild->AddRef();
+        *out = oldChild;
+    }
+    return S_OK;
+}
+
+HRESULT NodeCore::RemoveChild(IXMLDOMNode* child, IXMLDOMNode** out) {
+    if (out != nullptr) *out = nullptr;
+    NodeCore* removed = From(child);
+    if (removed == nullptr || removed->m_node->parent != m_node ||
+        removed->m_node->type == XML_ATTRIBUTE_NODE) {
+        return E_INVALIDARG;
+    }
+    xmlUnlinkNode(removed->m_node);
+    m_tree->MarkDetached(removed->m_node);
+    m_tree->Touch();
+    if (out != nullptr) {
+        child->AddRef();
+        *out = child;
+    }
+    return S_OK;
+}
+
+HRESULT NodeCore::AppendChild(IXMLDOMNode* newChild, IXMLDOMNode** out) {
+    return Insert(newChild, nullptr, out);
+}
+
+HRESULT NodeCore::HasChildNodes(VARIANT_BOOL* has) {
+    if (has == nullptr) return E_INVALIDARG;
+    bool any = !IsTextLike(m_node) && m_node->children != nullptr;
+    *has = any ? VARIANT_TRUE : VARIANT_FALSE;
+    return any ? S_OK : S_FALSE;
+}
+
+HRESULT NodeCore::GetOwnerDocument(IXMLDOMDocument** document) {
+    if (document == nullptr) return E_INVALIDARG;
+    *document = nullptr;
+    if (m_node->type == XML_DOCUMENT_NODE) return S_FALSE;
+    return Owner()->QueryInterface(IID_IXMLDOMDocument, reinterpret_cast<void**>(document));
+}
+
+HRESULT NodeCore::CloneNode(VARIANT_BOOL deep, IXMLDOMNode** clone) {
+    if (clone == nullptr) return E_INVALIDARG;
+    *clone = nullptr;
+    if (m_node->type == XML_DOCUMENT_NODE)
+        return Owner()->CloneDocument(deep != VARIANT_FALSE, clone);
+    xmlNode* copy = CopySubtree(m_node, m_tree, true, deep != VARIANT_FALSE);
+    if (copy == nullptr) return E_OUTOFMEMORY;
+    m_tree->MarkDetached(copy);
+    return m_tree->Wrap(copy, clone);
+}
+
+HRESULT NodeCore::GetNodeTypeString(BSTR* text) {
+    if (text == nullptr) return E_INVALIDARG;
+    static constexpr const char* kNames[] = {"",
+                                             "element",
+                                             "attribute",
+                                             "text",
+                                             "cdatasection",
+                                             "entityreference",
+                                             "entity",
+                                             "processinginstruction",
+                                             "comment",
+                                             "document",
+                                             "documenttype",
+                                             "documentfragment",
+                                             "notation"};
+    return ReturnBstr(kNames[NodeTypeOf(m_node)], text);
+}
+
+std::string NodeCore::Text() const {
+    switch (m_node->type) {
+        case XML_ELEMENT_NODE:
+        case XML_DOCUMENT_NODE:
+        case XML_DOCUMENT_FRAG_NODE: {
+            std::string text = DescendantText(m_node);
+            bool preserve = Owner()->PreserveWhiteSpace() || (m_node->type == XML_ELEMENT_NODE &&
+                                                              xmlNodeGetSpacePreserve(m_node) == 1);
+            return preserve ? text : std::string(TrimXmlSpace(text));
+        }
+        case XML_ATTRIBUTE_NODE:
+            return AttributeValue(AsAttr(m_node));
+        default:
+            return std::string(View(m_node->content));
+    }
+}
+
+HRESULT NodeCore::GetText(BSTR* text) {
+    if (text == nullptr) return E_INVALIDARG;
+    return ReturnBstr(Text(), text);
+}
+
+HRESULT NodeCore::PutText(BSTR text) {
+    Utf8 value = ToUtf8(text);
+    switch (m_node->type) {
+        case XML_ELEMENT_NODE:
+        case XML_DOCUMENT_FRAG_NODE:
+        case XML_ATTRIBUTE_NODE:
+            return ReplaceChildrenWithText(m_tree, m_node, value) ? S_OK : E_OUTOFMEMORY;
+        case XML_DOCUMENT_NODE:
+            return E_FAIL;
+        default:
+            xmlNodeSetContentLen(m_node, XmlStr(value), static_cast<int>(value.size()));
+            m_tree->Touch();
+            return S_OK;
+    }
+}
+
+HRESULT NodeCore::GetSpecified(VARIANT_BOOL* specified) {
+    if (specified == nullptr) return E_INVALIDARG;
+    *specified = VARIANT_TRUE;
+    return S_OK;
+}
+
+HRESULT NodeCore::GetNodeTypedValue(VARIANT* value) {
+    if (value == nullptr) return E_INVALIDARG;
+    VariantInit(value);
+    if (m_node->type == XML_DOCUMENT_NODE || m_node->type == XML_DOCUMENT_FRAG_NODE) {
+        value->vt = VT_NULL;
+        return S_FALSE;
+    }
+    // Nodes carry no data type here, and MSXML gives an untyped node's text.
+    value->bstrVal = AllocBstr(Text());
+    if (value->bstrVal == nullptr) return E_OUTOFMEMORY;
+    value->vt = VT_BSTR;
+    return S_OK;
+}
+
+HRESULT NodeCore::PutNodeTypedValue(const VARIANT& value) {
+    Utf8 text;
+    FU_RETURN_IF_FAILED(VariantToUtf8(value, text));
+    BSTR converted = AllocBstr(text);
+    if (converted == nullptr) return E_OUTOFMEMORY;
+    HRESULT hr = PutText(converted);
+    SysFreeString(converted);
+    return hr;
+}
+
+HRESULT NodeCore::GetDataType(VARIANT* type) {
+    if (type == nullptr) return E_INVALIDARG;
+    VariantInit(type);
+    type->vt = VT_NULL;
+    return S_FALSE;
+}
+
+HRESULT NodeCore::GetXml(BSTR* xml) {
+    if (xml == nullptr) return E_INVALIDARG;
+    std::string text;
+    if (m_node->type == XML_DOCUMENT_NODE) {
+        SerializeDocument(reinterpret_cast<xmlDoc*>(m_node), false, text);
+    } else {
+        SerializeNode(m_node, text);
+    }
+    return ReturnBstr(text, xml);
+}
+
+HRESULT NodeCore::SelectNodes(BSTR query, IXMLDOMNodeList** list) {
+    if (list == nullptr) return E_INVALIDARG;
+    return Owner()->XPath().SelectAll(m_tree, m_node, query, list);
+}
+
+HRESULT NodeCore::SelectSingleNode(BSTR query, IXMLDOMNode** node) {
+    if (node == nullptr) return E_INVALIDARG;
+    return Owner()->XPath().SelectSingle(m_tree, m_node, query, node);
+}
+
+HRESULT NodeCore::GetParsed(VARIANT_BOOL* parsed) {
+    if (parsed == nullptr) return E_INVALIDARG;
+    *parsed = VARIANT_TRUE;
+    return S_OK;
+}
+
+HRESULT NodeCore::GetNamespaceURI(BSTR* uri) {
+    if (uri == nullptr) return E_INVALIDARG;
+    bool named = m_node->type == XML_ELEMENT_NODE || m_node->type == XML_ATTRIBUTE_NODE;
+    if (named && m_node->ns != nullptr) return ReturnBstr(View(m_node->ns->href), uri);
+    return ReturnEmpty(uri);
+}
+
+HRESULT NodeCore::GetPrefix(BSTR* prefix) {
+    if (prefix == nullptr) return E_INVALIDARG;
+    bool named = m_node->type == XML_ELEMENT_NODE || m_node->type == XML_ATTRIBUTE_NODE;
+    if (named && m_node->ns != nullptr) return ReturnBstr(View(m_node->ns->prefix), prefix);
+    return ReturnEmpty(prefix);
+}
+
+HRESULT NodeCore::GetBaseName(BSTR* name) {
+    if (name == nullptr) return E_INVALIDARG;
+    if (m_node->type == XML_ELEMENT_NODE || m_node->type == XML_ATTRIBUTE_NODE ||
+        m_node->type == XML_PI_NODE) {
+        return ReturnBstr(View(m_node->name), name);
+    }
+    return ReturnEmpty(name);
+}
+
+HRESULT NodeCore::ElementsByTagName(BSTR name, IXMLDOMNodeList** list) {
+    if (list == nullptr) return E_INVALIDARG;
+    *list = nullptr;
+    Utf8 wanted = ToUtf8(name);
+    bool all = wanted == "*";
+    std::vector<xmlNode*> found;
+    for (xmlNode* cur = NextInSubtree(m_node, m_node); cur != nullptr;
+         cur = NextInSubtree(cur, m_node)) {
+        if (cur->type == XML_ELEMENT_NODE && (all || HasQualifiedName(cur, wanted))) {
+            found.push_back(cur);
+        }
+    }
+    *list = new (std::nothrow) StaticList(m_tree, std::move(found));
+    return *list == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+// ---- Element ----------------------------------------------------------------------------------
+
+HRESULT ElementNode::getAttribute(BSTR name, VARIANT* value) {
+    if (value == nullptr) return E_INVALIDARG;
+    VariantInit(value);
+    std::string text;
+    HRESULT hr = attributes::GetValue(m_node, ToUtf8(name), text);
+    if (hr != S_OK) {
+        value->vt = VT_NULL;
+        return hr;
+    }
+    value->bstrVal = AllocBstr(text);
+    if (value->bstrVal == nullptr) return E_OUTOFMEMORY;
+    value->vt = VT_BSTR;
+    return S_OK;
+}
+
+HRESULT ElementNode::setAttribute(BSTR name, VARIANT value) {
+    Utf8 text;
+    FU_RETURN_IF_FAILED(VariantToUtf8(value, text));
+    return attributes::SetValue(*this, ToUtf8(name), text);
+}
+
+HRESULT ElementNode::removeAttribute(BSTR name) {
+    return attributes::RemoveNamed(*this, ToUtf8(name), nullptr);
+}
+
+HRESULT ElementNode::getAttributeNode(BSTR name, IXMLDOMAttribute** attribute) {
+    if (attribute == nullptr) return E_INVALIDARG;
+    *attribute = nullptr;
+    CComPtr<IXMLDOMNode> found;
+    HRESULT hr = attributes::GetNamed(*this, ToUtf8(name), &found);
+    if (hr != S_OK) return hr;
+    return found->QueryInterface(IID_IXMLDOMAttribute, reinterpret_cast<void**>(attribute));
+}
+
+HRESULT ElementNode::setAttributeNode(IXMLDOMAttribute* attribute, IXMLDOMAttribute** replaced) {
+    if (replaced != nullptr) *replaced = nullptr;
+    CComPtr<IXMLDOMNode> old;
+    FU_RETURN_IF_FAILED(attributes::SetNode(*this, attribute, &old));
+    if (replaced != nullptr && old != nullptr) {
+        return old->QueryInterface(IID_IXMLDOMAttribute, reinterpret_cast<void**>(replaced));
+    }
+    return S_OK;
+}
+
+HRESULT ElementNode::removeAttributeNode(IXMLDOMAttribute* attribute, IXMLDOMAttribute** removed) {
+    if (removed != nullptr) *removed = nullptr;
+    CComPtr<IXMLDOMNode> old;
+    FU_RETURN_IF_FAILED(attributes::RemoveNode(*this, attribute, &old));
+    if (removed != nullptr && old != nullptr) {
+        return old->QueryInterface(IID_IXMLDOMAttribute, reinterpret_cast<void**>(removed));
+    }
+    return S_OK;
+}
+
+HRESULT ElementNode::normalize() {
+    xmlNode* cur = m_node;
+    while (cur != nullptr) {
+        if (cur->type == XML_TEXT_NODE) {
+            while (cur->next != nullptr && cur->next->type == XML_TEXT_NODE) {
+                xmlNode* following = cur->next;
+                xmlNodeAddContent(cur, following->content);
+                xmlUnlinkNode(following);
+                m_tree->Discard(following);
+            }
+            if (cur->content == nullptr || *cur->content == 0) {
+                xmlNode* next = NextInSubtree(cur, m_node);
+                xmlUnlinkNode(cur);
+                m_tree->Discard(cur);
+                cur = next;
+                continue;
+            }
+        }
+        cur = NextInSubtree(cur, m_node);
+    }
+    m_tree->Touch();
+    return S_OK;
+}
+
+// ---- Character data ---------------------------------------------------------------------------
+
+template <class I>
+std::wstring CharacterDataNode<I>::Data() const {
+    std::wstring data;
+    AppendWide(data, View(this->m_node->content));
+    return data;
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::SetData(std::wstring_view data) {
+    Utf8 text = ToUtf8(data.data(), data.size());
+    xmlNodeSetContentLen(this->m_node, XmlStr(text), static_cast<int>(text.size()));
+    this->m_tree->Touch();
+    return S_OK;
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::GetNodeValueText(BSTR* data) {
+    if (data == nullptr) return E_INVALIDARG;
+    return ReturnBstr(View(this->m_node->content), data);
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::put_data(BSTR data) {
+    return SetData(std::wstring_view(data == nullptr ? L"" : data, SysStringLen(data)));
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::get_length(LONG* length) {
+    if (length == nullptr) return E_INVALIDARG;
+    *length = static_cast<LONG>(Data().size());
+    return S_OK;
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::substringData(LONG offset, LONG count, BSTR* data) {
+    if (data == nullptr) return E_INVALIDARG;
+    *data = nullptr;
+    std::wstring text = Data();
+    if (offset < 0 || count < 0 || static_cast<std::size_t>(offset) > text.size()) {
+        return E_INVALIDARG;
+    }
+    std::wstring part =
+        text.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
+    *data = SysAllocStringLen(part.data(), static_cast<UINT>(part.size()));
+    return *data == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::appendData(BSTR data) {
+    std::wstring text = Data();
+    text.append(data == nullptr ? L"" : data, SysStringLen(data));
+    return SetData(text);
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::insertData(LONG offset, BSTR data) {
+    std::wstring text = Data();
+    if (offset < 0 || static_cast<std::size_t>(offset) > text.size()) return E_INVALIDARG;
+    text.insert(static_cast<std::size_t>(offset), data == nullptr ? L"" : data, SysStringLen(data));
+    return SetData(text);
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::deleteData(LONG offset, LONG count) {
+    std::wstring text = Data();
+    if (offset < 0 || count < 0 || static_cast<std::size_t>(offset) > text.size()) {
+        return E_INVALIDARG;
+    }
+    text.erase(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
+    return SetData(text);
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::replaceData(LONG offset, LONG count, BSTR data) {
+    std::wstring text = Data();
+    if (offset < 0 || count < 0 || static_cast<std::size_t>(offset) > text.size()) {
+        return E_INVALIDARG;
+    }
+    text.replace(static_cast<std::size_t>(offset), static_cast<std::size_t>(count),
+                 data == nullptr ? L"" : data, SysStringLen(data));
+    return SetData(text);
+}
+
+template <class I>
+HRESULT CharacterDataNode<I>::QueryBase(REFIID iid, void** object) {
+    if (iid == IID_IXMLDOMCharacterData) {
+        *object = static_cast<IXMLDOMCharacterData*>(static_cast<I*>(this));
+        this->AddRef();
+        return S_OK;
+    }
+    if constexpr (std::is_base_of_v<IXMLDOMText, I> && !std::is_same_v<IXMLDOMText, I>) {
+        if (iid == IID_IXMLDOMText) {
+            *object = static_cast<IXMLDOMText*>(static_cast<I*>(this));
+            this->AddRef();
+            return S_OK;
+        }
+    }
+    return DomNode<I>::QueryBase(iid, object);
+}
+
+template class CharacterDataNode<IXMLDOMText>;
+template class CharacterDataNode<IXMLDOMCDATASection>;
+template class CharacterDataNode<IXMLDOMComment>;
+
+HRESULT TextNode::splitText(LONG offset, IXMLDOMText** right) {
+    return SplitTextNode(*this, offset, right);
+}
+
+HRESULT CDataNode::splitText(LONG offset, IXMLDOMText** right) {
+    return SplitTextNode(*this, offset, right);
+}
+
+HRESULT ProcessingInstructionNode::get_data(BSTR* value) {
+    if (value == nullptr) return E_INVALIDARG;
+    return ReturnBstr(View(m_node->content), value);
+}
+
+HRESULT ProcessingInstructionNode::put_data(BSTR value) {
+    Utf8 text = ToUtf8(value);
+    xmlNodeSetContentLen(m_node, XmlStr(text), static_cast<int>(text.size()));
+    m_tree->Touch();
+    return S_OK;
+}
+
+// ---- Namespace declarations as attributes ------------------------------------------------------
+
+NamespaceAttribute::NamespaceAttribute(Tree* tree, xmlNode* owner, xmlNs* ns, bool exclusive)
+    : m_tree(tree), m_owner(owner), m_ns(ns), m_exclusive(exclusive) {
+    ns->_private = this;
+    tree->Owner()->QueryInterface(IID_IXMLDOMDocument, reinterpret_cast<void**>(&m_document));
+}
+
+NamespaceAttribute::~NamespaceAttribute() {
+    if (m_ns->_private == this) m_ns->_private = nullptr;
+    if (m_owner != nullptr) m_tree->WrapperGone(m_owner);
+}
+
+NamespaceAttribute* NamespaceAttribute::From(IUnknown* node) {
+    return node == nullptr ? nullptr : dynamic_cast<NamespaceAttribute*>(node);
+}
+
+std::string NamespaceAttribute::Prefix() const {
+    return std::string(View(m_ns->prefix));
+}
+std::string NamespaceAttribute::Href() const {
+    return std::string(View(m_ns->href));
+}
+
+void NamespaceAttribute::Rehome(Tree* tree, xmlNode* owner, xmlNs* ns, bool exclusive) {
+    if (m_ns->_private == this) m_ns->_private = nullptr;
+    m_ns = ns;
+    ns->_private = this;
+    m_owner = owner;
+    m_exclusive = exclusive;
+    if (tree != m_tree.p) {
+        m_tree = tree;
+        m_document.Release();
+        tree->Owner()->QueryInterface(IID_IXMLDOMDocument, reinterpret_cast<void**>(&m_document));
+    }
+}
+
+HRESULT NamespaceAttribute::SetHref(std::string_view href) {
+    std::string value(href);
+    if (m_owner == nullptr && m_exclusive) {
+        xmlChar* copy = xmlStrdup(XmlStr(value));
+        if (copy == nullptr) return E_OUTOFMEMORY;
+        xmlFree(const_cast<xmlChar*>(m_ns->href));
+        m_ns->href = copy;
+        return S_OK;
+    }
+    if (m_owner != nullptr && DeclarationConflicts(m_owner, View(m_ns->prefix), href))
+        return E_FAIL;
+    xmlNs* fresh = NewNsStruct(m_ns->prefix, XmlStr(value));
+    if (fresh == nullptr) return E_OUTOFMEMORY;
+    if (m_owner != nullptr) {
+        xmlNs** link = &m_owner->nsDef;
+        while (*link != nullptr && *link != m_ns) link = &(*link)->next;
+        if (*link == nullptr) {
+            xmlFreeNs(fresh);
+            return E_UNEXPECTED;
+        }
+        fresh->next = m_ns->next;
+        *link = fresh;
+        m_tree->KeepNs(m_ns);
+    } else {
+        m_tree->KeepNs(fresh);
+    }
+    m_ns->_private = nullptr;
+    m_ns = fresh;
+    fresh->_private = this;
+    m_exclusive = m_owner == nullptr;
+    m_tree->Touch();
+    return S_OK;
+}
+
+HRESULT NamespaceAttribute::get_nodeName(BSTR* name) {
+    if (name == nullptr) return E_INVALIDARG;
+    std::string prefix = Prefix();
+    return ReturnBstr(prefix.empty() ? std::string("xmlns") : "xmlns:" + prefix, name);
+}
+
+HRESULT NamespaceAttribute::get_nodeValue(VARIANT* value) {
+    if (value == nullptr) return E_INVALIDARG;
+    VariantInit(value);
+    value->bstrVal = AllocBstr(View(m_ns->href));
+    if (value->bstrVal == nullptr) return E_OUTOFMEMORY;
+    value->vt = VT_BSTR;
+    return S_OK;
+}
+
+HRESULT NamespaceAttribute::put_nodeValue(VARIANT value) {
+    Utf8 text;
+    FU_RETURN_IF_FAILED(VariantToUtf8(value, text));
+    return SetHref(text);
+}
+
+HRESULT NamespaceAttribute::get_nodeType(DOMNodeType* type) {
+    if (type == nullptr) return E_INVALIDARG;
+    *type = NODE_ATTRIBUTE;
+    return S_OK;
+}
+
+namespace {
+HRESULT NoNode(IXMLDOMNode** node) {
+    if (node == nullptr) return E_INVALIDARG;
+    *node = nullptr;
+    return S_FALSE;
+}
+}  // namespace
+
+HRESULT NamespaceAttribute::get_parentNode(IXMLDOMNode** parent) {
+    return NoNode(parent);
+}
+HRESULT NamespaceAttribute::get_firstChild(IXMLDOMNode** child) {
+    return NoNode(child);
+}
+HRESULT NamespaceAttribute::get_lastChild(IXMLDOMNode** child) {
+    return NoNode(child);
+}
+HRESULT NamespaceAttribute::get_previousSibling(IXMLDOMNode** sibling) {
+    return NoNode(sibling);
+}
+HRESULT NamespaceAttribute::get_nextSibling(IXMLDOMNode** sibling) {
+    return NoNode(sibling);
+}
+HRESULT NamespaceAttribute::selectSingleNode(BSTR, IXMLDOMNode** node) {
+    return NoNode(node);
+}
+
+HRESULT NamespaceAttribute::get_childNodes(IXMLDOMNodeList** list) {
+    if (list == nullptr) return E_INVALIDARG;
+    *list = new (std::nothrow) StaticList(m_tree, {});
+    return *list == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+HRESULT NamespaceAttribute::selectNodes(BSTR, IXMLDOMNodeList** list) {
+    return get_childNodes(list);
+}
+
+HRESULT NamespaceAttribute::get_attributes(IXMLDOMNamedNodeMap** map) {
+    if (map == nullptr) return E_INVALIDARG;
+    *map = nullptr;
+    return S_FALSE;
+}
+
+HRESULT NamespaceAttribute::hasChildNodes(VARIANT_BOOL* has) {
+    if (has == nullptr) return E_INVALIDARG;
+    *has = VARIANT_FALSE;
+    return S_FALSE;
+}
+
+HRESULT NamespaceAttribute::get_ownerDocument(IXMLDOMDocument** document) {
+    if (document == nullptr) return E_INVALIDARG;
+    return m_document.CopyTo(document);
+}
+
+HRESULT NamespaceAttribute::cloneNode(VARIANT_BOOL, IXMLDOMNode** clone) {
+    if (clone == nullptr) return E_INVALIDARG;
+    *clone = nullptr;
+    xmlNs* ns = m_tree->LooseNs(m_ns->prefix, m_ns->href);
+    if (ns == nullptr) return E_OUTOFMEMORY;
+    auto* copy = new (std::nothrow) NamespaceAttribute(m_tree, nullptr, ns, true);
+    if (copy == nullptr) return E_OUTOFMEMORY;
+    *clone = copy;
+    return S_OK;
+}
+
+HRESULT NamespaceAttribute::get_nodeTypeString(BSTR* text) {
+    if (text == nullptr) return E_INVALIDARG;
+    return ReturnBstr("attribute", text);
+}
+
+HRESULT NamespaceAttribute::get_text(BSTR* text) {
+    if (text == nullptr) return E_INVALIDARG;
+    return ReturnBstr(View(m_ns->href), text);
+}
+
+HRESULT NamespaceAttribute::put_text(BSTR text) {
+    return SetHref(ToUtf8(text));
+}
+
+HRESULT NamespaceAttribute::get_specified(VARIANT_BOOL* specified) {
+    if (specified == nullptr) return E_INVALIDARG;
+    *specified = VARIANT_TRUE;
+    return S_OK;
+}
+
+HRESULT NamespaceAttribute::get_dataType(VARIANT* type) {
+    if (type == nullptr) return E_INVALIDARG;
+    VariantInit(type);
+    type->vt = VT_NULL;
+    return S_FALSE;
+}
+
+HRESULT NamespaceAttribute::get_xml(BSTR* xml) {
+    if (xml == nullptr) return E_INVALIDARG;
+    std::string prefix = Prefix();
+    std::string text = prefix.empty() ? std::string("xmlns=\"") : "xmlns:" + prefix + "=\"";
+    for (char c : View(m_ns->href)) {
+        switch (c) {
+            case '&':
+                text += "&amp;";
+                break;
+            case '<':
+                text += "&lt;";
+                break;
+            case '>':
+                text += "&gt;";
+                break;
+            case '"':
+                text += "&quot;";
+                break;
+            default:
+                text += c;
+        }
+    }
+    text += '"';
+    return ReturnBstr(text, xml);
+}
+
+HRESULT NamespaceAttribute::get_parsed(VARIANT_BOOL* parsed) {
+    if (parsed == nullptr) return E_INVALIDARG;
+    *parsed = VARIANT_TRUE;
+    return S_OK;
+}
+
+HRESULT NamespaceAttribute::get_namespaceURI(BSTR* uri) {
+    if (uri == nullptr) return E_INVALIDARG;
+    return ReturnBstr(kXmlnsNamespace, uri);
+}
+
+HRESULT NamespaceAttribute::get_prefix(BSTR* prefix) {
+    if (prefix == nullptr) return E_INVALIDARG;
+    return ReturnBstr(m_ns->prefix == nullptr ? "" : "xmlns", prefix);
+}
+
+HRESULT NamespaceAttribute::get_baseName(BSTR* name) {
+    if (name == nullptr) return E_INVALIDARG;
+    return ReturnBstr(m_ns->prefix == nullptr ? std::string("xmlns") : Prefix(), name);
+}
+
+HRESULT NamespaceAttribute::QueryBase(REFIID iid, void** object) {
+    if (iid == IID_IXMLDOMNode || iid == IID_IDispatch) return Answer<IXMLDOMAttribute>(object);
+    return E_NOINTERFACE;
+}
+
+}  // namespace platform::msxml

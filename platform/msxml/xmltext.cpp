@@ -1,0 +1,113 @@
+// xmltext.cpp: UTF-8 <-> BSTR/wide conversion for the MSXML stand-in. libxml2 hands out valid
+// UTF-8; malformed sequences (which only foreign input could carry) become U+FFFD.
+#include "platform/msxml/xmltext.h"
+
+#include "platform/com/unicode.h"
+
+namespace platform::msxml {
+namespace {
+
+// Decodes the code point at text[i] and advances i; invalid sequences yield U+FFFD.
+char32_t Decode(std::string_view text, std::size_t& i) {
+    auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
+    unsigned char lead = byte(i++);
+    if (lead < 0x80) return lead;
+    int extra = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC2 ? 1 : -1;
+    if (extra < 0 || lead > 0xF4) return 0xFFFD;
+    char32_t cp = lead & (0x3F >> extra);
+    for (int k = 0; k < extra; ++k) {
+        if (i >= text.size() || (byte(i) & 0xC0) != 0x80) return 0xFFFD;
+        cp = (cp << 6) | (byte(i++) & 0x3F);
+    }
+    static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
+    if (cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0xFFFD;
+    return cp;
+}
+
+std::size_t CountCodePoints(std::string_view text) {
+    std::size_t count = 0;
+    for (char c : text) count += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return count;
+}
+
+}  // namespace
+
+BSTR AllocBstr(std::string_view utf8) {
+    // Fast path: a count of lead bytes bounds the length; decoding may only shorten it.
+    std::size_t upper = CountCodePoints(utf8);
+    BSTR out = SysAllocStringLen(nullptr, static_cast<UINT>(upper));
+    if (out == nullptr) return nullptr;
+    std::size_t i = 0;
+    std::size_t n = 0;
+    while (i < utf8.size() && n < upper) out[n++] = static_cast<wchar_t>(Decode(utf8, i));
+    if (i < utf8.size()) {
+        // Stray continuation bytes decode to extra replacement characters: take the slow path.
+        SysFreeString(out);
+        std::wstring wide = Utf8ToWide(utf8);
+        return SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
+    }
+    if (n != upper) {
+        BSTR exact = SysAllocStringLen(out, static_cast<UINT>(n));
+        SysFreeString(out);
+        return exact;
+    }
+    return out;
+}
+
+HRESULT ReturnBstr(std::string_view utf8, BSTR* out) {
+    *out = AllocBstr(utf8);
+    return *out == nullptr ? E_OUTOFMEMORY : S_OK;
+}
+
+Utf8 ToUtf8(const wchar_t* text, std::size_t length) {
+    if (text == nullptr || length == 0) return {};
+    return WideToUtf8(std::wstring_view(text, length));
+}
+
+void AppendWide(std::wstring& out, std::string_view utf8) {
+    std::size_t i = 0;
+    while (i < utf8.size()) {
+        unsigned char c = static_cast<unsigned char>(utf8[i]);
+        if (c < 0x80) {
+            out.push_back(static_cast<wchar_t>(c));
+            ++i;
+        } else {
+            out.push_back(static_cast<wchar_t>(Decode(utf8, i)));
+        }
+    }
+}
+
+HRESULT VariantToUtf8(const VARIANT& value, Utf8& out) {
+    if (value.vt == VT_BSTR) {
+        out = ToUtf8(value.bstrVal);
+        return S_OK;
+    }
+    if (value.vt == VT_NULL || value.vt == VT_EMPTY) {
+        out.clear();
+        return S_OK;
+    }
+    VARIANT text;
+    VariantInit(&text);
+    HRESULT hr = VariantChangeType(&text, &value, VARIANT_ALPHABOOL, VT_BSTR);
+    if (FAILED(hr)) return hr;
+    out = ToUtf8(text.bstrVal);
+    VariantClear(&text);
+    return S_OK;
+}
+
+bool IsAllXmlSpace(std::string_view text) {
+    for (char c : text) {
+        if (!IsXmlSpace(c)) return false;
+    }
+    return true;
+}
+
+std::string_view TrimXmlSpace(std::string_view text) {
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    while (begin < end && IsXmlSpace(text[begin])) ++begin;
+    while (end > begin && IsXmlSpace(text[end - 1])) --end;
+    return text.substr(begin, end - begin);
+}
+
+}  // namespace platform::msxml

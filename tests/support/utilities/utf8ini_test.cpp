@@ -1,0 +1,159 @@
+// Tests of UTF8Ini::GetPrivateProfileStringW on real files: byte-order marks, CRLF, missing
+// sections and keys, invalid UTF-8, enumeration and truncation.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/com/unicode.h"
+#include "support/utilities/utf8ini.h"
+
+namespace {
+
+class Utf8IniTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_dir = std::filesystem::path(FU_BINARY_DIR) / "utf8ini_test" /
+                ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        std::filesystem::create_directories(m_dir);
+    }
+    void TearDown() override { std::filesystem::remove_all(m_dir); }
+
+    std::wstring Write(const std::string& bytes, const char* name = "test.ini") {
+        std::filesystem::path path = m_dir / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return platform::Utf8ToWide(path.string());
+    }
+
+    std::wstring Read(const std::wstring& file, const wchar_t* section, const wchar_t* key,
+                      const wchar_t* fallback = L"!@*^%&$#", unsigned long capacity = 512,
+                      int* result = nullptr) {
+        std::wstring out(capacity, L'?');
+        int n = m_ini.GetPrivateProfileStringW(section, key, fallback, out.data(), capacity,
+                                               file.c_str());
+        if (result != nullptr) *result = n;
+        EXPECT_EQ(out[static_cast<std::size_t>(n)], L'\0');
+        return out.substr(0, static_cast<std::size_t>(n));
+    }
+
+    std::filesystem::path m_dir;
+    UTF8Ini m_ini;
+};
+
+}  // namespace
+
+TEST_F(Utf8IniTest, ByteOrderMarkAndCrlf) {
+    std::wstring file =
+        Write("\xEF\xBB\xBF[1]\r\nWatermark Type=0\r\nText=Confidential \xC3\xA9\r\n");
+    EXPECT_EQ(Read(file, L"1", L"Watermark Type"), L"0");
+    EXPECT_EQ(Read(file, L"1", L"Text"), L"Confidential \x00E9");  // no stray CR
+}
+
+TEST_F(Utf8IniTest, ByteOrderMarkBeforeTheFirstSection) {
+    // The mark must not become part of the first section's name.
+    std::wstring file = Write("\xEF\xBB\xBF[Printer]\nDriverName=x\n");
+    EXPECT_EQ(Read(file, L"Printer", L"DriverName"), L"x");
+}
+
+TEST_F(Utf8IniTest, MissingFileSectionOrKeyGivesTheDefault) {
+    std::wstring file = Write("[1]\nText=a\n");
+    EXPECT_EQ(Read(file, L"2", L"Text"), L"!@*^%&$#");
+    EXPECT_EQ(Read(file, L"1", L"Font"), L"!@*^%&$#");
+    EXPECT_EQ(Read(L"/nonexistent/dir/x.ini", L"1", L"Text"), L"!@*^%&$#");
+    EXPECT_EQ(Read(L"", L"1", L"Text"), L"!@*^%&$#");
+    EXPECT_EQ(Read(file, L"2", L"Text", nullptr), L"");
+    EXPECT_EQ(Read(file, L"2", L"Text", L"trailing   "), L"trailing");  // blanks stripped
+}
+
+TEST_F(Utf8IniTest, InvalidUtf8IsRepaired) {
+    std::wstring file = Write(
+        "[1]\nText=a\xFF"
+        "b\xC3\n");
+    EXPECT_EQ(Read(file, L"1", L"Text"),
+              L"a\xFFFD"
+              L"b\xFFFD");
+}
+
+TEST_F(Utf8IniTest, NamesIgnoreCaseAndWhiteSpace) {
+    std::wstring file = Write("  [ Section One ]  \n  Some Key  =  spaced value  \n");
+    EXPECT_EQ(Read(file, L"section one", L"SOME KEY"), L"spaced value");
+}
+
+TEST_F(Utf8IniTest, QuotesCommentsAndOddLines) {
+    std::wstring file = Write(
+        "; comment\n[s]\nq=\"quoted  \"\nsingle='x'\nhalf=\"open\nnoequals\n# hash\nempty=\n"
+        "eq=a=b\n[s]\nq=second\n");
+    EXPECT_EQ(Read(file, L"s", L"q"), L"quoted  ");  // the first section and key win
+    EXPECT_EQ(Read(file, L"s", L"single"), L"x");
+    EXPECT_EQ(Read(file, L"s", L"half"), L"\"open");
+    EXPECT_EQ(Read(file, L"s", L"empty"), L"");
+    EXPECT_EQ(Read(file, L"s", L"eq"), L"a=b");
+    EXPECT_EQ(Read(file, L"s", L"noequals"), L"!@*^%&$#");
+}
+
+TEST_F(Utf8IniTest, ValueTruncation) {
+    std::wstring file = Write("[s]\nk=abcdefgh\n");
+    int n = 0;
+    EXPECT_EQ(Read(file, L"s", L"k", L"", 5, &n), L"abcd");
+    EXPECT_EQ(n, 4);  // size - 1
+    EXPECT_EQ(Read(file, L"s", L"k", L"", 9, &n), L"abcdefgh");
+    EXPECT_EQ(n, 8);
+    wchar_t one[1] = {L'?'};
+    EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", one, 1, file.c_str()), 0);
+    EXPECT_EQ(one[0], L'\0');
+    EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", nullptr, 10, file.c_str()), 0);
+    EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", one, 0, file.c_str()), 0);
+}
+
+TEST_F(Utf8IniTest, NullKeyListsTheKeys) {
+    std::wstring file = Write("[s]\na=1\nbb=2\n[t]\nc=3\n");
+    std::wstring out(32, L'?');
+    int n = m_ini.GetPrivateProfileStringW(L"s", nullptr, L"", out.data(), 32, file.c_str());
+    EXPECT_EQ(n, 5);
+    EXPECT_EQ(out.substr(0, 6), std::wstring(L"a\0bb\0\0", 6));
+    // Too small: the last name is cut and followed by two NULs; returns size - 2.
+    n = m_ini.GetPrivateProfileStringW(L"s", nullptr, L"", out.data(), 4, file.c_str());
+    EXPECT_EQ(n, 2);
+    EXPECT_EQ(out.substr(0, 4), std::wstring(L"a\0\0\0", 4));
+    // A missing section lists nothing.
+    n = m_ini.GetPrivateProfileStringW(L"zz", nullptr, L"", out.data(), 32, file.c_str());
+    EXPECT_EQ(n, 0);
+    EXPECT_EQ(out[0], L'\0');
+    EXPECT_EQ(out[1], L'\0');
+}
+
+TEST_F(Utf8IniTest, NullSectionListsTheSections) {
+    std::wstring file = Write("[one]\nx=1\n[two]\n");
+    std::wstring out(32, L'?');
+    int n = m_ini.GetPrivateProfileStringW(nullptr, L"ignored", L"", out.data(), 32, file.c_str());
+    EXPECT_EQ(n, 8);
+    EXPECT_EQ(out.substr(0, 9), std::wstring(L"one\0two\0\0", 9));
+}
+
+TEST_F(Utf8IniTest, Utf16FilesWithAMark) {
+    std::string utf16le("\xFF\xFE", 2);
+    for (wchar_t c : std::wstring(L"[s]\r\nk=\x263A\r\n")) {
+        utf16le.push_back(static_cast<char>(c & 0xFF));
+        utf16le.push_back(static_cast<char>(c >> 8));
+    }
+    std::wstring file = Write(utf16le);
+    EXPECT_EQ(Read(file, L"s", L"k"), L"\x263A");
+}
+
+TEST_F(Utf8IniTest, BackslashesInTheFileName) {
+    std::filesystem::create_directories(m_dir / "Zorun");
+    std::ofstream(m_dir / "Zorun" / "ZrnWmV5.ini") << "[1]\nText=hi\n";
+    std::wstring windowsStyle = platform::Utf8ToWide(m_dir.string()) + L"\\Zorun\\ZrnWmV5.ini";
+    EXPECT_EQ(Read(windowsStyle, L"1", L"Text"), L"hi");
+}
+
+TEST_F(Utf8IniTest, DirectoriesAndGarbageAreNotFiles) {
+    EXPECT_EQ(Read(platform::Utf8ToWide(m_dir.string()), L"s", L"k"), L"!@*^%&$#");
+    std::string garbage;
+    for (int i = 0; i < 5000; ++i) garbage.push_back(static_cast<char>((i * 7919) & 0xFF));
+    std::wstring file = Write(garbage);
+    std::wstring out(64, L'?');
+    EXPECT_GE(m_ini.GetPrivateProfileStringW(nullptr, nullptr, L"", out.data(), 64, file.c_str()),
+              0);
+}
