@@ -13,6 +13,8 @@
 #include "platform/com/comobject.h"
 #include "platform/com/unicode.h"
 #include "platform/printpipeline/printstreams.h"
+#include "platform/win32/kernel.h"
+#include "platform/win32/security.h"
 #include "pipelinehost/defaultticket.h"
 #include "pipelinehost/jobreader.h"
 #include "pipelinehost/jobwriter.h"
@@ -124,15 +126,28 @@ CComVariant HandleVariant(HANDLE handle) {
 }
 
 char g_printerHandle;
-char g_userToken;
+
+// The job owner's token: the process token, open for the job's duration.
+class ProcessToken {
+public:
+    ProcessToken() {
+        if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &m_token)) {
+            throw JobError(ErrorKind::Internal, "cannot open the process token");
+        }
+    }
+    ~ProcessToken() { CloseHandle(m_token); }
+    ProcessToken(const ProcessToken&) = delete;
+    ProcessToken& operator=(const ProcessToken&) = delete;
+    HANDLE Get() const { return m_token; }
+
+private:
+    HANDLE m_token = nullptr;
+};
 
 }  // namespace
 
 HANDLE PlaceholderPrinterHandle() {
     return &g_printerHandle;
-}
-HANDLE PlaceholderUserToken() {
-    return &g_userToken;
 }
 
 JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
@@ -154,6 +169,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         std::string ticket = options.ticketFile.empty() ? std::string(DefaultPrintTicket())
                                                         : ReadTicketFile(options.ticketFile);
 
+        ProcessToken token;
         FilterModules modules;
         std::vector<CComPtr<IPrintPipelineFilter>> filters;
         for (const FilterSpec& spec : config.filters)
@@ -180,7 +196,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
             CComVariant(platform::Utf8ToWide(options.printerName).c_str()));
         Add(bag, XPS_FP_JOB_ID, CComVariant(static_cast<unsigned int>(options.jobId)));
         Add(bag, XPS_FP_PRINTER_HANDLE, HandleVariant(PlaceholderPrinterHandle()));
-        Add(bag, XPS_FP_USER_TOKEN, HandleVariant(PlaceholderUserToken()));
+        Add(bag, XPS_FP_USER_TOKEN, HandleVariant(token.Get()));
         Add(bag, XPS_FP_USER_PRINT_TICKET, CComVariant(static_cast<IUnknown*>(ticketFactory.p)));
         Add(bag, XPS_FP_OUTPUT_FILE, CComVariant(platform::Utf8ToWide(options.output).c_str()));
 
