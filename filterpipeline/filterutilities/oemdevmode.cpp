@@ -95,8 +95,8 @@ DWORD ComputeCrc(const BYTE* part) {
 
 bool IsCurrentVersion(const BYTE* part) {
     Header header = ReadHeader(part);
-    return header.size == kSize && header.signature == kSignature &&
-           header.version == kVersion && header.recordAreaLayout == kRecordAreaLayout;
+    return header.size == kSize && header.signature == kSignature && header.version == kVersion &&
+           header.recordAreaLayout == kRecordAreaLayout;
 }
 
 bool TakeAttributeRecord(const BYTE* part, ByteBuffer& attributes) {

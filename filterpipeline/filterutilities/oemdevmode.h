@@ -78,10 +78,10 @@ void WriteDword(BYTE* bytes, DWORD value);
 
 // Where the plug-in part was found.
 struct Location {
-    const BYTE* part = nullptr;       // null: no plug-in part
-    std::size_t offset = 0;           // from the start of the device mode
+    const BYTE* part = nullptr;  // null: no plug-in part
+    std::size_t offset = 0;      // from the start of the device mode
     CoreLayout layout = CoreLayout::PostScript;
-    WORD coreSize = 0;                // S
+    WORD coreSize = 0;  // S
 };
 
 // Finds the plug-in part of the `available` bytes at `devmode`. A part is accepted when the

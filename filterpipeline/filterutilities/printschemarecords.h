@@ -175,10 +175,10 @@ namespace Watermark {
 
 // The kinds of watermark ("Watermark Type" in the watermark settings file).
 enum EWatermarkType : int {
-    WatermarkTypeText = 0,           // the text of the "Text" key
+    WatermarkTypeText = 0,              // the text of the "Text" key
     WatermarkTypeTextAndTimeStamp = 1,  // that text followed by the date and time of printing
-    WatermarkTypeBitmap = 2,         // the bitmap file of the "BmpFile" key
-    WatermarkTypeNone = 4,           // no watermark, or none read yet
+    WatermarkTypeBitmap = 2,            // the bitmap file of the "BmpFile" key
+    WatermarkTypeNone = 4,              // no watermark, or none read yet
 };
 
 // How the text of a watermark is drawn.

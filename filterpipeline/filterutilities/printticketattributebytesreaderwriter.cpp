@@ -54,7 +54,8 @@ OEMDEV* PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(DEVMODEW
         THROW_NULL_POINTER(L"PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode",
                            "devmode");
     }
-    OemDevmode::Location found = OemDevmode::Find(reinterpret_cast<const BYTE*>(devmode), available);
+    OemDevmode::Location found =
+        OemDevmode::Find(reinterpret_cast<const BYTE*>(devmode), available);
     return reinterpret_cast<OEMDEV*>(const_cast<BYTE*>(found.part));
 }
 
@@ -63,20 +64,22 @@ void PrintTicketAttributeBytesReaderWriter::ClearCachedIndexedList() {
     m_cachedNameSpaceId = -1;
 }
 
-const AttributeBytesIndexedList& PrintTicketAttributeBytesReaderWriter::
-    GetAttributeBytesIndexedListRef() const {
+const AttributeBytesIndexedList&
+PrintTicketAttributeBytesReaderWriter::GetAttributeBytesIndexedListRef() const {
     return const_cast<PrintTicketAttributeBytesReaderWriter*>(this)
         ->GetAttributeBytesIndexedListRef();
 }
 
-AttributeBytesIndexedList& PrintTicketAttributeBytesReaderWriter::GetAttributeBytesIndexedListRef() {
+AttributeBytesIndexedList&
+PrintTicketAttributeBytesReaderWriter::GetAttributeBytesIndexedListRef() {
     return GetAttributeBytesIndexedListRef(PersistentAttributes::GetDataModelDocPropNameSpaceId());
 }
 
 void PrintTicketAttributeBytesReaderWriter::Dump() const {}
 
-const AttributeBytesIndexedList& PrintTicketAttributeBytesReaderWriter::
-    GetAttributeBytesIndexedListRef(AttributeBytesNameSpacesId nameSpace) const {
+const AttributeBytesIndexedList&
+PrintTicketAttributeBytesReaderWriter::GetAttributeBytesIndexedListRef(
+    AttributeBytesNameSpacesId nameSpace) const {
     return const_cast<PrintTicketAttributeBytesReaderWriter*>(this)
         ->GetAttributeBytesIndexedListRef(nameSpace);
 }

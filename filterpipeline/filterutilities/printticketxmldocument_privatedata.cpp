@@ -30,7 +30,8 @@ DWORD CrcOf(const BYTE* bytes, std::size_t length) {
 }  // namespace
 
 HRESULT PrintTicketXmlDocument::SetJobZorunDriverDataInPrintTicket(DEVMODEW* devmode, DWORD size) {
-    static constexpr wchar_t kMethod[] = L"PrintTicketXmlDocument::SetJobZorunDriverDataInPrintTicket";
+    static constexpr wchar_t kMethod[] =
+        L"PrintTicketXmlDocument::SetJobZorunDriverDataInPrintTicket";
     try {
         if (devmode == nullptr && size != 0) THROW_COM(E_POINTER, kMethod, "");
         // Base64 lengths are ints: a device mode is at most 64 KiB of public and private bytes.
@@ -43,8 +44,8 @@ HRESULT PrintTicketXmlDocument::SetJobZorunDriverDataInPrintTicket(DEVMODEW* dev
         if (size != 0) std::memcpy(framed.data() + 4, bytes, size);
 
         int framedLength = static_cast<int>(framed.size());
-        int capacity = ZorunUtilities::Base64EncodeGetRequiredLength(framedLength,
-                                                                     kBase64NoLineBreaks);
+        int capacity =
+            ZorunUtilities::Base64EncodeGetRequiredLength(framedLength, kBase64NoLineBreaks);
         std::vector<wchar_t> text(static_cast<std::size_t>(capacity) + 1, L'\0');
         int written = capacity;
         if (!ZorunUtilities::Base64Encode(framed.data(), framedLength, text.data(), &written,

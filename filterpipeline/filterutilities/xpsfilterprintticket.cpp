@@ -44,28 +44,44 @@ LONG ConvertMicrons(long microns, Dimension::UnitsEnum unit) {
 LONG AnchorFromValueId(long valueId) {
     using namespace PrintSchema::PageScaling;
     switch (valueId - ValueScalingAnchorTopLeft) {
-        case 0: return TopLeft;
-        case 1: return LeftCenter;
-        case 2: return BottomLeft;
-        case 3: return TopRight;
-        case 4: return RightCenter;
-        case 5: return BottomRight;
-        case 6: return TopCenter;
-        case 7: return Center;
-        case 8: return BottomCenter;
-        default: return TopLeft;
+        case 0:
+            return TopLeft;
+        case 1:
+            return LeftCenter;
+        case 2:
+            return BottomLeft;
+        case 3:
+            return TopRight;
+        case 4:
+            return RightCenter;
+        case 5:
+            return BottomRight;
+        case 6:
+            return TopCenter;
+        case 7:
+            return Center;
+        case 8:
+            return BottomCenter;
+        default:
+            return TopLeft;
     }
 }
 
 // Pages per sheet of the driver's n-up value id.
 LONG PagesPerSheetFromValueId(long valueId) {
     switch (valueId) {
-        case ValueNUp2: return 2;
-        case ValueNUp4: return 4;
-        case ValueNUp6: return 6;
-        case ValueNUp9: return 9;
-        case ValueNUp16: return 16;
-        default: return 1;
+        case ValueNUp2:
+            return 2;
+        case ValueNUp4:
+            return 4;
+        case ValueNUp6:
+            return 6;
+        case ValueNUp9:
+            return 9;
+        case ValueNUp16:
+            return 16;
+        default:
+            return 1;
     }
 }
 
@@ -151,12 +167,12 @@ const PrintSchema::PageScaling::PageScalingData& XpsFilterPrintTicket::GetPageSc
         if (GetAttributeBytesIndexedListRef().IsEmpty()) {
             hr = S_FALSE;
         } else {
-            data.scalingMode = GetOptionValueFromAttributeBytes(FeatureScalingMode,
-                                                                ValueScalingModeNone);
+            data.scalingMode =
+                GetOptionValueFromAttributeBytes(FeatureScalingMode, ValueScalingModeNone);
             data.scalingRequested = data.scalingMode != ValueScalingModeNone ? TRUE : FALSE;
             scale = GetIntegerValueFromAttributeBytes(FeatureScalingPercentage, 100);
-            anchorValue = GetOptionValueFromAttributeBytes(FeatureScalingAnchor,
-                                                           ValueScalingAnchorCenter);
+            anchorValue =
+                GetOptionValueFromAttributeBytes(FeatureScalingAnchor, ValueScalingAnchorCenter);
         }
         data.anchor = AnchorFromValueId(anchorValue);
 
@@ -174,8 +190,8 @@ const PrintSchema::PageScaling::PageScalingData& XpsFilterPrintTicket::GetPageSc
         data.scaleWidth = scale;
         data.scaleHeight = scale;
         data.option = FitApplicationMediaSizeToPageMediaSize;
-        data.fitBasis = GetOptionValueFromAttributeBytes(FeatureScalingFitBasis,
-                                                         ValueScalingFitBasisPaper);
+        data.fitBasis =
+            GetOptionValueFromAttributeBytes(FeatureScalingFitBasis, ValueScalingFitBasisPaper);
         Stamp(m_pageScaling, hr);
     }
     HRESULT result = DoStandardStatusReturnProcessing(hr, found, status);
@@ -184,7 +200,7 @@ const PrintSchema::PageScaling::PageScalingData& XpsFilterPrintTicket::GetPageSc
 }
 
 const PrintSchema::Binding::BindingData& XpsFilterPrintTicket::GetBookletBinding(bool* found,
-                                                                                HRESULT* status) {
+                                                                                 HRESULT* status) {
     HRESULT hr = S_OK;
     if (IsCacheCurrent(m_binding.stamp)) {
         hr = m_binding.status;
@@ -194,8 +210,8 @@ const PrintSchema::Binding::BindingData& XpsFilterPrintTicket::GetBookletBinding
         data = BindingData();
         bool specified = false;
         bool booklet = GetBooleanValueFromAttributeBytes(FeatureBooklet, false, &specified);
-        long edge = GetOptionValueFromAttributeBytes(FeatureBookletBindingEdge,
-                                                     ValueBindingEdgeLeft);
+        long edge =
+            GetOptionValueFromAttributeBytes(FeatureBookletBindingEdge, ValueBindingEdgeLeft);
         if (specified && booklet) {
             data.bindingOption = edge == ValueBindingEdgeRight ? BindRight : BindLeft;
         }
@@ -221,9 +237,8 @@ const PrintSchema::NUp::NUpData& XpsFilterPrintTicket::GetNUp(bool* found, HRESU
         hr = m_nUp.status;
     } else {
         m_nUp.value = PrintSchema::NUp::NUpData();
-        m_nUp.value.pagesPerSheet =
-            PagesPerSheetFromValueId(GetOptionValueFromAttributeBytes(FeatureNUpPagesPerSheet,
-                                                                      ValueNUp1));
+        m_nUp.value.pagesPerSheet = PagesPerSheetFromValueId(
+            GetOptionValueFromAttributeBytes(FeatureNUpPagesPerSheet, ValueNUp1));
         // The page order and edge-to-edge fields keep their defaults (7611, 8010) whatever the
         // driver's settings say: filters lay n-up sheets out right then down, never edge to
         // edge.
@@ -258,9 +273,8 @@ const PrintSchema::OutputPaperSize::OutputPaperSizeData& XpsFilterPrintTicket::G
                                                                      defaultWidth)
                                  .GetValue(Dimension::Microns)
                                  .GetIntValue(kRounding);
-                data.height = AttributeBytesReader::GetDimensionValue(dimensions,
-                                                                      FeaturePaperHeight,
-                                                                      defaultHeight)
+                data.height = AttributeBytesReader::GetDimensionValue(
+                                  dimensions, FeaturePaperHeight, defaultHeight)
                                   .GetValue(Dimension::Microns)
                                   .GetIntValue(kRounding);
                 data.paperSize = code;

@@ -46,12 +46,15 @@ void XpsFilterPrintTicketBase::SetScope(EPrintTicketScope scope) {
     m_filterScope = MsEPrintTicketScopeToEFilterPtScope(scope);
 }
 
-XpsFilterPrintTicketBase::EFilterPtScope XpsFilterPrintTicketBase::
-    MsEPrintTicketScopeToEFilterPtScope(EPrintTicketScope scope) {
+XpsFilterPrintTicketBase::EFilterPtScope
+XpsFilterPrintTicketBase::MsEPrintTicketScopeToEFilterPtScope(EPrintTicketScope scope) {
     switch (scope) {
-        case kPTPageScope: return EFilterPtScopePage;
-        case kPTDocumentScope: return EFilterPtScopeDocument;
-        case kPTJobScope: return EFilterPtScopeJob;
+        case kPTPageScope:
+            return EFilterPtScopePage;
+        case kPTDocumentScope:
+            return EFilterPtScopeDocument;
+        case kPTJobScope:
+            return EFilterPtScopeJob;
     }
     return EFilterPtScopeUserDefault;
 }
@@ -125,7 +128,7 @@ AttributeBytesIndexedList& XpsFilterPrintTicketBase::GetAttributeBytesIndexedLis
 }
 
 HRESULT XpsFilterPrintTicketBase::DoStandardStatusReturnProcessing(HRESULT hr, bool* found,
-                                                                  HRESULT* status) {
+                                                                   HRESULT* status) {
     if (hr == kNotFound) {
         // An absent setting is never an error: the getter gives its default.
         if (found != nullptr) *found = false;

@@ -55,9 +55,9 @@ public:
     // own (merged, default, job, document, page, in that order); a null DOM empties its slot.
     // A DOM that is not a PrintTicket throws the document's ZorunComException; the slots
     // before it are already replaced.
-    void Initialize(EPrintTicketScope scope, IXMLDOMDocument2* defaultTicket,
-                    IXMLDOMDocument2* job, IXMLDOMDocument2* document, IXMLDOMDocument2* page,
-                    IXMLDOMDocument2* merged, CXString& printerName, HANDLE userToken);
+    void Initialize(EPrintTicketScope scope, IXMLDOMDocument2* defaultTicket, IXMLDOMDocument2* job,
+                    IXMLDOMDocument2* document, IXMLDOMDocument2* page, IXMLDOMDocument2* merged,
+                    CXString& printerName, HANDLE userToken);
 
     void SetScope(EPrintTicketScope scope);
     // page (0) -> 3, document (1) -> 2, job (2) -> 1, anything else -> 0.
@@ -73,8 +73,8 @@ public:
     HRESULT XpsFilterGetFeatureOption(const wchar_t* featureName, BSTR* optionName,
                                       BSTR* optionPrefix);
     // The same walk for the integer value of a ScoredProperty of the feature.
-    HRESULT XpsFilterGetScoredPropertyValue(const wchar_t* featureName,
-                                            const wchar_t* propertyName, int* value);
+    HRESULT XpsFilterGetScoredPropertyValue(const wchar_t* featureName, const wchar_t* propertyName,
+                                            int* value);
 
     // The driver's document-property attributes of this view: built once per Initialize, from
     // the page device mode snapshot of the first ticket, from the view's own scope upwards, that

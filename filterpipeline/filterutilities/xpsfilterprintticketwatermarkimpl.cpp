@@ -106,13 +106,12 @@ CXString XpsFilterPrintTicketWatermarkImpl::WmIniSectionName(int watermarkNumber
     return section;
 }
 
-CXString XpsFilterPrintTicketWatermarkImpl::GetWmIniString(int watermarkNumber,
-                                                           const CXString& key,
+CXString XpsFilterPrintTicketWatermarkImpl::GetWmIniString(int watermarkNumber, const CXString& key,
                                                            bool absentAsEmpty) {
     std::vector<wchar_t> buffer(kIniValueCapacity, L'\0');
     UTF8Ini ini;
-    ini.GetPrivateProfileStringW(WmIniSectionName(watermarkNumber), key, m_absentKey,
-                                 buffer.data(), kIniValueCapacity, m_iniFileInUse);
+    ini.GetPrivateProfileStringW(WmIniSectionName(watermarkNumber), key, m_absentKey, buffer.data(),
+                                 kIniValueCapacity, m_iniFileInUse);
     CXString text(buffer.data());
     if (absentAsEmpty && text.Compare(m_absentKey) == 0) text.Empty();
     return text;
@@ -151,14 +150,29 @@ CXString XpsFilterPrintTicketWatermarkImpl::GetDateTime(ETimeStampFormat format,
                                                         const FILETIME* when) {
     const char* pattern = nullptr;
     switch (format) {
-        case TimeStampNone: return CXString();
-        case TimeStampDateTime: pattern = "%Y-%m-%d %H:%M"; break;
-        case TimeStampDate: pattern = "%Y-%m-%d"; break;
-        case TimeStampTime: pattern = "%H:%M"; break;
-        case TimeStampDateTimeSeconds: pattern = "%Y-%m-%d %H:%M:%S"; break;
-        case TimeStampUsDateTime: pattern = "%m/%d/%Y %I:%M %p"; break;
-        case TimeStampEuropeanDateTime: pattern = "%d.%m.%Y %H:%M"; break;
-        case TimeStampLongDate: pattern = "%d %B %Y"; break;
+        case TimeStampNone:
+            return CXString();
+        case TimeStampDateTime:
+            pattern = "%Y-%m-%d %H:%M";
+            break;
+        case TimeStampDate:
+            pattern = "%Y-%m-%d";
+            break;
+        case TimeStampTime:
+            pattern = "%H:%M";
+            break;
+        case TimeStampDateTimeSeconds:
+            pattern = "%Y-%m-%d %H:%M:%S";
+            break;
+        case TimeStampUsDateTime:
+            pattern = "%m/%d/%Y %I:%M %p";
+            break;
+        case TimeStampEuropeanDateTime:
+            pattern = "%d.%m.%Y %H:%M";
+            break;
+        case TimeStampLongDate:
+            pattern = "%d %B %Y";
+            break;
     }
     if (pattern == nullptr) return CXString();
 
@@ -192,7 +206,8 @@ void XpsFilterPrintTicketWatermarkImpl::ReadPageSize() {
     if (SUCCEEDED(XpsFilterGetScoredPropertyValue(L"PageMediaSize", L"MediaSizeWidth", &width)) &&
         SUCCEEDED(XpsFilterGetScoredPropertyValue(L"PageMediaSize", L"MediaSizeHeight", &height)) &&
         width > 0 && height > 0) {
-        m_watermark.pageWidth = Dimension(width, Dimension::Microns).GetDoubleValue(Dimension::Pixels96);
+        m_watermark.pageWidth =
+            Dimension(width, Dimension::Microns).GetDoubleValue(Dimension::Pixels96);
         m_watermark.pageHeight =
             Dimension(height, Dimension::Microns).GetDoubleValue(Dimension::Pixels96);
     }
@@ -310,11 +325,11 @@ const PrintSchema::Watermark::WatermarkData& XpsFilterPrintTicketWatermarkImpl::
             } else {
                 // The watermark's number is the value id of the watermark feature (a number the
                 // driver made for the user's watermark); 0 means none.
-                int number = static_cast<int>(
-                    GetOptionValueOrNewId(DataModelIds::FeatureWatermark, DataModelIds::ValueUnspecified));
-                long placement = GetOptionValueFromAttributeBytes(
-                    DataModelIds::FeatureWatermarkPlacement,
-                    DataModelIds::ValueWatermarkBehindContent);
+                int number = static_cast<int>(GetOptionValueOrNewId(
+                    DataModelIds::FeatureWatermark, DataModelIds::ValueUnspecified));
+                long placement =
+                    GetOptionValueFromAttributeBytes(DataModelIds::FeatureWatermarkPlacement,
+                                                     DataModelIds::ValueWatermarkBehindContent);
                 m_watermark.overContent =
                     (placement == DataModelIds::ValueWatermarkOverContent ||
                      placement == DataModelIds::ValueWatermarkOverContentTransparent)

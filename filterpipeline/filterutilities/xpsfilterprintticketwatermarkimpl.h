@@ -15,14 +15,14 @@ public:
     // Date and time formats of a time-stamp watermark ("TimeStampFormat"). The patterns are
     // strftime patterns in the C locale, applied to the local time:
     enum ETimeStampFormat : int {
-        TimeStampNone = 0,                 // no stamp: ""
-        TimeStampDateTime = 1,             // "%Y-%m-%d %H:%M"       2024-03-07 14:05
-        TimeStampDate = 2,                 // "%Y-%m-%d"             2024-03-07
-        TimeStampTime = 3,                 // "%H:%M"                14:05
-        TimeStampDateTimeSeconds = 4,      // "%Y-%m-%d %H:%M:%S"    2024-03-07 14:05:09
-        TimeStampUsDateTime = 5,           // "%m/%d/%Y %I:%M %p"    03/07/2024 02:05 PM
-        TimeStampEuropeanDateTime = 6,     // "%d.%m.%Y %H:%M"       07.03.2024 14:05
-        TimeStampLongDate = 7,             // "%d %B %Y"             07 March 2024
+        TimeStampNone = 0,              // no stamp: ""
+        TimeStampDateTime = 1,          // "%Y-%m-%d %H:%M"       2024-03-07 14:05
+        TimeStampDate = 2,              // "%Y-%m-%d"             2024-03-07
+        TimeStampTime = 3,              // "%H:%M"                14:05
+        TimeStampDateTimeSeconds = 4,   // "%Y-%m-%d %H:%M:%S"    2024-03-07 14:05:09
+        TimeStampUsDateTime = 5,        // "%m/%d/%Y %I:%M %p"    03/07/2024 02:05 PM
+        TimeStampEuropeanDateTime = 6,  // "%d.%m.%Y %H:%M"       07.03.2024 14:05
+        TimeStampLongDate = 7,          // "%d %B %Y"             07 March 2024
     };
 
     // The text read for an absent key.

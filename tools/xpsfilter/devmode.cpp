@@ -75,8 +75,8 @@ CComPtr<IXMLDOMDocument2> LoadTicket(const std::string& bytes, const std::string
         std::string reason;
         CComPtr<IXMLDOMParseError> error;
         CComBSTR text;
-        if (SUCCEEDED(dom->get_parseError(&error)) && error && SUCCEEDED(error->get_reason(&text)) &&
-            text.Length() > 0) {
+        if (SUCCEEDED(dom->get_parseError(&error)) && error &&
+            SUCCEEDED(error->get_reason(&text)) && text.Length() > 0) {
             reason = ": " + platform::WideToUtf8(static_cast<const wchar_t*>(text));
         }
         throw InputError(xpsfilter::kExitBadTicket, name + " is not well-formed XML" + reason);
@@ -171,7 +171,8 @@ std::string Serialise(IXMLDOMDocument2* dom) {
     if (!stream) return bytes;
     char buffer[65536];
     ULONG got = 0;
-    while (SUCCEEDED(stream->Read(buffer, sizeof buffer, &got)) && got > 0) bytes.append(buffer, got);
+    while (SUCCEEDED(stream->Read(buffer, sizeof buffer, &got)) && got > 0)
+        bytes.append(buffer, got);
     return bytes;
 }
 
@@ -186,7 +187,8 @@ int Encode(const EncodeOptions& options) {
             throw InputError(xpsfilter::kExitBadTicket, options.description + ": " + error.what());
         }
 
-        std::string base = options.ticket.empty() ? std::string(kEmptyTicket) : ReadInput(options.ticket);
+        std::string base =
+            options.ticket.empty() ? std::string(kEmptyTicket) : ReadInput(options.ticket);
         std::string baseName = options.ticket.empty() ? "the empty ticket" : options.ticket;
         CComPtr<IXMLDOMDocument2> dom = LoadTicket(base, baseName);
         std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(dom, baseName);
@@ -249,9 +251,10 @@ void AddDevmodeCommand(xpsfilter::CommandLine& commands) {
     auto decode = std::make_shared<DecodeOptions>();
     CLI::App* decodeCommand = devmode->add_subcommand(
         "decode", "Print the driver device modes of a PrintTicket as readable descriptions");
-    decodeCommand->add_option("--which", decode->which,
-                              "Which device mode: page (PageDevmodeSnapshot), job "
-                              "(JobZorunDriverData) or all")
+    decodeCommand
+        ->add_option("--which", decode->which,
+                     "Which device mode: page (PageDevmodeSnapshot), job "
+                     "(JobZorunDriverData) or all")
         ->capture_default_str()
         ->check(CLI::IsMember({"page", "job", "all"}));
     decodeCommand->add_option("TICKET", decode->ticket, "The PrintTicket file")->required();
@@ -260,16 +263,18 @@ void AddDevmodeCommand(xpsfilter::CommandLine& commands) {
     auto encode = std::make_shared<EncodeOptions>();
     CLI::App* encodeCommand = devmode->add_subcommand(
         "encode", "Build a PrintTicket carrying the device mode a description stands for");
-    encodeCommand->add_option("--as", encode->as,
-                              "Write it as PageDevmodeSnapshot (page) or as the CRC-framed "
-                              "JobZorunDriverData (job)")
+    encodeCommand
+        ->add_option("--as", encode->as,
+                     "Write it as PageDevmodeSnapshot (page) or as the CRC-framed "
+                     "JobZorunDriverData (job)")
         ->capture_default_str()
         ->check(CLI::IsMember({"page", "job"}));
     encodeCommand->add_option("--ticket", encode->ticket,
                               "The PrintTicket to add it to (default: an empty ticket)");
     encodeCommand->add_option("-o,--output", encode->output,
                               "Where to write the ticket (default: standard output)");
-    encodeCommand->add_option("DESCRIPTION", encode->description, "The device mode description file")
+    encodeCommand
+        ->add_option("DESCRIPTION", encode->description, "The device mode description file")
         ->required();
     encodeCommand->callback([&commands, encode] { commands.SetExitCode(Encode(*encode)); });
 }

@@ -73,7 +73,7 @@ const PublicField* FindPublicField(std::string_view name) {
 
 // --- Units ---
 
-constexpr const char* kUnitNames[] = {"in",  "pt",          "mm", "cm",          "px96", "twip",
+constexpr const char* kUnitNames[] = {"in",      "pt",          "mm", "cm",          "px96", "twip",
                                       "tenthmm", "hundredthin", "um", "hundredthmm", "mil"};
 
 // --- Text helpers ---
@@ -105,12 +105,14 @@ long long ParseInteger(std::string_view text, long long low, long long high, int
         digits.remove_prefix(2);
     }
     unsigned long long magnitude = 0;
-    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), magnitude, base);
+    auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), magnitude, base);
     if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
         magnitude > 0x7FFFFFFFFFFFFFFFull) {
         Fail(line, std::string(what) + " is not an integer: '" + std::string(text) + "'");
     }
-    long long value = negative ? -static_cast<long long>(magnitude) : static_cast<long long>(magnitude);
+    long long value =
+        negative ? -static_cast<long long>(magnitude) : static_cast<long long>(magnitude);
     if (value < low || value > high) {
         Fail(line, std::string(what) + " " + std::string(text) + " is out of range " +
                        std::to_string(low) + ".." + std::to_string(high));
@@ -146,15 +148,26 @@ std::string ParseText(std::string_view text, int line, std::string_view* rest = 
         }
         if (++i >= text.size()) Fail(line, "unfinished escape in a string");
         switch (text[i]) {
-            case '\\': value += '\\'; break;
-            case '"': value += '"'; break;
-            case 'n': value += '\n'; break;
-            case 'r': value += '\r'; break;
-            case 't': value += '\t'; break;
+            case '\\':
+                value += '\\';
+                break;
+            case '"':
+                value += '"';
+                break;
+            case 'n':
+                value += '\n';
+                break;
+            case 'r':
+                value += '\r';
+                break;
+            case 't':
+                value += '\t';
+                break;
             case 'u': {
                 if (i + 4 >= text.size()) Fail(line, "\\u needs four hexadecimal digits");
                 unsigned code = 0;
-                auto [end, error] = std::from_chars(text.data() + i + 1, text.data() + i + 5, code, 16);
+                auto [end, error] =
+                    std::from_chars(text.data() + i + 1, text.data() + i + 5, code, 16);
                 if (error != std::errc() || end != text.data() + i + 5) {
                     Fail(line, "\\u needs four hexadecimal digits");
                 }
@@ -162,7 +175,8 @@ std::string ParseText(std::string_view text, int line, std::string_view* rest = 
                 i += 4;
                 break;
             }
-            default: Fail(line, std::string("unknown escape \\") + text[i]);
+            default:
+                Fail(line, std::string("unknown escape \\") + text[i]);
         }
     }
     if (i >= text.size()) Fail(line, "a string is not closed");
@@ -174,11 +188,21 @@ std::string Quote(const std::string& utf8) {
     std::string quoted = "\"";
     for (unsigned char c : utf8) {
         switch (c) {
-            case '\\': quoted += "\\\\"; break;
-            case '"': quoted += "\\\""; break;
-            case '\n': quoted += "\\n"; break;
-            case '\r': quoted += "\\r"; break;
-            case '\t': quoted += "\\t"; break;
+            case '\\':
+                quoted += "\\\\";
+                break;
+            case '"':
+                quoted += "\\\"";
+                break;
+            case '\n':
+                quoted += "\\n";
+                break;
+            case '\r':
+                quoted += "\\r";
+                break;
+            case '\t':
+                quoted += "\\t";
+                break;
             default:
                 if (c < 0x20 || c == 0x7F) {
                     char escape[8];
@@ -264,7 +288,8 @@ AttributeBytesRawList ToRawList(const std::vector<Node>& nodes) {
                     node.specified));
                 break;
             case AttributeBytesType::Integer:
-                list.Add(AttributeBytesItem::MakeInteger(node.feature, node.number, node.specified));
+                list.Add(
+                    AttributeBytesItem::MakeInteger(node.feature, node.number, node.specified));
                 break;
             case AttributeBytesType::Boolean:
                 list.Add(AttributeBytesItem::MakeBoolean(node.feature, node.number != 0,
@@ -291,7 +316,8 @@ void ParseAttributeValue(std::string_view text, int line, Node& node) {
     text = Trim(text);
     std::size_t space = text.find_first_of(" \t");
     std::string_view type = text.substr(0, space);
-    std::string_view rest = space == std::string_view::npos ? std::string_view() : Trim(text.substr(space));
+    std::string_view rest =
+        space == std::string_view::npos ? std::string_view() : Trim(text.substr(space));
 
     // The optional "unspecified" word ends the line (after a string, after its closing quote).
     auto takeSpecified = [&](std::string_view& words) {
@@ -310,13 +336,16 @@ void ParseAttributeValue(std::string_view text, int line, Node& node) {
         node.type = AttributeBytesType::String;
         node.text = platform::Utf8ToWide(ParseText(rest, line, &after));
         takeSpecified(after);
-        if (!after.empty()) Fail(line, "unexpected text after the string: '" + std::string(after) + "'");
+        if (!after.empty())
+            Fail(line, "unexpected text after the string: '" + std::string(after) + "'");
         return;
     }
     takeSpecified(rest);
     if (type == "option" || type == "integer") {
-        node.type = type == "option" ? AttributeBytesType::OptionValue : AttributeBytesType::Integer;
-        node.number = static_cast<long>(ParseInteger(rest, INT32_MIN, INT32_MAX, line, "the value"));
+        node.type =
+            type == "option" ? AttributeBytesType::OptionValue : AttributeBytesType::Integer;
+        node.number =
+            static_cast<long>(ParseInteger(rest, INT32_MIN, INT32_MAX, line, "the value"));
     } else if (type == "boolean") {
         node.type = AttributeBytesType::Boolean;
         if (rest == "true" || rest == "1") {
@@ -357,8 +386,8 @@ void AddAttribute(std::vector<Node>& roots, std::string_view path, std::string_v
     std::vector<long> features;
     while (true) {
         std::size_t slash = path.find('/');
-        features.push_back(static_cast<long>(
-            ParseInteger(Trim(path.substr(0, slash)), INT32_MIN, INT32_MAX, line, "the feature id")));
+        features.push_back(static_cast<long>(ParseInteger(Trim(path.substr(0, slash)), INT32_MIN,
+                                                          INT32_MAX, line, "the feature id")));
         if (slash == std::string_view::npos) break;
         path.remove_prefix(slash + 1);
     }
@@ -444,8 +473,10 @@ std::string Hex(const BYTE* bytes, std::size_t count) {
     std::string text;
     char pair[4];
     for (std::size_t i = 0; i < count; ++i) {
-        if (i > 0 && i % 32 == 0) text += "\nhex = ";
-        else if (i > 0) text += ' ';
+        if (i > 0 && i % 32 == 0)
+            text += "\nhex = ";
+        else if (i > 0)
+            text += ' ';
         std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
         text += pair;
     }
@@ -510,8 +541,8 @@ DevmodeDescription ParseDevmodeDescription(const std::string& text) {
                 currentNameSpace =
                     argument.empty()
                         ? PersistentAttributes::GetDataModelDocPropNameSpaceId().GetNameSpaceId()
-                        : static_cast<long>(ParseInteger(argument, INT32_MIN, INT32_MAX, line,
-                                                         "the namespace"));
+                        : static_cast<long>(
+                              ParseInteger(argument, INT32_MIN, INT32_MAX, line, "the namespace"));
                 if (trees.count(currentNameSpace) != 0) {
                     Fail(line, "namespace " + std::to_string(currentNameSpace) + " appears twice");
                 }
@@ -526,7 +557,8 @@ DevmodeDescription ParseDevmodeDescription(const std::string& text) {
             } else if (word == "record") {
                 section = Section::Record;
                 DevmodeDescription::Section record;
-                record.raw.type = static_cast<WORD>(ParseInteger(argument, 0, 0xFFFF, line, "the record type"));
+                record.raw.type =
+                    static_cast<WORD>(ParseInteger(argument, 0, 0xFFFF, line, "the record type"));
                 description.records.push_back(record);
             } else {
                 Fail(line, "unknown section [" + std::string(name) +
@@ -546,7 +578,8 @@ DevmodeDescription ParseDevmodeDescription(const std::string& text) {
                 Fail(line, "a key outside a section");
             case Section::Devmode:
             case Section::Plugin: {
-                std::string id = (section == Section::Devmode ? "devmode." : "plugin.") + std::string(key);
+                std::string id =
+                    (section == Section::Devmode ? "devmode." : "plugin.") + std::string(key);
                 auto [at, fresh] = seenKeys.emplace(id, line);
                 if (!fresh) Fail(line, "'" + std::string(key) + "' is given twice");
                 break;
@@ -558,7 +591,8 @@ DevmodeDescription ParseDevmodeDescription(const std::string& text) {
         if (section == Section::Devmode) {
             DEVMODEW& devmode = description.publicPart;
             if (key == "deviceName") {
-                SetText(devmode.dmDeviceName, CCHDEVICENAME, ParseText(value, line), line, "deviceName");
+                SetText(devmode.dmDeviceName, CCHDEVICENAME, ParseText(value, line), line,
+                        "deviceName");
             } else if (key == "formName") {
                 SetText(devmode.dmFormName, CCHFORMNAME, ParseText(value, line), line, "formName");
             } else if (const PublicField* field = FindPublicField(key)) {
@@ -585,15 +619,18 @@ DevmodeDescription ParseDevmodeDescription(const std::string& text) {
                     Fail(line, "layout is postscript or raster");
                 }
             } else if (key == "coreSize") {
-                description.coreSize = static_cast<WORD>(ParseInteger(value, 1, 0xFFFF, line, "coreSize"));
+                description.coreSize =
+                    static_cast<WORD>(ParseInteger(value, 1, 0xFFFF, line, "coreSize"));
                 coreSizeGiven = true;
             } else if (key == "version") {
-                description.version = static_cast<DWORD>(ParseInteger(value, 0, 0xFFFFFFFFll, line, "version"));
+                description.version =
+                    static_cast<DWORD>(ParseInteger(value, 0, 0xFFFFFFFFll, line, "version"));
             } else if (key == "layoutWord") {
                 description.recordAreaLayout =
                     static_cast<DWORD>(ParseInteger(value, 0, 0xFFFFFFFFll, line, "layoutWord"));
             } else if (key == "trailing") {
-                description.trailing = static_cast<WORD>(ParseInteger(value, 0, 0xFFFF, line, "trailing"));
+                description.trailing =
+                    static_cast<WORD>(ParseInteger(value, 0, 0xFFFF, line, "trailing"));
             } else {
                 Fail(line, "unknown plug-in setting '" + std::string(key) +
                                "' (layout, coreSize, version, layoutWord, trailing)");
@@ -645,7 +682,8 @@ ByteBuffer BuildDevmode(const DevmodeDescription& description) {
                                std::to_string(OemDevmode::kSize - OemDevmode::kRecordsOffset) +
                                " bytes, 4 per record plus its data)");
     }
-    if (description.version != OemDevmode::kVersion) OemDevmode::WriteDword(part + 8, description.version);
+    if (description.version != OemDevmode::kVersion)
+        OemDevmode::WriteDword(part + 8, description.version);
     if (description.recordAreaLayout != OemDevmode::kRecordAreaLayout) {
         OemDevmode::WriteDword(part + 12, description.recordAreaLayout);
     }
@@ -692,27 +730,30 @@ std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>&
     if (static_cast<std::size_t>(publicPart.dmSize) + publicPart.dmDriverExtra > devmode.size()) {
         problems.push_back("dmSize + dmDriverExtra (" +
                            std::to_string(publicPart.dmSize + publicPart.dmDriverExtra) +
-                           ") is more than the " + std::to_string(devmode.size()) + " bytes present");
+                           ") is more than the " + std::to_string(devmode.size()) +
+                           " bytes present");
     }
 
     OemDevmode::Location where = OemDevmode::Find(devmode.data(), devmode.size());
     if (where.part == nullptr) {
         problems.push_back("no driver plug-in part: neither core driver layout gives one");
-        out << "# no driver plug-in part (neither the postscript nor the raster layout gives one)\n";
+        out << "# no driver plug-in part (neither the postscript nor the raster layout gives "
+               "one)\n";
         return out.str();
     }
     OemDevmode::Header header = OemDevmode::ReadHeader(where.part);
     DWORD computed = OemDevmode::ComputeCrc(where.part);
     out << "\n[plugin]\n";
-    out << "# at byte " << where.offset << ": dwSize " << header.size << ", dwSignature 0x" << std::hex
-        << std::uppercase << header.signature << std::dec << " (QMV1)\n";
-    out << "layout = " << (where.layout == OemDevmode::CoreLayout::PostScript ? "postscript" : "raster")
-        << "\n";
+    out << "# at byte " << where.offset << ": dwSize " << header.size << ", dwSignature 0x"
+        << std::hex << std::uppercase << header.signature << std::dec << " (QMV1)\n";
+    out << "layout = "
+        << (where.layout == OemDevmode::CoreLayout::PostScript ? "postscript" : "raster") << "\n";
     out << "coreSize = " << where.coreSize << "\n";
     out << "version = " << header.version << "\n";
     out << "layoutWord = " << header.recordAreaLayout << "\n";
     out << "trailing = "
-        << (publicPart.dmDriverExtra - static_cast<std::size_t>(where.coreSize) - OemDevmode::kSize) << "\n";
+        << (publicPart.dmDriverExtra - static_cast<std::size_t>(where.coreSize) - OemDevmode::kSize)
+        << "\n";
     char crcText[96];
     std::snprintf(crcText, sizeof crcText, "# CRC stored 0x%08X, computed 0x%08X: %s\n",
                   header.storedCrc, computed, header.storedCrc == computed ? "match" : "MISMATCH");
@@ -721,8 +762,9 @@ std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>&
         problems.push_back("the plug-in part's CRC does not match: filters see no attributes");
     }
     if (!OemDevmode::IsCurrentVersion(where.part)) {
-        problems.push_back("the plug-in part is not version 1 with layout word 5900: "
-                           "GetDevmodeFromPrintTicket refuses it");
+        problems.push_back(
+            "the plug-in part is not version 1 with layout word 5900: "
+            "GetDevmodeFromPrintTicket refuses it");
     }
 
     // The records, in order, bounds-checked as the library walks them.
@@ -731,7 +773,8 @@ std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>&
     bool attributesSeen = false;
     for (std::size_t index = 0; index < header.recordCount; ++index) {
         if (position + 4 > OemDevmode::kSize) {
-            problems.push_back("record " + std::to_string(index) + " lies past the end of the part");
+            problems.push_back("record " + std::to_string(index) +
+                               " lies past the end of the part");
             break;
         }
         WORD type = OemDevmode::ReadWord(where.part + position);

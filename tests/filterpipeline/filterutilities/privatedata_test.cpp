@@ -49,8 +49,8 @@ DEVMODEW* AsDevmode(ByteBuffer& bytes) {
 
 // The plug-in part's offset in the device mode, or -1 (bounds-checked lookup).
 long PartOffset(ByteBuffer& bytes) {
-    OEMDEV* part =
-        PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(bytes), bytes.size());
+    OEMDEV* part = PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(bytes),
+                                                                                   bytes.size());
     if (part == nullptr) return -1;
     return static_cast<long>(reinterpret_cast<BYTE*>(part) - bytes.data());
 }
@@ -68,18 +68,11 @@ std::unique_ptr<PrintTicketXmlDocument> TicketDocument(const std::wstring& xml) 
     return std::make_unique<PrintTicketXmlDocument>(dom);
 }
 
-// The text of the Value of the private ParameterInit `name`.
-CComPtr<IXMLDOMNode> PrivateValueNode(PrintTicketXmlDocument& ticket, const wchar_t* name) {
-    CComPtr<IXMLDOMNode> node;
-    EXPECT_EQ(ticket.GetParameterInitValueNodeIfExists(L"zk:", name, &node), S_OK);
-    return node;
-}
-
 // A framed JobZorunDriverData payload (CRC of `devmode` + devmode) as base64.
 std::wstring FramedPayload(const ByteBuffer& devmode) {
     ByteBuffer framed(4, 0);
-    DWORD crc = static_cast<DWORD>(
-        Crc32::GetCrc(const_cast<BYTE*>(devmode.data()), static_cast<unsigned long>(devmode.size())));
+    DWORD crc = static_cast<DWORD>(Crc32::GetCrc(const_cast<BYTE*>(devmode.data()),
+                                                 static_cast<unsigned long>(devmode.size())));
     OemDevmode::WriteDword(framed.data(), crc);
     framed.appendLpbyte(devmode.data(), static_cast<unsigned long>(devmode.size()));
     return Base64(framed);
@@ -90,7 +83,8 @@ std::wstring FramedPayload(const ByteBuffer& devmode) {
 // --- Finding the plug-in part ---
 
 TEST(OemDevmodeLocation, BothCoreLayoutsAreFound) {
-    ByteBuffer postScript = DevmodeWithAttributes(SampleAttributes(), OemDevmode::CoreLayout::PostScript, 160);
+    ByteBuffer postScript =
+        DevmodeWithAttributes(SampleAttributes(), OemDevmode::CoreLayout::PostScript, 160);
     EXPECT_EQ(Word(postScript, OemDevmode::kDmSizeOffset), kPublic);
     EXPECT_EQ(Word(postScript, OemDevmode::kDmDriverExtraOffset), 160 + OemDevmode::kSize);
     EXPECT_EQ(PartOffset(postScript), static_cast<long>(kPublic + 160));
@@ -98,14 +92,17 @@ TEST(OemDevmodeLocation, BothCoreLayoutsAreFound) {
     EXPECT_EQ(where.layout, OemDevmode::CoreLayout::PostScript);
     EXPECT_EQ(where.coreSize, 160);
 
-    ByteBuffer raster = DevmodeWithAttributes(SampleAttributes(), OemDevmode::CoreLayout::Raster, 24);
+    ByteBuffer raster =
+        DevmodeWithAttributes(SampleAttributes(), OemDevmode::CoreLayout::Raster, 24);
     EXPECT_EQ(PartOffset(raster), static_cast<long>(kPublic + 24));
-    EXPECT_EQ(OemDevmode::Find(raster.data(), raster.size()).layout, OemDevmode::CoreLayout::Raster);
+    EXPECT_EQ(OemDevmode::Find(raster.data(), raster.size()).layout,
+              OemDevmode::CoreLayout::Raster);
 
     // The trusting form agrees when the whole device mode is present.
-    EXPECT_EQ(reinterpret_cast<BYTE*>(
-                  PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(raster))),
-              raster.data() + kPublic + 24);
+    EXPECT_EQ(
+        reinterpret_cast<BYTE*>(
+            PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(raster))),
+        raster.data() + kPublic + 24);
 }
 
 TEST(OemDevmodeLocation, ThePostScriptLayoutIsPreferred) {
@@ -113,7 +110,8 @@ TEST(OemDevmodeLocation, ThePostScriptLayoutIsPreferred) {
     ByteBuffer devmode = DevmodeWithRecords({}, OemDevmode::CoreLayout::PostScript, 160,
                                             static_cast<WORD>(OemDevmode::kSize));
     const std::size_t second = 160 + OemDevmode::kSize;
-    std::memcpy(devmode.data() + kPublic + second, devmode.data() + kPublic + 160, OemDevmode::kSize);
+    std::memcpy(devmode.data() + kPublic + second, devmode.data() + kPublic + 160,
+                OemDevmode::kSize);
     SetWord(devmode, kPublic + OemDevmode::kRasterSizeWordOffset, static_cast<WORD>(second));
     EXPECT_EQ(PartOffset(devmode), static_cast<long>(kPublic + 160));
 
@@ -185,8 +183,8 @@ TEST(OemDevmodeLocation, ANullDevmodeThrowsTheNullPointerException) {
 // --- Records of the plug-in part ---
 
 TEST(OemDevmodeRecords, TheFirstAttributeRecordIsTakenAfterOthers) {
-    ByteBuffer devmode = DevmodeWithRecords({MakeRecord(7, 10, 0xEE), MakeRecord(1, 300, 0x42),
-                                             MakeRecord(1, 20, 0x43)});
+    ByteBuffer devmode = DevmodeWithRecords(
+        {MakeRecord(7, 10, 0xEE), MakeRecord(1, 300, 0x42), MakeRecord(1, 20, 0x43)});
     const BYTE* part = OemDevmode::Find(devmode.data(), devmode.size()).part;
     ASSERT_NE(part, nullptr);
     OemDevmode::Header header = OemDevmode::ReadHeader(part);
@@ -201,12 +199,14 @@ TEST(OemDevmodeRecords, TheFirstAttributeRecordIsTakenAfterOthers) {
 TEST(OemDevmodeRecords, OversizedOrOverlongAttributeRecordsEndTheWalk) {
     ByteBuffer taken;
     ByteBuffer limit = DevmodeWithRecords({MakeRecord(1, 5400, 0x11)});
-    EXPECT_TRUE(OemDevmode::TakeAttributeRecord(OemDevmode::Find(limit.data(), limit.size()).part, taken));
+    EXPECT_TRUE(
+        OemDevmode::TakeAttributeRecord(OemDevmode::Find(limit.data(), limit.size()).part, taken));
     EXPECT_EQ(taken.size(), 5400u);
 
     // 5401 bytes are refused, and the later record is not looked at.
     ByteBuffer over = DevmodeWithRecords({MakeRecord(1, 5401, 0x11), MakeRecord(1, 4, 0x22)});
-    EXPECT_FALSE(OemDevmode::TakeAttributeRecord(OemDevmode::Find(over.data(), over.size()).part, taken));
+    EXPECT_FALSE(
+        OemDevmode::TakeAttributeRecord(OemDevmode::Find(over.data(), over.size()).part, taken));
     EXPECT_TRUE(taken.empty());
 
     // A length word pointing past the end of the part.
@@ -275,7 +275,8 @@ TEST(JobZorunDriverData, ACrcMismatchEmptiesTheBufferAndThrows) {
     ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
     std::wstring payload = FramedPayload(devmode);
     payload[20] = payload[20] == L'A' ? L'B' : L'A';  // one byte of the device mode changes
-    auto ticket = TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", payload)));
+    auto ticket =
+        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", payload)));
     ASSERT_TRUE(ticket);
     ByteBuffer back(10, 1);
     EXPECT_EQ(ThrownHresult([&] { ticket->GetJobZorunDriverDataFromPrintTicket(back); }), E_FAIL);
@@ -297,7 +298,8 @@ TEST(JobZorunDriverData, ATruncatedPrivateAreaIsRepaired) {
 
 TEST(JobZorunDriverData, ShortAndDamagedPayloads) {
     // Four bytes or fewer: left as decoded, no CRC check.
-    auto shortTicket = TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"AQID")));
+    auto shortTicket =
+        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"AQID")));
     ByteBuffer back;
     shortTicket->GetJobZorunDriverDataFromPrintTicket(back);
     EXPECT_EQ(back, (ByteBuffer{1, 2, 3}));
@@ -312,9 +314,12 @@ TEST(JobZorunDriverData, ShortAndDamagedPayloads) {
     EXPECT_EQ(back, small);
 
     // A truncated base64 text.
-    auto cut = TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"QUJDRA")));
-    EXPECT_EQ(ThrownHresult([&] { cut->GetJobZorunDriverDataFromPrintTicket(back); }), std::nullopt);
-    auto broken = TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"QUJDR")));
+    auto cut =
+        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"QUJDRA")));
+    EXPECT_EQ(ThrownHresult([&] { cut->GetJobZorunDriverDataFromPrintTicket(back); }),
+              std::nullopt);
+    auto broken =
+        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"QUJDR")));
     back.assign(5, 5);
     EXPECT_EQ(ThrownHresult([&] { broken->GetJobZorunDriverDataFromPrintTicket(back); }), E_FAIL);
     EXPECT_TRUE(back.empty());
@@ -372,7 +377,8 @@ TEST(DevmodeFromTicket, APartOfAnotherVersionOrLayoutIsRefused) {
         EXPECT_EQ(ticket->GetDevmodeFromPrintTicket(back), E_FAIL) << field;
         EXPECT_TRUE(back.empty());
     }
-    auto damaged = TicketDocument(PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", L"#!")));
+    auto damaged =
+        TicketDocument(PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", L"#!")));
     ByteBuffer back(2, 2);
     EXPECT_EQ(damaged->GetDevmodeFromPrintTicket(back), E_FAIL);
     EXPECT_TRUE(back.empty());
@@ -382,8 +388,7 @@ TEST(DevmodeFromTicket, ARealWriterSnapshotIsReadButHasNoDriverPart) {
     const std::filesystem::path file =
         std::filesystem::path(FU_CORPUS_DIR) / "tickets" /
         "winprintrs_test_document.xps__Documents_1_Metadata_Page1_PT.xml";
-    CComPtr<IXMLDOMDocument2> dom =
-        documenttesting::TryLoadBytes(documenttesting::ReadFile(file));
+    CComPtr<IXMLDOMDocument2> dom = documenttesting::TryLoadBytes(documenttesting::ReadFile(file));
     ASSERT_TRUE(dom);
     PrintTicketXmlDocument ticket(dom);
     ByteBuffer snapshot;
@@ -488,7 +493,8 @@ TEST(AttributeList, TheSameNamespaceBuildsOnceAndAlternatingOnesRebuild) {
     EXPECT_EQ(reader.GetListRebuildCount(), 1u);
 
     EXPECT_EQ(reader.GetAttributeBytesIndexedListRef(printer).GetRawList(), printerProps);
-    EXPECT_EQ(reader.GetAttributeBytesIndexedListRef(doc).GetCount(), SampleAttributes().GetCount());
+    EXPECT_EQ(reader.GetAttributeBytesIndexedListRef(doc).GetCount(),
+              SampleAttributes().GetCount());
     EXPECT_EQ(reader.GetAttributeBytesIndexedListRef(printer).GetCount(), 1u);
     EXPECT_EQ(reader.GetListRebuildCount(), 4u);
 

@@ -44,20 +44,22 @@ inline DEVMODEW PublicDevmode() {
 }
 
 // A device mode whose plug-in part holds `records`, behind a core part of `coreSize` bytes.
-inline ByteBuffer DevmodeWithRecords(const std::vector<OemDevmode::Record>& records,
-                                     OemDevmode::CoreLayout layout = OemDevmode::CoreLayout::PostScript,
-                                     WORD coreSize = 160, WORD trailing = 0) {
+inline ByteBuffer DevmodeWithRecords(
+    const std::vector<OemDevmode::Record>& records,
+    OemDevmode::CoreLayout layout = OemDevmode::CoreLayout::PostScript, WORD coreSize = 160,
+    WORD trailing = 0) {
     BYTE part[OemDevmode::kSize];
     EXPECT_TRUE(OemDevmode::BuildPart(records, part));
     ByteBuffer devmode;
-    EXPECT_TRUE(OemDevmode::BuildDevmode(PublicDevmode(), layout, coreSize, part, trailing, devmode));
+    EXPECT_TRUE(
+        OemDevmode::BuildDevmode(PublicDevmode(), layout, coreSize, part, trailing, devmode));
     return devmode;
 }
 
 // A device mode carrying the document-property attributes `list` in a type-1 record.
-inline ByteBuffer DevmodeWithAttributes(const AttributeBytesRawList& list,
-                                        OemDevmode::CoreLayout layout = OemDevmode::CoreLayout::PostScript,
-                                        WORD coreSize = 160) {
+inline ByteBuffer DevmodeWithAttributes(
+    const AttributeBytesRawList& list,
+    OemDevmode::CoreLayout layout = OemDevmode::CoreLayout::PostScript, WORD coreSize = 160) {
     OemDevmode::Record record;
     record.type = OemDevmode::kAttributesRecordType;
     record.data = SerialiseDocProps(list);
@@ -65,13 +67,14 @@ inline ByteBuffer DevmodeWithAttributes(const AttributeBytesRawList& list,
 }
 
 inline std::wstring Base64(const ByteBuffer& bytes) {
-    int length = ZorunUtilities::Base64EncodeGetRequiredLength(static_cast<int>(bytes.size()),
-                                                               ZorunUtilities::ATL_BASE64_FLAG_NOCRLF);
+    int length = ZorunUtilities::Base64EncodeGetRequiredLength(
+        static_cast<int>(bytes.size()), ZorunUtilities::ATL_BASE64_FLAG_NOCRLF);
     std::wstring text(static_cast<std::size_t>(length), L'\0');
     int written = length;
-    EXPECT_NE(ZorunUtilities::Base64Encode(bytes.data(), static_cast<int>(bytes.size()), text.data(),
-                                           &written, ZorunUtilities::ATL_BASE64_FLAG_NOCRLF),
-              0);
+    EXPECT_NE(
+        ZorunUtilities::Base64Encode(bytes.data(), static_cast<int>(bytes.size()), text.data(),
+                                     &written, ZorunUtilities::ATL_BASE64_FLAG_NOCRLF),
+        0);
     text.resize(static_cast<std::size_t>(written));
     return text;
 }
@@ -83,8 +86,8 @@ inline std::wstring PrivateDeclaration() {
 
 // A string ParameterInit of the driver's private keywords.
 inline std::wstring PrivateParameterInit(const std::wstring& name, const std::wstring& value) {
-    return L"<psf:ParameterInit name='zk:" + name +
-           L"'><psf:Value xsi:type='xsd:string'>" + value + L"</psf:Value></psf:ParameterInit>";
+    return L"<psf:ParameterInit name='zk:" + name + L"'><psf:Value xsi:type='xsd:string'>" + value +
+           L"</psf:Value></psf:ParameterInit>";
 }
 
 inline std::wstring Feature(const std::wstring& name, const std::wstring& option) {
@@ -98,7 +101,8 @@ inline std::wstring MediaSizeFeature(int width, int height) {
            std::to_wstring(width) +
            L"</psf:Value></psf:ScoredProperty>"
            L"<psf:ScoredProperty name='psk:MediaSizeHeight'><psf:Value xsi:type='xsd:integer'>" +
-           std::to_wstring(height) + L"</psf:Value></psf:ScoredProperty></psf:Option></psf:Feature>";
+           std::to_wstring(height) +
+           L"</psf:Value></psf:ScoredProperty></psf:Option></psf:Feature>";
 }
 
 // A ticket whose page device mode snapshot is `devmode`, followed by `body`.

@@ -61,7 +61,8 @@ protected:
         fs::create_directories(root / "config" / "PrinterDriver" / "Zorun");
         fs::create_directories(root / "printers");
         config = std::make_unique<ScopedEnvironment>("XDG_CONFIG_HOME", (root / "config").string());
-        registry = std::make_unique<ScopedEnvironment>("FU_PRINTER_REGISTRY", (root / "printers").string());
+        registry = std::make_unique<ScopedEnvironment>("FU_PRINTER_REGISTRY",
+                                                       (root / "printers").string());
     }
     void TearDown() override { fs::remove_all(root); }
 
@@ -82,7 +83,8 @@ protected:
     void InitializeWith(long number, long placement = ValueWatermarkBehindContent,
                         const std::wstring& body = L"") {
         AttributeBytesRawList list;
-        list.Add(AttributeBytesItem::MakeOptionValue(FeatureWatermark, static_cast<tagValueEnum>(number)));
+        list.Add(AttributeBytesItem::MakeOptionValue(FeatureWatermark,
+                                                     static_cast<tagValueEnum>(number)));
         list.Add(AttributeBytesItem::MakeOptionValue(FeatureWatermarkPlacement,
                                                      static_cast<tagValueEnum>(placement)));
         job = LoadXml(TicketWithSnapshot(DevmodeWithAttributes(list), body));
@@ -149,11 +151,11 @@ TEST_F(WatermarkTest, ATextWatermark) {
     EXPECT_EQ(data.overContent, TRUE);
     EXPECT_EQ(std::wstring(data.text.text), L"CONFIDENTIAL");
     EXPECT_EQ(data.density, 40);
-    EXPECT_NEAR(data.referencePaperWidth, 793.7f, 0.05f);   // 210 mm at 96 per inch
+    EXPECT_NEAR(data.referencePaperWidth, 793.7f, 0.05f);  // 210 mm at 96 per inch
     EXPECT_NEAR(data.referencePaperHeight, 1122.5f, 0.05f);
-    EXPECT_NEAR(data.xOffset, 96.0, 1e-9);                  // 25.4 mm
+    EXPECT_NEAR(data.xOffset, 96.0, 1e-9);  // 25.4 mm
     EXPECT_NEAR(data.yOffset, -48.0, 1e-9);
-    EXPECT_NEAR(data.pageWidth, 793.70, 0.01);              // the ticket's media size
+    EXPECT_NEAR(data.pageWidth, 793.70, 0.01);  // the ticket's media size
     EXPECT_NEAR(data.pageHeight, 1122.52, 0.01);
     // 36 points at the default 600 dots per inch of an unknown printer.
     EXPECT_EQ(data.text.fontSizePoints, 36);
@@ -180,8 +182,9 @@ TEST_F(WatermarkTest, TheFontHeightFollowsThePrintersVerticalResolution) {
 }
 
 TEST_F(WatermarkTest, ABitmapWatermark) {
-    WriteIni("[7]\r\nWatermark Type=2\r\nBmpFile=C:\\marks\\logo.bmp\r\nScale=3\r\nDENSITY=60\r\n"
-             "XOffset=100\r\nText=ignored\r\n");
+    WriteIni(
+        "[7]\r\nWatermark Type=2\r\nBmpFile=C:\\marks\\logo.bmp\r\nScale=3\r\nDENSITY=60\r\n"
+        "XOffset=100\r\nText=ignored\r\n");
     InitializeWith(7, ValueWatermarkOverContentTransparent);
     const WatermarkData& data = view.GetWatermark();
     EXPECT_EQ(data.type, PrintSchema::Watermark::WatermarkTypeBitmap);
@@ -199,8 +202,9 @@ TEST_F(WatermarkTest, ABitmapWatermark) {
 }
 
 TEST_F(WatermarkTest, ByteOrderMarkCrlfAndNonAsciiText) {
-    WriteIni("\xEF\xBB\xBF[5]\r\nWatermark Type=0\r\nText=Entwurf \xE2\x80\x93 vertraulich\r\n"
-             "FontFaceName=\xE6\x98\x8E\xE6\x9C\x9D\r\n");
+    WriteIni(
+        "\xEF\xBB\xBF[5]\r\nWatermark Type=0\r\nText=Entwurf \xE2\x80\x93 vertraulich\r\n"
+        "FontFaceName=\xE6\x98\x8E\xE6\x9C\x9D\r\n");
     InitializeWith(5);
     const WatermarkData& data = view.GetWatermark();
     EXPECT_EQ(std::wstring(data.text.text), L"Entwurf \u2013 vertraulich");
@@ -312,7 +316,8 @@ TEST_F(WatermarkTest, AFailedImpersonationIsReportedThroughTheStatus) {
     view.GetWatermark(&found, &status);
     EXPECT_EQ(status, HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
     EXPECT_FALSE(found);
-    EXPECT_EQ(ThrownHresult([&] { view.GetWatermark(); }), HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(ThrownHresult([&] { view.GetWatermark(); }),
+              HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
 }
 
 TEST(WatermarkTimeStamps, EveryFormatHasItsPattern) {
