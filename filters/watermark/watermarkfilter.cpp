@@ -110,8 +110,10 @@ HRESULT WatermarkFilter::OnFixedPage(IFixedPage* page) {
 
     PartFileWriter* resource = nullptr;
     std::function<std::wstring(double, double, const std::wstring&)> insert;
-    if (data.type == PrintSchema::Watermark::WatermarkTypeText ||
-        data.type == PrintSchema::Watermark::WatermarkTypeTextAndTimeStamp) {
+    const bool textType = data.type == PrintSchema::Watermark::WatermarkTypeText ||
+                          data.type == PrintSchema::Watermark::WatermarkTypeTextAndTimeStamp;
+    // A text with nothing drawable leaves the page as it is, unparsed.
+    if (textType && !watermark::TextMarkup(data, 1.0, 1.0, L"", kFontUri).empty()) {
         if (!m_fontWriter) {
             std::vector<unsigned char> font;
             if (!PartFileWriter::ReadFile(m_fontFile, kMaxResourceBytes, font)) {
