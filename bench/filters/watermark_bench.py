@@ -11,7 +11,8 @@ XDG_CONFIG_HOME, then times on the same job:
 
 and reports pages per second of both and their ratio (target: watermark >= 0.5 x baseline).
 
-usage: watermark_bench.py [--build build/release] [--pages 200] [--repeat 3] [--work DIR]
+usage: watermark_bench.py [--build build/release] [--pages 200] [--lines 20] [--repeat 3]
+                         [--work DIR]
 Build first: cmake --preset release && cmake --build --preset release --target xpsfilter
 """
 import argparse
@@ -45,6 +46,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", default=os.path.join(ROOT, "build", "release"))
     parser.add_argument("--pages", type=int, default=200)
+    parser.add_argument("--lines", type=int, default=20, help="text lines per page")
     parser.add_argument("--repeat", type=int, default=3)
     parser.add_argument("--work")
     args = parser.parse_args()
@@ -54,10 +56,10 @@ def main():
     work = args.work or tempfile.mkdtemp(prefix="watermark-bench-")
     os.makedirs(work, exist_ok=True)
 
-    job = os.path.join(work, f"job_{args.pages}.xps")
+    job = os.path.join(work, f"job_{args.pages}_{args.lines}.xps")
     if not os.path.exists(job):
         subprocess.run([sys.executable, os.path.join(ROOT, "bench", "pipelinehost", "make_job.py"),
-                        str(args.pages), job, "--lines", "20"], check=True)
+                        str(args.pages), job, "--lines", str(args.lines)], check=True)
     with open(os.path.join(work, "devmode.txt"), "w") as f:
         f.write("[attributes]\n620 = option 12\n")
     ticket = os.path.join(work, "ticket.xml")

@@ -61,6 +61,11 @@ HRESULT PageRewriter::WriteTo(IPrintWriteStream* stream) {
 HRESULT PageRewriter::AppendEscaped(const wchar_t* text, INT length) {
     const std::wstring_view source = View(text, length);
     if (source.empty()) return S_OK;
+    // Most text needs no escaping: copy it straight.
+    if (source.find_first_of(L"&<>\"'\t\n\r") == std::wstring_view::npos) {
+        m_out += source;
+        return S_OK;
+    }
     BSTR escaped = SysAllocStringLen(source.data(), static_cast<UINT>(source.size()));
     if (escaped == nullptr) return E_OUTOFMEMORY;
     const HRESULT hr = EscapeEntity(&escaped);

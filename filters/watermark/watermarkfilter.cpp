@@ -65,6 +65,8 @@ HRESULT WatermarkFilter::RewritePage(
     }
     if (!hadMarkup) return S_FALSE;
 
+    // The rebuilt page is deflated at the fast level, as it is rewritten on every page.
+    RETURN_IF_FAILED(page->SetPartCompression(Compression_Fast));
     CComPtr<IPrintWriteStream> output;
     RETURN_IF_FAILED(page->GetWriteStream(&output));
     const HRESULT written = rewriter->WriteTo(output);
