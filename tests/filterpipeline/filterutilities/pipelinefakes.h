@@ -71,7 +71,8 @@ public:
 template <class Kind>
 class Part : public platform::ComObject<Kind> {
 public:
-    Part(std::wstring uri, std::string content) : uri(std::move(uri)), content(std::move(content)) {}
+    Part(std::wstring uri, std::string content)
+        : uri(std::move(uri)), content(std::move(content)) {}
 
     HRESULT GetUri(BSTR* out) override {
         if (failGetUri) return E_FAIL;
@@ -235,7 +236,9 @@ public:
     HRESULT SendFixedDocumentSequence(IFixedDocumentSequence* part) override {
         return Record("sequence", part);
     }
-    HRESULT SendFixedDocument(IFixedDocument* part) override { return Record("fixeddocument", part); }
+    HRESULT SendFixedDocument(IFixedDocument* part) override {
+        return Record("fixeddocument", part);
+    }
     HRESULT SendFixedPage(IFixedPage* part) override { return Record("page", part); }
     HRESULT CloseSender() override {
         ++closeCalls;

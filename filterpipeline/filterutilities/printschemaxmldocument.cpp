@@ -1,0 +1,695 @@
+// printschemaxmldocument.cpp: prefix discovery and the private-prefix fix-up, node lookup and
+// value queries, and the builders and deleters of Print Schema elements.
+#include "filterpipeline/filterutilities/printschemaxmldocument.h"
+
+#include <cwchar>
+
+#include "filterpipeline/filterutilities/printticketquerybuilder.h"
+#include "platform/win32/crt.h"
+#include "support/errorframe/errorframe.h"
+#include "support/utilities/number.h"
+#include "support/utilities/zorunutilities.h"
+
+namespace {
+
+constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+
+bool IsEmpty(const wchar_t* text) {
+    return PrintSchemaXmlDocument::IsEmptyString(text);
+}
+
+bool StartsWith(const wchar_t* text, const wchar_t* prefix) {
+    return text != nullptr && prefix != nullptr &&
+           std::wcsncmp(text, prefix, std::wcslen(prefix)) == 0;
+}
+
+CComBSTR Join(const wchar_t* first, const wchar_t* second) {
+    return PrintSchemaXmlDocument::JoinStrings(first, second);
+}
+
+// Parses the leading decimal integer of a text the way the C runtime's _wtoi does.
+int ToInteger(const wchar_t* text) {
+    return _wtoi(IsEmpty(text) ? L"" : text);
+}
+
+}  // namespace
+
+CComBSTR PrintSchemaXmlDocument::JoinStrings(const wchar_t* first, const wchar_t* second) {
+    CComBSTR joined(IsEmptyString(first) ? L"" : first);
+    joined += IsEmptyString(second) ? L"" : second;
+    return joined;
+}
+
+HRESULT PrintSchemaXmlDocument::ReadTypedText(IXMLDOMNode* node, CComBSTR& text) {
+    text.Empty();
+    if (node == nullptr) return E_POINTER;
+    CComVariant value;
+    HRESULT hr = node->get_nodeTypedValue(&value);
+    if (FAILED(hr)) return hr;
+    if (value.vt == VT_EMPTY || value.vt == VT_NULL) return S_OK;
+    if (value.vt != VT_BSTR) {
+        hr = value.ChangeType(VT_BSTR);
+        if (FAILED(hr)) return hr;
+    }
+    if (::SysStringLen(value.bstrVal) != 0) {
+        text.Attach(value.bstrVal);
+        value.vt = VT_EMPTY;  // the string now belongs to text
+    }
+    return S_OK;
+}
+
+PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMDocument2* document)
+    : m_document(document), m_rootName(rootName) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::PrintSchemaXmlDocument";
+    if (!m_document) return;
+
+    THROW_COM_IF_FAILED(
+        m_document->setProperty(CComBSTR(L"SelectionLanguage"), CComVariant(L"XPath")), kMethod,
+        "");
+    // Until the document's own framework prefix is known, the root is looked up as "psf".
+    SetSelectionNamespace(kMethod, L"psf");
+    const CComBSTR rootQuery(
+        ZorunUtilities::SafeFormatString(L"//%s:%s", L"psf", IsEmpty(rootName) ? L"" : rootName));
+    HRESULT hr = m_document->selectSingleNode(rootQuery, &m_rootNode);
+    THROW_COM_IF_FAILED(hr, kMethod, "");
+    // Not the expected Print Schema root: rejected on purpose with the success-valued S_FALSE,
+    // which callers catching the exception test for.
+    if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
+
+    if (GetPrefixFromURI(PrintSchema::PrivateKeywordsNamespaceUri, &m_privateKeywordsPrefix) ==
+        S_OK) {
+        THROW_COM_IF_FAILED(FixPrivateNameSpacePrefix(), kMethod, "");
+    } else {
+        BSTR undeclared = ::SysAllocString(PrintSchema::UndeclaredPrivateKeywordsPrefix);
+        if (undeclared == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
+        m_privateKeywordsPrefix.Attach(undeclared);
+    }
+
+    GetPrefixFromURI(PrintSchema::FrameworkNamespaceUri, &m_frameworkPrefix);
+    GetPrefixFromURI(PrintSchema::KeywordsNamespaceUri, &m_keywordsPrefix);
+    GetPrefixFromURI(PrintSchema::XmlSchemaInstanceNamespaceUri, &m_xmlSchemaInstancePrefix);
+    GetPrefixFromURI(PrintSchema::XmlSchemaNamespaceUri, &m_xmlSchemaPrefix);
+
+    // Later queries use the document's own framework prefix, which must be a real prefix.
+    const wchar_t* framework = m_frameworkPrefix;
+    const wchar_t* colon = framework == nullptr ? nullptr : std::wcschr(framework, L':');
+    if (colon == nullptr || colon == framework) THROW_COM(E_FAIL, kMethod, "");
+    SetSelectionNamespace(kMethod, CComBSTR(static_cast<int>(colon - framework), framework));
+}
+
+void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
+                                                   const wchar_t* prefixWithoutColon) {
+    const CComBSTR namespaces(ZorunUtilities::SafeFormatString(L"xmlns:%s='%s'", prefixWithoutColon,
+                                                               PrintSchema::FrameworkNamespaceUri));
+    THROW_COM_IF_FAILED(
+        m_document->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(namespaces)), method,
+        "");
+}
+
+HRESULT PrintSchemaXmlDocument::get_xml(BSTR* xml) const {
+    if (!m_document) return E_FAIL;
+    if (xml == nullptr) return E_POINTER;
+    return m_document->get_xml(xml);
+}
+
+CComBSTR PrintSchemaXmlDocument::GetNsPrefix(PrintSchema::MsPrintTicketNamespacesEnum ns) const {
+    switch (ns) {
+        case PrintSchema::MsPrintTicketFrameworkNamespace:
+            return GetFrameworkNsPrefix();
+        case PrintSchema::MsPrintTicketKeywordsNamespace:
+            return GetKeywordsNsPrefix();
+        case PrintSchema::MsPrintTicketUserKeywordsNamespace:
+            return GetUserKeywordsNsPrefix();
+    }
+    THROW_COM(E_INVALIDARG, L"PrintSchemaXmlDocument::GetNsPrefix", "");
+}
+
+HRESULT PrintSchemaXmlDocument::DebugDumpXmlToFileInTempDirectory(CXString /*filePrefix*/,
+                                                                  CXString /*name*/) {
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const wchar_t* uri, BSTR* prefix) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
+    if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
+    if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
+
+    CComPtr<IXMLDOMNamedNodeMap> attributes;
+    THROW_COM_IF_FAILED(m_rootNode->get_attributes(&attributes), kMethod, "");
+    if (!attributes) return S_FALSE;
+    THROW_COM_IF_FAILED(attributes->reset(), kMethod, "");
+
+    // The first attribute of the root whose value is the URI declares the prefix.
+    const CComBSTR wanted(uri);
+    CComPtr<IXMLDOMNode> declaration;
+    for (;;) {
+        CComPtr<IXMLDOMNode> attribute;
+        const HRESULT hr = attributes->nextNode(&attribute);
+        THROW_COM_IF_FAILED(hr, kMethod, "");
+        if (hr == S_FALSE || !attribute) break;
+        CComVariant value;
+        THROW_COM_IF_FAILED(attribute->get_nodeValue(&value), kMethod, "");
+        if (value.vt == VT_BSTR &&
+            ::VarBstrCmp(value.bstrVal, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+            declaration = attribute;
+            break;
+        }
+    }
+    if (!declaration) return S_FALSE;
+
+    // Only "xmlns:p" is accepted: a default-namespace declaration ("xmlns") has no prefix.
+    static constexpr wchar_t kXmlns[] = L"xmlns:";
+    constexpr unsigned kXmlnsLength = 6;
+    CComBSTR name;
+    THROW_COM_IF_FAILED(declaration->get_nodeName(&name), kMethod, "");
+    if (!StartsWith(name, kXmlns)) THROW_COM(E_FAIL, kMethod, "");
+    if (name.Length() == kXmlnsLength) THROW_COM(E_FAIL, kMethod, "");
+    CComBSTR found(static_cast<int>(name.Length() - kXmlnsLength), name.m_str + kXmlnsLength);
+    THROW_COM_IF_FAILED(found.Append(L':'), kMethod, "");
+    ::SysFreeString(*prefix);
+    *prefix = found.Detach();
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::FixPrivateNameSpacePrefix() {
+    const CComBSTR fixedPrefix(PrintSchema::PrivateKeywordsPrefix);
+    if (::VarBstrCmp(m_privateKeywordsPrefix, fixedPrefix, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+        return S_OK;
+    }
+    if (!m_rootNode || m_privateKeywordsPrefix.Length() < 2) return E_FAIL;
+    const CXString oldPrefix(m_privateKeywordsPrefix.m_str);
+
+    // 1. Keyword names written with the old prefix: only name attribute values change; element
+    // names keep their prefix (the DOM keeps them bound to their namespace).
+    CComPtr<IXMLDOMNodeList> named;
+    HRESULT hr = m_rootNode->selectNodes(CComBSTR(L"//*[@name]"), &named);
+    if (SUCCEEDED(hr) && named) hr = named->reset();
+    const CComBSTR nameAttribute(L"name");
+    while (SUCCEEDED(hr) && named) {
+        CComPtr<IXMLDOMNode> element;
+        hr = named->nextNode(&element);
+        if (FAILED(hr)) break;
+        if (hr == S_FALSE || !element) {
+            hr = S_OK;
+            break;
+        }
+        CComPtr<IXMLDOMNamedNodeMap> attributes;
+        hr = element->get_attributes(&attributes);
+        if (FAILED(hr) || !attributes) continue;
+        CComPtr<IXMLDOMNode> attribute;
+        hr = attributes->getNamedItem(nameAttribute, &attribute);
+        if (FAILED(hr) || !attribute) continue;
+        CComVariant value;
+        hr = attribute->get_nodeValue(&value);
+        if (FAILED(hr) || value.vt != VT_BSTR || !StartsWith(value.bstrVal, oldPrefix)) continue;
+        CXString renamed(value.bstrVal);
+        renamed.Replace(oldPrefix, PrintSchema::PrivateKeywordsPrefix);
+        hr = attribute->put_nodeValue(CComVariant(static_cast<const wchar_t*>(renamed)));
+    }
+    if (FAILED(hr)) return hr;
+
+    // 2. The declaration: add xmlns:zk with the same URI, then drop the old one.
+    const CComBSTR oldDeclaration(
+        Join(L"xmlns:", CComBSTR(static_cast<int>(oldPrefix.GetLength() - 1),
+                                 static_cast<const wchar_t*>(oldPrefix))));
+    const CComBSTR newDeclaration(L"xmlns:zk");
+    CComPtr<IXMLDOMNamedNodeMap> rootAttributes;
+    hr = m_rootNode->get_attributes(&rootAttributes);
+    if (SUCCEEDED(hr) && !rootAttributes) hr = E_FAIL;
+    CComPtr<IXMLDOMNode> declaration;
+    if (SUCCEEDED(hr)) hr = rootAttributes->getNamedItem(oldDeclaration, &declaration);
+    if (SUCCEEDED(hr) && !declaration) hr = E_FAIL;
+    CComVariant uri;
+    if (SUCCEEDED(hr)) hr = declaration->get_nodeValue(&uri);
+    if (SUCCEEDED(hr) && uri.vt != VT_BSTR) hr = E_FAIL;
+    CComQIPtr<IXMLDOMElement> rootElement(m_rootNode.p);
+    if (SUCCEEDED(hr) && !rootElement) hr = E_NOINTERFACE;
+    if (SUCCEEDED(hr)) {
+        try {
+            hr = AppendXMLAttribute(rootElement, newDeclaration, L"", uri.bstrVal);
+        } catch (const ZorunComException& e) {
+            hr = e.GetHresult();
+        }
+    }
+    if (SUCCEEDED(hr)) {
+        CComPtr<IXMLDOMNode> removed;
+        hr = rootAttributes->removeNamedItem(oldDeclaration, &removed);
+    }
+    if (SUCCEEDED(hr)) m_privateKeywordsPrefix = fixedPrefix;
+    return hr;
+}
+
+// --- Lookups and value queries ---
+
+HRESULT PrintSchemaXmlDocument::GetNode(const wchar_t* xpath, IXMLDOMNode** node) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetNode";
+    if (node == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (!m_document) THROW_COM(E_PENDING, kMethod, "");
+    *node = nullptr;
+    if (IsEmpty(xpath)) THROW_COM(E_INVALIDARG, kMethod, "");
+    const HRESULT hr = m_document->selectSingleNode(CComBSTR(xpath), node);
+    THROW_COM_IF_FAILED(hr, kMethod, "");
+    return *node == nullptr ? S_FALSE : hr;
+}
+
+HRESULT PrintSchemaXmlDocument::GetNodes(const wchar_t* elementName, IXMLDOMNodeList** nodes) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetNodes";
+    if (nodes == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(elementName)) THROW_COM(E_FAIL, kMethod, "");
+    if (!m_document) THROW_COM(E_PENDING, kMethod, "");
+    *nodes = nullptr;
+    const CComBSTR query(Join(L"//", Join(m_frameworkPrefix, elementName)));
+    THROW_COM_IF_FAILED(m_document->selectNodes(query, nodes), kMethod, "");
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::GetFeatureNodeIfExists(const wchar_t* namePrefix,
+                                                       const wchar_t* featureName,
+                                                       IXMLDOMNode** node) {
+    PrintTicketQueryBuilder builder(m_frameworkPrefix);
+    builder.AddFeature(namePrefix, featureName);
+    CComBSTR query;
+    builder.GetQuery(&query);
+    return GetNode(query, node);
+}
+
+void PrintSchemaXmlDocument::GetFeatureNode(const wchar_t* namePrefix, const wchar_t* featureName,
+                                            IXMLDOMNode** node) {
+    if (GetFeatureNodeIfExists(namePrefix, featureName, node) == S_FALSE) {
+        THROW_COM(E_FAIL, L"PrintSchemaXmlDocument::GetFeatureNode", "");
+    }
+}
+
+HRESULT PrintSchemaXmlDocument::QueryNode(const wchar_t* xpath) {
+    if (IsEmpty(xpath)) THROW_COM(E_INVALIDARG, L"PrintSchemaXmlDocument::QueryNode", "");
+    CComPtr<IXMLDOMNode> node;
+    const HRESULT hr = GetNode(xpath, &node);
+    return hr == S_FALSE ? kNotFound : hr;
+}
+
+HRESULT PrintSchemaXmlDocument::QueryNodeValue(const wchar_t* xpath, BSTR* value) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::QueryNodeValue";
+    if (value == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    *value = nullptr;
+    if (IsEmpty(xpath)) THROW_COM(E_INVALIDARG, kMethod, "");
+    const HRESULT hr = GetNodeValue(xpath, value);
+    return hr == S_FALSE ? kNotFound : hr;
+}
+
+HRESULT PrintSchemaXmlDocument::QueryNodeValue(const wchar_t* xpath, int* value) {
+    if (value == nullptr) THROW_COM(E_POINTER, L"PrintSchemaXmlDocument::QueryNodeValue", "");
+    CComBSTR text;
+    const HRESULT hr = QueryNodeValue(xpath, &text);
+    if (hr == kNotFound) return hr;
+    *value = ToInteger(text);
+    return hr;
+}
+
+HRESULT PrintSchemaXmlDocument::QueryNodeValue(const wchar_t* xpath, float* value) {
+    if (value == nullptr) THROW_COM(E_POINTER, L"PrintSchemaXmlDocument::QueryNodeValue", "");
+    CComBSTR text;
+    const HRESULT hr = QueryNodeValue(xpath, &text);
+    if (hr == kNotFound) return hr;
+    *value = static_cast<float>(Number(CXString(text.m_str)).GetDoubleValue());
+    return hr;
+}
+
+HRESULT PrintSchemaXmlDocument::GetNodeValue(const wchar_t* xpath, BSTR* value) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetNodeValue";
+    if (value == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    ::SysFreeString(*value);
+    *value = nullptr;
+    if (IsEmpty(xpath)) THROW_COM(E_INVALIDARG, kMethod, "");
+
+    CComPtr<IXMLDOMNode> node;
+    if (GetNode(xpath, &node) == S_FALSE) return S_FALSE;
+
+    // A literal Value child wins, even an empty one.
+    CComPtr<IXMLDOMNode> valueNode;
+    THROW_COM_IF_FAILED(node->selectSingleNode(Join(m_frameworkPrefix, L"Value"), &valueNode),
+                        kMethod, "");
+    CComBSTR text;
+    if (valueNode) {
+        THROW_COM_IF_FAILED(ReadTypedText(valueNode, text), kMethod, "");
+        if (text.Length() != 0) *value = text.Detach();
+        return S_OK;
+    }
+
+    // Otherwise the value is parameterised: follow the ParameterRef to the ParameterInit of the
+    // same name.
+    CComPtr<IXMLDOMNode> reference;
+    THROW_COM_IF_FAILED(
+        node->selectSingleNode(Join(m_frameworkPrefix, L"ParameterRef"), &reference), kMethod, "");
+    if (!reference) return S_OK;
+    CComBSTR parameterName;
+    if (GetAttributeValue(reference, L"name", &parameterName) == S_FALSE) return S_OK;
+
+    CComPtr<IXMLDOMNodeList> initialisers;
+    GetNodes(L"ParameterInit", &initialisers);
+    if (!initialisers) return S_OK;
+    THROW_COM_IF_FAILED(initialisers->reset(), kMethod, "");
+    for (;;) {
+        CComPtr<IXMLDOMNode> initialiser;
+        const HRESULT hr = initialisers->nextNode(&initialiser);
+        THROW_COM_IF_FAILED(hr, kMethod, "");
+        if (hr == S_FALSE || !initialiser) break;
+        CComBSTR initialiserName;
+        GetAttributeValue(initialiser, L"name", &initialiserName);
+        if (::VarBstrCmp(initialiserName, parameterName, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+            THROW_COM_IF_FAILED(ReadTypedText(initialiser, text), kMethod, "");
+            if (text.Length() != 0) *value = text.Detach();
+            break;
+        }
+    }
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::GetAttributeValue(const IXMLDOMNode* node,
+                                                  const wchar_t* attributeName, BSTR* value) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetAttributeValue";
+    if (node == nullptr || value == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(attributeName)) THROW_COM(E_INVALIDARG, kMethod, "");
+    ::SysFreeString(*value);
+    *value = nullptr;
+
+    // The DOM interfaces take no const object; reading attributes does not change the node.
+    CComPtr<IXMLDOMNamedNodeMap> attributes;
+    THROW_COM_IF_FAILED(const_cast<IXMLDOMNode*>(node)->get_attributes(&attributes), kMethod, "");
+    if (!attributes) return S_FALSE;
+    CComPtr<IXMLDOMNode> attribute;
+    const HRESULT hr = attributes->getNamedItem(CComBSTR(attributeName), &attribute);
+    THROW_COM_IF_FAILED(hr, kMethod, "");
+    if (hr == S_FALSE || !attribute) return S_FALSE;
+    THROW_COM_IF_FAILED(attribute->get_text(value), kMethod, "");
+    return S_OK;
+}
+
+// --- Element creation ---
+
+HRESULT PrintSchemaXmlDocument::CreateXMLElement(const wchar_t* qualifiedName,
+                                                 const wchar_t* namespaceUri,
+                                                 IXMLDOMElement** element) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateXMLElement";
+    if (element == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    *element = nullptr;
+    if (IsEmpty(qualifiedName)) THROW_COM(E_INVALIDARG, kMethod, "");
+    if (!m_document) THROW_COM(E_PENDING, kMethod, "");
+    CComPtr<IXMLDOMNode> node;
+    THROW_COM_IF_FAILED(
+        m_document->createNode(CComVariant(static_cast<int>(NODE_ELEMENT)), CComBSTR(qualifiedName),
+                               CComBSTR(namespaceUri), &node),
+        kMethod, "");
+    THROW_COM_IF_FAILED(node.QueryInterface(element), kMethod, "");
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::AppendXMLAttribute(IXMLDOMElement* element,
+                                                   const wchar_t* qualifiedName,
+                                                   const wchar_t* namespaceUri,
+                                                   const wchar_t* value) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::AppendXMLAttribute";
+    if (element == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(qualifiedName)) THROW_COM(E_INVALIDARG, kMethod, "");
+    if (!m_document) THROW_COM(E_PENDING, kMethod, "");
+    CComPtr<IXMLDOMNode> node;
+    THROW_COM_IF_FAILED(
+        m_document->createNode(CComVariant(static_cast<int>(NODE_ATTRIBUTE)),
+                               CComBSTR(qualifiedName), CComBSTR(namespaceUri), &node),
+        kMethod, "");
+    CComPtr<IXMLDOMAttribute> attribute;
+    THROW_COM_IF_FAILED(node.QueryInterface(&attribute), kMethod, "");
+    THROW_COM_IF_FAILED(attribute->put_value(CComVariant(IsEmpty(value) ? L"" : value)), kMethod,
+                        "");
+    CComPtr<IXMLDOMAttribute> replaced;
+    THROW_COM_IF_FAILED(element->setAttributeNode(attribute, &replaced), kMethod, "");
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::CreateNamedElement(const wchar_t* localName, const wchar_t* name,
+                                                   IXMLDOMElement** element) {
+    if (element == nullptr) THROW_COM(E_POINTER, L"PrintSchemaXmlDocument::CreateNamedElement", "");
+    CComPtr<IXMLDOMElement> created;
+    CreateXMLElement(Join(m_frameworkPrefix, localName), PrintSchema::FrameworkNamespaceUri,
+                     &created);
+    AppendXMLAttribute(created, L"name", L"", name);
+    *element = created.Detach();
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::CreateValueElement(const wchar_t* value, const wchar_t* type,
+                                                   IXMLDOMElement** element) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateValueElement";
+    if (element == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    CComPtr<IXMLDOMElement> created;
+    CreateXMLElement(Join(m_frameworkPrefix, L"Value"), PrintSchema::FrameworkNamespaceUri,
+                     &created);
+    if (!IsEmpty(type)) {
+        AppendXMLAttribute(created, Join(m_xmlSchemaInstancePrefix, L"type"),
+                           PrintSchema::XmlSchemaInstanceNamespaceUri,
+                           Join(m_xmlSchemaPrefix, type));
+    }
+    if (!IsEmpty(value)) THROW_COM_IF_FAILED(created->put_text(CComBSTR(value)), kMethod, "");
+    *element = created.Detach();
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::CreateProperty(PrintSchema::MsPrintTicketNamespacesEnum ns,
+                                               const wchar_t* name, IXMLDOMElement** property) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateProperty";
+    if (property == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(name)) THROW_COM(E_INVALIDARG, kMethod, "");
+    return CreateNamedElement(L"Property", Join(GetNsPrefix(ns), name), property);
+}
+
+HRESULT PrintSchemaXmlDocument::CreateProperty(PrintSchema::MsPrintTicketNamespacesEnum ns,
+                                               const wchar_t* name, const wchar_t* value,
+                                               const wchar_t* type, IXMLDOMElement** property) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateProperty";
+    if (property == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    CComPtr<IXMLDOMElement> created;
+    CreateProperty(ns, name, &created);
+    CComPtr<IXMLDOMElement> valueElement;
+    CreateValueElement(value, type, &valueElement);
+    CComPtr<IXMLDOMNode> appended;
+    THROW_COM_IF_FAILED(created->appendChild(valueElement, &appended), kMethod, "");
+    *property = created.Detach();
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::CreateScoredProperty(const wchar_t* name,
+                                                     IXMLDOMElement** scoredProperty) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateScoredProperty";
+    if (scoredProperty == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(name)) THROW_COM(E_INVALIDARG, kMethod, "");
+    return CreateNamedElement(L"ScoredProperty", name, scoredProperty);
+}
+
+HRESULT PrintSchemaXmlDocument::CreateScoredProperty(const wchar_t* name, const wchar_t* value,
+                                                     const wchar_t* type,
+                                                     IXMLDOMElement** scoredProperty) {
+    CComPtr<IXMLDOMElement> valueElement;
+    CreateValueElement(value, type, &valueElement);
+    return CreateScoredProperty(name, valueElement, scoredProperty);
+}
+
+HRESULT PrintSchemaXmlDocument::CreateScoredProperty(const wchar_t* name, IXMLDOMNode* child,
+                                                     IXMLDOMElement** scoredProperty) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateScoredProperty";
+    if (child == nullptr || scoredProperty == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    CComPtr<IXMLDOMElement> created;
+    CreateScoredProperty(name, &created);
+    CComPtr<IXMLDOMNode> appended;
+    THROW_COM_IF_FAILED(created->appendChild(child, &appended), kMethod, "");
+    *scoredProperty = created.Detach();
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::CreateStringScoredProperty(const wchar_t* name,
+                                                           const wchar_t* value,
+                                                           IXMLDOMElement** scoredProperty) {
+    return CreateScoredProperty(name, value, L"string", scoredProperty);
+}
+
+HRESULT PrintSchemaXmlDocument::CreateIntegerScoredProperty(const wchar_t* name, int value,
+                                                            IXMLDOMElement** scoredProperty) {
+    return CreateScoredProperty(name, ZorunUtilities::SafeFormatString(L"%i", value), L"integer",
+                                scoredProperty);
+}
+
+HRESULT PrintSchemaXmlDocument::CreateRealScoredProperty(const wchar_t* name, float value,
+                                                         IXMLDOMElement** scoredProperty) {
+    return CreateScoredProperty(
+        name, ZorunUtilities::SafeFormatString(L"%.2f", static_cast<double>(value)), L"decimal",
+        scoredProperty);
+}
+
+void PrintSchemaXmlDocument::CreateParameterRef(const wchar_t* prefix, const wchar_t* name,
+                                                IXMLDOMElement** parameterRef) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateParameterRef";
+    if (parameterRef == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(name)) THROW_COM(E_INVALIDARG, kMethod, "");
+    CreateNamedElement(L"ParameterRef", Join(prefix, name), parameterRef);
+}
+
+void PrintSchemaXmlDocument::CreateParameterRefScoredProperty(const wchar_t* propertyPrefix,
+                                                              const wchar_t* propertyName,
+                                                              const wchar_t* parameterPrefix,
+                                                              const wchar_t* parameterName,
+                                                              IXMLDOMElement** scoredProperty) {
+    static constexpr wchar_t kMethod[] =
+        L"PrintSchemaXmlDocument::CreateParameterRefScoredProperty";
+    if (scoredProperty == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    CComPtr<IXMLDOMElement> created;
+    CreateXMLElement(Join(m_frameworkPrefix, L"ScoredProperty"), PrintSchema::FrameworkNamespaceUri,
+                     &created);
+    AppendXMLAttribute(created, L"name", L"", Join(propertyPrefix, propertyName));
+    CComPtr<IXMLDOMElement> reference;
+    CreateParameterRef(parameterPrefix, parameterName, &reference);
+    CComPtr<IXMLDOMNode> appended;
+    THROW_COM_IF_FAILED(created->appendChild(reference, &appended), kMethod, "");
+    *scoredProperty = created.Detach();
+}
+
+// --- Appending ---
+
+void PrintSchemaXmlDocument::AppendChildToRootNode(IXMLDOMElement* child) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::AppendChildToRootNode";
+    if (child == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
+    CComPtr<IXMLDOMNode> appended;
+    THROW_COM_IF_FAILED(m_rootNode->appendChild(child, &appended), kMethod, "");
+}
+
+void PrintSchemaXmlDocument::AppendChild(IXMLDOMElement* parent, IXMLDOMElement* child) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::AppendChild";
+    if (parent == nullptr || child == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    CComPtr<IXMLDOMNode> appended;
+    THROW_COM_IF_FAILED(parent->appendChild(child, &appended), kMethod, "");
+}
+
+void PrintSchemaXmlDocument::AppendChildIntegerProperty(IXMLDOMElement* parent,
+                                                        PrintSchema::MsPrintTicketNamespacesEnum ns,
+                                                        const wchar_t* name, int value) {
+    CComPtr<IXMLDOMElement> property;
+    CreateProperty(ns, name, ZorunUtilities::SafeFormatString(L"%i", value), L"integer", &property);
+    AppendChild(parent, property);
+}
+
+void PrintSchemaXmlDocument::AppendChildStringProperty(IXMLDOMElement* parent,
+                                                       PrintSchema::MsPrintTicketNamespacesEnum ns,
+                                                       const wchar_t* name, const wchar_t* value) {
+    CComPtr<IXMLDOMElement> property;
+    CreateProperty(ns, name, value, L"string", &property);
+    AppendChild(parent, property);
+}
+
+void PrintSchemaXmlDocument::AppendChildIntegerScoredProperty(IXMLDOMElement* parent,
+                                                              const wchar_t* name, int value) {
+    CComPtr<IXMLDOMElement> scoredProperty;
+    CreateIntegerScoredProperty(name, value, &scoredProperty);
+    AppendChild(parent, scoredProperty);
+}
+
+void PrintSchemaXmlDocument::AppendChildQNameScoredProperty(IXMLDOMElement* parent,
+                                                            const wchar_t* name,
+                                                            const wchar_t* value) {
+    CComPtr<IXMLDOMElement> scoredProperty;
+    CreateScoredProperty(name, value, L"QName", &scoredProperty);
+    AppendChild(parent, scoredProperty);
+}
+
+void PrintSchemaXmlDocument::AppendChildParameterRefScoredProperty(IXMLDOMElement* parent,
+                                                                   const wchar_t* propertyPrefix,
+                                                                   const wchar_t* propertyName,
+                                                                   const wchar_t* parameterPrefix,
+                                                                   const wchar_t* parameterName) {
+    CComPtr<IXMLDOMElement> scoredProperty;
+    CreateParameterRefScoredProperty(propertyPrefix, propertyName, parameterPrefix, parameterName,
+                                     &scoredProperty);
+    AppendChild(parent, scoredProperty);
+}
+
+// --- Deleting ---
+
+HRESULT PrintSchemaXmlDocument::DeleteNode(IXMLDOMNode* node) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::DeleteNode";
+    if (node == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    CComPtr<IXMLDOMNode> parent;
+    THROW_COM_IF_FAILED(node->get_parentNode(&parent), kMethod, "");
+    if (!parent) return S_FALSE;
+    CComPtr<IXMLDOMNode> removed;
+    THROW_COM_IF_FAILED(parent->removeChild(node, &removed), kMethod, "");
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::DeleteFeatureNodeIfExists(const wchar_t* prefix,
+                                                          const wchar_t* name) {
+    CComPtr<IXMLDOMNode> feature;
+    if (GetFeatureNodeIfExists(prefix, name, &feature) == S_FALSE) return S_FALSE;
+    return DeleteNode(feature);
+}
+
+HRESULT PrintSchemaXmlDocument::DeleteFeatureNodeIfADuplicateExists(const wchar_t* prefix,
+                                                                    const wchar_t* name) {
+    static constexpr wchar_t kMethod[] =
+        L"PrintSchemaXmlDocument::DeleteFeatureNodeIfADuplicateExists";
+    if (!m_document) THROW_COM(E_PENDING, kMethod, "");
+    PrintTicketQueryBuilder builder(m_frameworkPrefix);
+    builder.AddFeature(prefix, name);
+    CComBSTR query;
+    builder.GetQuery(&query);
+    CComPtr<IXMLDOMNodeList> features;
+    THROW_COM_IF_FAILED(m_document->selectNodes(query, &features), kMethod, "");
+    LONG count = 0;
+    THROW_COM_IF_FAILED(features->get_length(&count), kMethod, "");
+    // Only the first occurrence goes, however many there are: the last one written wins.
+    if (count <= 1) return S_FALSE;
+    CComPtr<IXMLDOMNode> first;
+    THROW_COM_IF_FAILED(features->get_item(0, &first), kMethod, "");
+    DeleteNode(first);
+    return S_OK;
+}
+
+HRESULT PrintSchemaXmlDocument::DeletePropertyNodesIfExist(const wchar_t* prefix,
+                                                           const wchar_t* name) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::DeletePropertyNodesIfExist";
+    if (!m_document) THROW_COM(E_PENDING, kMethod, "");
+    PrintTicketQueryBuilder builder(prefix);
+    builder.AddProperty(prefix, name);
+    CComBSTR query;
+    builder.GetQuery(&query);
+    CComPtr<IXMLDOMNodeList> properties;
+    THROW_COM_IF_FAILED(m_document->selectNodes(query, &properties), kMethod, "");
+    LONG count = 0;
+    THROW_COM_IF_FAILED(properties->get_length(&count), kMethod, "");
+    for (LONG index = 0; index < count; ++index) {
+        CComPtr<IXMLDOMNode> property;
+        THROW_COM_IF_FAILED(properties->get_item(index, &property), kMethod, "");
+        DeleteNode(property);
+    }
+    return count > 0 ? S_OK : S_FALSE;
+}
+
+HRESULT PrintSchemaXmlDocument::DeletePrivateFeatures(const wchar_t* privatePrefix) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::DeletePrivateFeatures";
+    if (IsEmpty(privatePrefix)) THROW_COM(E_INVALIDARG, kMethod, "");
+    CComPtr<IXMLDOMNodeList> features;
+    GetNodes(L"Feature", &features);
+    if (!features) return S_FALSE;
+    THROW_COM_IF_FAILED(features->reset(), kMethod, "");
+    HRESULT result = S_FALSE;
+    for (;;) {
+        CComPtr<IXMLDOMNode> feature;
+        const HRESULT hr = features->nextNode(&feature);
+        THROW_COM_IF_FAILED(hr, kMethod, "");
+        if (hr == S_FALSE || !feature) break;
+        CComBSTR name;
+        GetAttributeValue(feature, L"name", &name);
+        if (StartsWith(name, privatePrefix)) {
+            DeleteNode(feature);
+            result = S_OK;
+        }
+    }
+    return result;
+}
