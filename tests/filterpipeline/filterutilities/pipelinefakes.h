@@ -3,7 +3,11 @@
 // what it is sent and creates new parts, a provider that yields a scripted part list.
 #pragma once
 
+#include <algorithm>
+#include <functional>
+#include <map>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "platform/com/com.h"
@@ -289,6 +293,128 @@ private:
         sentParts.emplace_back(part);
         return sendResult;
     }
+};
+
+}  // namespace fakes
+
+namespace fakes {
+
+// A sample per-user default ticket.
+inline constexpr char kDefaultTicket[] =
+    "<?xml version='1.0' encoding='UTF-8'?>"
+    "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
+    "printschemaframework' xmlns:psk='http://schemas.microsoft.com/windows/2003/08/printing/"
+    "printschemakeywords' version='1'>"
+    "<psf:Feature name='psk:PageOrientation'><psf:Option name='psk:Portrait'/></psf:Feature>"
+    "<psf:Feature name='psk:JobCopiesAllDocuments'><psf:Option name='psk:One'/></psf:Feature>"
+    "</psf:PrintTicket>";
+
+// Hands out read streams over a ticket text: what "PerUserPrintTicket" answers.
+class TicketStreamFactory final : public platform::ComObject<IPrintReadStreamFactory> {
+public:
+    explicit TicketStreamFactory(std::string xml) : m_xml(std::move(xml)) {}
+    HRESULT GetStream(IPrintReadStream** stream) override {
+        *stream = new ReadStream(m_xml);
+        return S_OK;
+    }
+
+private:
+    std::string m_xml;
+};
+
+// A property bag over a small map of names to variants.
+class PropertyBag final : public platform::ComObject<IPrintPipelinePropertyBag> {
+public:
+    HRESULT AddProperty(const wchar_t* name, const VARIANT* value) override {
+        m_values[name] = *value;
+        return S_OK;
+    }
+    HRESULT GetProperty(const wchar_t* name, VARIANT* value) override {
+        ++reads;
+        auto found = m_values.find(name);
+        if (found == m_values.end()) return E_INVALIDARG;
+        return VariantCopy(value, &found->second);
+    }
+    BOOL DeleteProperty(const wchar_t* name) override { return m_values.erase(name) ? TRUE : FALSE; }
+
+    // Fills the five keys a filter reads.
+    void FillJobProperties(const std::string& ticketXml = kDefaultTicket,
+                           HANDLE token = nullptr) {
+        CComPtr<IUnknown> factory;
+        factory.Attach(static_cast<IPrintReadStreamFactory*>(new TicketStreamFactory(ticketXml)));
+        CComVariant ticket(factory.p);
+        AddProperty(L"PerUserPrintTicket", &ticket);
+        CComVariant name(L"Test Printer");
+        AddProperty(L"PrinterName", &name);
+        CComVariant user;
+        user.vt = VT_BYREF;
+        user.byref = token;
+        AddProperty(L"UserSecurityToken", &user);
+        CComVariant job(42u);
+        AddProperty(L"PrintJobId", &job);
+        CComVariant handle;
+        handle.vt = VT_BYREF;
+        handle.byref = reinterpret_cast<void*>(0x1234);
+        AddProperty(L"PrinterHandle", &handle);
+    }
+
+    int reads = 0;
+
+private:
+    std::map<std::wstring, CComVariant> m_values;
+};
+
+class ManagerControl final : public platform::ComObject<IPrintPipelineManagerControl> {
+public:
+    HRESULT RequestShutdown(HRESULT reason, IImgErrorInfo*) override {
+        shutdownReasons.push_back(reason);
+        return S_OK;
+    }
+    HRESULT FilterFinished() override {
+        ++finishedCalls;
+        return S_OK;
+    }
+    std::vector<HRESULT> shutdownReasons;
+    int finishedCalls = 0;
+};
+
+// Yields a scripted list of parts, then null; `onFetch` runs before each fetch.
+class Provider final : public platform::ComObject<IXpsDocumentProvider> {
+public:
+    HRESULT GetXpsPart(IUnknown** part) override {
+        ++fetches;
+        if (onFetch) onFetch(fetches);
+        if (FAILED(fetchResult)) return fetchResult;
+        if (m_next >= parts.size()) {
+            *part = nullptr;
+            return S_OK;
+        }
+        return parts[m_next++].CopyTo(part);
+    }
+    std::vector<CComPtr<IUnknown>> parts;
+    std::function<void(int)> onFetch;
+    HRESULT fetchResult = S_OK;
+    int fetches = 0;
+
+private:
+    std::size_t m_next = 0;
+};
+
+// Gives the filter its reader and writer; either may be replaced by an object of another kind.
+class Communicator final : public platform::ComObject<IInterFilterCommunicator> {
+public:
+    HRESULT RequestReader(void** reader) override {
+        if (FAILED(readerResult)) return readerResult;
+        return reader_.CopyTo(reinterpret_cast<IUnknown**>(reader));
+    }
+    HRESULT RequestWriter(void** writer) override {
+        if (FAILED(writerResult)) return writerResult;
+        return writer_.CopyTo(reinterpret_cast<IUnknown**>(writer));
+    }
+    CComPtr<IUnknown> reader_;
+    CComPtr<IUnknown> writer_;
+    HRESULT readerResult = S_OK;
+    HRESULT writerResult = S_OK;
 };
 
 }  // namespace fakes

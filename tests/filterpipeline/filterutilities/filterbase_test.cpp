@@ -1,0 +1,321 @@
+// Tests of the filter base (pipeline life cycle) and the XPS part walker.
+#include <gtest/gtest.h>
+
+#include "filterpipeline/filterutilities/xpsfilterbase.h"
+#include "pipelinefakes.h"
+#include "support/errorframe/errorframe.h"
+#include "support/utilities/exceptions.h"
+
+namespace {
+
+template <class T>
+CComPtr<T> Make() {
+    CComPtr<T> p;
+    p.Attach(new T());
+    return p;
+}
+
+// Exposes FilterBase's protected operations; StartOperation does nothing.
+class PlainFilter : public FilterBase {
+public:
+    explicit PlainFilter(bool* destroyed = nullptr) : m_destroyed(destroyed) {}
+    ~PlainFilter() override {
+        if (m_destroyed != nullptr) *m_destroyed = true;
+    }
+    HRESULT StartOperation() override { return S_OK; }
+    using FilterBase::FilterFinished;
+    using FilterBase::InitializePrintTicketManager;
+    using FilterBase::m_filterFinished;
+    using FilterBase::RequestShutdown;
+
+private:
+    bool* m_destroyed;
+};
+
+// A walker that records the handlers it runs and what the counters were inside them.
+class RecordingFilter : public XpsFilterBase {
+public:
+    HRESULT OnXpsDocument(IXpsDocument* d) override {
+        log.push_back("xps");
+        return XpsFilterBase::OnXpsDocument(d);
+    }
+    HRESULT OnFixedDocumentSequence(IFixedDocumentSequence* s) override {
+        log.push_back("sequence");
+        return XpsFilterBase::OnFixedDocumentSequence(s);
+    }
+    HRESULT OnFixedDocument(IFixedDocument* d) override {
+        log.push_back("document " + std::to_string(m_documentCount));
+        return XpsFilterBase::OnFixedDocument(d);
+    }
+    HRESULT OnFixedPage(IFixedPage* p) override {
+        log.push_back("page " + std::to_string(m_pageCount));
+        if (onPage) {
+            HRESULT hr = onPage(this);
+            if (hr != S_OK) return hr;
+        }
+        return XpsFilterBase::OnFixedPage(p);
+    }
+    HRESULT OnFinalize() override {
+        log.push_back("finalize");
+        return finalizeResult;
+    }
+    using FilterBase::m_filterFinished;
+    using XpsFilterBase::StartOperation;
+
+    std::vector<std::string> log;
+    std::function<HRESULT(RecordingFilter*)> onPage;
+    HRESULT finalizeResult = S_OK;
+};
+
+// A part that answers both IXpsDocument and IFixedDocument.
+class Ambiguous final : public platform::ComObject<IXpsDocument, IFixedDocument> {
+public:
+    HRESULT GetThumbnail(IPartThumbnail**) override { return E_NOTIMPL; }
+    HRESULT SetThumbnail(IPartThumbnail*) override { return E_NOTIMPL; }
+    HRESULT GetUri(BSTR*) override { return E_NOTIMPL; }
+    HRESULT GetPrintTicket(IPartPrintTicket**) override { return E_NOTIMPL; }
+    HRESULT SetPrintTicket(IPartPrintTicket*) override { return E_NOTIMPL; }
+};
+
+// The pipeline around one filter: bag, control, communicator, provider and consumer.
+struct Pipeline {
+    Pipeline() {
+        bag->FillJobProperties();
+        communicator->reader_ = static_cast<IXpsDocumentProvider*>(provider.p);
+        communicator->writer_ = static_cast<IXpsDocumentConsumer*>(consumer.p);
+    }
+    HRESULT Connect(FilterBase* filter) {
+        return filter->InitializeFilter(communicator, bag, control);
+    }
+    CComPtr<fakes::PropertyBag> bag = Make<fakes::PropertyBag>();
+    CComPtr<fakes::ManagerControl> control = Make<fakes::ManagerControl>();
+    CComPtr<fakes::Communicator> communicator = Make<fakes::Communicator>();
+    CComPtr<fakes::Provider> provider = Make<fakes::Provider>();
+    CComPtr<fakes::Consumer> consumer = Make<fakes::Consumer>();
+};
+
+template <class T>
+CComPtr<IUnknown> AsUnknown(T* part) {
+    CComPtr<IUnknown> unknown;
+    part->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&unknown));
+    return unknown;
+}
+
+}  // namespace
+
+TEST(FilterBase, ComIdentityAndReferenceCounting) {
+    bool destroyed = false;
+    auto* filter = new PlainFilter(&destroyed);
+    IUnknown* unknown = nullptr;
+    IPrintPipelineFilter* asFilter = nullptr;
+    ASSERT_EQ(filter->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&unknown)), S_OK);
+    ASSERT_EQ(filter->QueryInterface(IID_IPrintPipelineFilter, reinterpret_cast<void**>(&asFilter)),
+              S_OK);
+    EXPECT_EQ(static_cast<void*>(unknown), static_cast<void*>(asFilter));
+    void* other = reinterpret_cast<void*>(0x1);
+    EXPECT_EQ(filter->QueryInterface(IID_IXpsDocumentProvider, &other), E_NOINTERFACE);
+    EXPECT_EQ(other, nullptr);
+    EXPECT_EQ(filter->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(unknown->Release(), 2u);
+    EXPECT_EQ(asFilter->Release(), 1u);
+    EXPECT_FALSE(destroyed);
+    EXPECT_EQ(filter->Release(), 0u);  // the count started at 1
+    EXPECT_TRUE(destroyed);
+}
+
+TEST(FilterBase, InitializeFilterStoresAllOrNothing) {
+    Pipeline pipeline;
+    CComPtr<PlainFilter> filter;
+    filter.Attach(new PlainFilter());
+    EXPECT_EQ(filter->InitializeFilter(pipeline.communicator, nullptr, pipeline.control),
+              E_POINTER);
+    // Nothing was stored: no manager control to ask for a shutdown, no bag to read.
+    EXPECT_TRUE(pipeline.control->shutdownReasons.empty());
+    DWORD job = 0;
+    EXPECT_EQ(filter->GetJobIdFromPropertyBag(&job), E_POINTER);
+    EXPECT_EQ(job, 0xFFFFFFFFu);
+
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    // Now a bad call asks the held manager control for a shutdown.
+    EXPECT_EQ(filter->InitializeFilter(nullptr, pipeline.bag, pipeline.control), E_POINTER);
+    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_POINTER});
+
+    // A second set replaces (and releases) the first.
+    Pipeline other;
+    const ULONG before = pipeline.bag->RefCount();
+    ASSERT_EQ(other.Connect(filter), S_OK);
+    EXPECT_EQ(pipeline.bag->RefCount(), before - 1);
+}
+
+TEST(FilterBase, JobFactsAreReadOnceAndCached) {
+    Pipeline pipeline;
+    CComPtr<PlainFilter> filter;
+    filter.Attach(new PlainFilter());
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    DWORD job = 0;
+    ASSERT_EQ(filter->GetJobIdFromPropertyBag(&job), S_OK);
+    EXPECT_EQ(job, 42u);
+    CComVariant changed(7u);
+    pipeline.bag->AddProperty(L"PrintJobId", &changed);
+    ASSERT_EQ(filter->GetJobIdFromPropertyBag(&job), S_OK);
+    EXPECT_EQ(job, 42u);
+    HANDLE printer = nullptr;
+    ASSERT_EQ(filter->GetPrinterHandleFromPropertyBag(&printer), S_OK);
+    EXPECT_EQ(printer, reinterpret_cast<HANDLE>(0x1234));
+}
+
+TEST(FilterBase, TicketManagerNeedsTheFilterInitialised) {
+    CComPtr<PlainFilter> filter;
+    filter.Attach(new PlainFilter());
+    EXPECT_EQ(filter->InitializePrintTicketManager(), E_PENDING);
+    Pipeline pipeline;
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->InitializePrintTicketManager(), S_OK);
+}
+
+TEST(FilterBase, CompletionIsReportedOnceAndOnlyWithAManagerControl) {
+    auto* filter = new PlainFilter();
+    filter->FilterFinished();  // no manager control: nothing, flag stays 0
+    EXPECT_EQ(filter->m_filterFinished.load(), 0);
+    Pipeline pipeline;
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    filter->FilterFinished();
+    filter->FilterFinished();
+    EXPECT_EQ(pipeline.control->finishedCalls, 1);
+    EXPECT_EQ(filter->ShutdownOperation(), S_OK);
+    EXPECT_EQ(pipeline.control->finishedCalls, 1);
+    filter->Release();
+    EXPECT_EQ(pipeline.control->finishedCalls, 1);
+
+    auto* unfinished = new PlainFilter();
+    Pipeline second;
+    ASSERT_EQ(second.Connect(unfinished), S_OK);
+    unfinished->Release();  // destroying a filter that never finished reports it
+    EXPECT_EQ(second.control->finishedCalls, 1);
+}
+
+TEST(XpsFilterBase, AnEmptyJobFinalisesClosesAndFinishesOnce) {
+    Pipeline pipeline;
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->StartOperation(), S_OK);
+    EXPECT_EQ(filter->log, std::vector<std::string>{"finalize"});
+    EXPECT_EQ(pipeline.consumer->closeCalls, 1);
+    EXPECT_EQ(pipeline.control->finishedCalls, 1);
+    EXPECT_TRUE(pipeline.control->shutdownReasons.empty());
+}
+
+TEST(XpsFilterBase, HandlersRunInDocumentOrderWithJobWideCounters) {
+    Pipeline pipeline;
+    auto sequence = Make<fakes::Sequence>();
+    pipeline.provider->parts.push_back(AsUnknown(sequence.p));
+    for (int d = 0; d < 2; ++d) {
+        pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Document>().p));
+        for (int p = 0; p < 2; ++p) pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
+    }
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    ASSERT_EQ(filter->StartOperation(), S_OK);
+    EXPECT_EQ(filter->log, (std::vector<std::string>{"sequence", "document 1", "page 1", "page 2",
+                                                      "document 2", "page 3", "page 4",
+                                                      "finalize"}));
+    EXPECT_EQ(pipeline.consumer->sent,
+              (std::vector<std::string>{"sequence", "fixeddocument", "page", "page",
+                                        "fixeddocument", "page", "page"}));
+}
+
+TEST(XpsFilterBase, UnknownPartsAreForwardedAndTheFirstKindWins) {
+    Pipeline pipeline;
+    auto font = fakes::MakeTicket(L"/x", "");  // a part of no walked kind
+    pipeline.provider->parts.push_back(AsUnknown(font.p));
+    CComPtr<Ambiguous> both;
+    both.Attach(new Ambiguous());
+    pipeline.provider->parts.push_back(AsUnknown(static_cast<IXpsDocument*>(both.p)));
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    ASSERT_EQ(filter->StartOperation(), S_OK);
+    EXPECT_EQ(filter->log, (std::vector<std::string>{"xps", "finalize"}));
+    EXPECT_EQ(pipeline.consumer->sent, (std::vector<std::string>{"unknown", "document"}));
+}
+
+TEST(XpsFilterBase, AFailingHandlerEndsTheWalkWithoutFinalize) {
+    Pipeline pipeline;
+    pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
+    pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    filter->onPage = [](RecordingFilter*) { return E_ACCESSDENIED; };
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->StartOperation(), E_ACCESSDENIED);
+    EXPECT_EQ(filter->log, std::vector<std::string>{"page 1"});
+    EXPECT_EQ(pipeline.consumer->closeCalls, 1);
+    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_ACCESSDENIED});
+    EXPECT_EQ(pipeline.control->finishedCalls, 1);
+}
+
+TEST(XpsFilterBase, AThrowingHandlerIsReportedAndBecomesEFail) {
+    Pipeline pipeline;
+    pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    filter->onPage = [](RecordingFilter*) -> HRESULT {
+        THROW_COM(E_INVALIDARG, L"RecordingFilter::OnFixedPage", "");
+    };
+    const auto reportsBefore = ZorunException::GetDisplayedExceptionCount();
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->StartOperation(), E_FAIL);
+    EXPECT_EQ(ZorunException::GetDisplayedExceptionCount(), reportsBefore + 1);
+    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
+}
+
+TEST(XpsFilterBase, AShutdownDuringAHandlerStopsAfterTheNextFetch) {
+    Pipeline pipeline;
+    for (int i = 0; i < 3; ++i) pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    filter->onPage = [](RecordingFilter* self) {
+        self->ShutdownOperation();  // as the pipeline would, from its own thread
+        return S_OK;
+    };
+    filter->finalizeResult = E_FAIL;
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->StartOperation(), S_OK);  // the failure after shutdown is not reported
+    EXPECT_EQ(filter->log, (std::vector<std::string>{"page 1", "finalize"}));
+    EXPECT_EQ(pipeline.provider->fetches, 2);
+    EXPECT_TRUE(pipeline.control->shutdownReasons.empty());
+    EXPECT_EQ(pipeline.control->finishedCalls, 1);
+}
+
+TEST(XpsFilterBase, AReaderThatIsNoProviderStopsTheJobTwice) {
+    Pipeline pipeline;
+    pipeline.communicator->reader_ = static_cast<IXpsDocumentConsumer*>(pipeline.consumer.p);
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->StartOperation(), E_FAIL);
+    EXPECT_EQ(pipeline.control->shutdownReasons, (std::vector<HRESULT>{E_FAIL, E_FAIL}));
+    EXPECT_EQ(pipeline.provider->fetches, 0);
+    EXPECT_EQ(pipeline.consumer->closeCalls, 0);
+}
+
+TEST(XpsFilterBase, StartingUninitialisedIsPending) {
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    EXPECT_EQ(filter->StartOperation(), E_PENDING);
+    EXPECT_TRUE(filter->log.empty());
+}
+
+TEST(XpsFilterBase, AFailingFetchSkipsFinalizeButClosesTheSender) {
+    Pipeline pipeline;
+    pipeline.provider->fetchResult = E_OUTOFMEMORY;
+    CComPtr<RecordingFilter> filter;
+    filter.Attach(new RecordingFilter());
+    ASSERT_EQ(pipeline.Connect(filter), S_OK);
+    EXPECT_EQ(filter->StartOperation(), E_OUTOFMEMORY);
+    EXPECT_TRUE(filter->log.empty());
+    EXPECT_EQ(pipeline.consumer->closeCalls, 1);
+    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_OUTOFMEMORY});
+}
