@@ -6,10 +6,14 @@
 #include <libxml/tree.h>
 #include <libxml/xmlreader.h>
 
+#include <algorithm>
 #include <climits>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 
+#include "platform/com/unicode.h"
 #include "pipelinehost/hosterror.h"
 #include "pipelinehost/partname.h"
 #include "pipelinehost/xpsnames.h"
@@ -254,8 +258,12 @@ Listing ParseListing(std::string_view xml, std::string_view partName, bool seque
     return listing;
 }
 
-void ScanMarkupReferences(const ReadFunction& read, std::string_view partName,
-                          std::vector<MarkupReference>& out) {
+namespace {
+
+// The scan for markup in UTF-16 (or another encoding that is not ASCII-compatible): libxml2's
+// streaming reader.
+void ScanWithXmlReader(const ReadFunction& read, std::string_view partName,
+                       std::vector<MarkupReference>& out) {
     struct Context {
         const ReadFunction* read;
         std::optional<JobError> error;
@@ -297,6 +305,238 @@ void ScanMarkupReferences(const ReadFunction& read, std::string_view partName,
     }
     if (status != 0) {
         throw JobError(ErrorKind::BadPackage, std::string(partName) + " is not well-formed XML");
+    }
+}
+
+// The scan for ASCII-compatible markup (UTF-8, the common case): a byte-level tokenizer that
+// only looks at start tags and their attributes, so that pages of many megabytes cost little
+// more than inflating them. It does not check the markup; a DTD is still refused.
+class FastScanner {
+public:
+    FastScanner(std::string_view partName, std::vector<MarkupReference>& out)
+        : m_partName(partName), m_out(out) {}
+
+    void Feed(const char* data, std::size_t size) {
+        for (std::size_t i = 0; i < size; ++i) Step(data[i]);
+    }
+
+private:
+    enum class State {
+        Text,
+        TagOpen,
+        Bang,
+        Comment,
+        CData,
+        Instruction,
+        EndTag,
+        ElementName,
+        InTag,
+        AttributeName,
+        AfterName,
+        BeforeValue,
+        Value
+    };
+    static constexpr std::size_t kValueCap = 8192;
+
+    static bool Space(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+    static std::string_view Local(const std::string& name) {
+        std::size_t colon = name.rfind(':');
+        return colon == std::string::npos ? std::string_view(name)
+                                          : std::string_view(name).substr(colon + 1);
+    }
+
+    void Step(char c) {
+        switch (m_state) {
+            case State::Text:
+                if (c == '<') m_state = State::TagOpen;
+                break;
+            case State::TagOpen:
+                if (c == '!') {
+                    m_state = State::Bang;
+                    m_bang.clear();
+                } else if (c == '?') {
+                    m_state = State::Instruction;
+                    m_tail = 0;
+                } else if (c == '/') {
+                    m_state = State::EndTag;
+                } else {
+                    m_element.assign(1, c);
+                    m_state = State::ElementName;
+                }
+                break;
+            case State::Bang:
+                m_bang.push_back(c);
+                if (m_bang == "--") {
+                    m_state = State::Comment;
+                    m_tail = 0;
+                } else if (m_bang == "[CDATA[") {
+                    m_state = State::CData;
+                    m_tail = 0;
+                } else if (m_bang == "DOCTYPE") {
+                    throw JobError(ErrorKind::BadPackage,
+                                   std::string(m_partName) + " has a DTD, which XPS forbids");
+                } else if (m_bang.size() >= 7 || c == '>') {
+                    m_state = c == '>' ? State::Text : State::EndTag;
+                }
+                break;
+            case State::Comment:  // ends with "-->"
+                if (c == '>' && m_tail >= 2) m_state = State::Text;
+                m_tail = c == '-' ? m_tail + 1 : 0;
+                break;
+            case State::CData:  // ends with "]]>"
+                if (c == '>' && m_tail >= 2) m_state = State::Text;
+                m_tail = c == ']' ? m_tail + 1 : 0;
+                break;
+            case State::Instruction:  // ends with "?>"
+                if (c == '>' && m_tail >= 1) m_state = State::Text;
+                m_tail = c == '?' ? 1 : 0;
+                break;
+            case State::EndTag:
+                if (c == '>') m_state = State::Text;
+                break;
+            case State::ElementName:
+                if (Space(c) || c == '/') {
+                    m_state = State::InTag;
+                } else if (c == '>') {
+                    m_state = State::Text;
+                } else if (m_element.size() < 256) {
+                    m_element.push_back(c);
+                }
+                break;
+            case State::InTag:
+                if (c == '>') {
+                    m_state = State::Text;
+                } else if (!Space(c) && c != '/') {
+                    m_attribute.assign(1, c);
+                    m_state = State::AttributeName;
+                }
+                break;
+            case State::AttributeName:
+                if (c == '=') {
+                    m_state = State::BeforeValue;
+                } else if (Space(c)) {
+                    m_state = State::AfterName;
+                } else if (c == '>') {
+                    m_state = State::Text;
+                } else if (m_attribute.size() < 256) {
+                    m_attribute.push_back(c);
+                }
+                break;
+            case State::AfterName:
+                if (c == '=') {
+                    m_state = State::BeforeValue;
+                } else if (c == '>') {
+                    m_state = State::Text;
+                } else if (!Space(c)) {
+                    m_attribute.assign(1, c);
+                    m_state = State::AttributeName;
+                }
+                break;
+            case State::BeforeValue:
+                if (c == '"' || c == '\'') {
+                    m_quote = c;
+                    m_value.clear();
+                    m_state = State::Value;
+                } else if (c == '>') {
+                    m_state = State::Text;
+                }
+                break;
+            case State::Value:
+                if (c == m_quote) {
+                    Attribute();
+                    m_state = State::InTag;
+                } else if (m_value.size() < kValueCap) {
+                    m_value.push_back(c);
+                }
+                break;
+        }
+    }
+
+    void Attribute() {
+        std::string_view name = Local(m_attribute);
+        bool interesting = name == "FontUri" || name == "ImageSource" || name == "Source" ||
+                           m_value.find("ContextColor") != std::string::npos;
+        if (!interesting) return;
+        ReferencesInValue(name, Local(m_element), Decode(m_value), m_partName, m_out);
+    }
+
+    static std::string Decode(const std::string& value) {
+        if (value.find('&') == std::string::npos) return value;
+        std::string out;
+        for (std::size_t i = 0; i < value.size(); ++i) {
+            if (value[i] != '&') {
+                out.push_back(value[i]);
+                continue;
+            }
+            std::size_t end = value.find(';', i);
+            if (end == std::string::npos) {
+                out.append(value, i, std::string::npos);
+                break;
+            }
+            std::string entity = value.substr(i + 1, end - i - 1);
+            if (entity == "amp")
+                out.push_back('&');
+            else if (entity == "lt")
+                out.push_back('<');
+            else if (entity == "gt")
+                out.push_back('>');
+            else if (entity == "quot")
+                out.push_back('"');
+            else if (entity == "apos")
+                out.push_back('\'');
+            else if (!entity.empty() && entity[0] == '#') {
+                unsigned long code = entity.size() > 1 && (entity[1] == 'x' || entity[1] == 'X')
+                                         ? std::strtoul(entity.c_str() + 2, nullptr, 16)
+                                         : std::strtoul(entity.c_str() + 1, nullptr, 10);
+                if (code > 0 && code < 0x110000)
+                    platform::AppendUtf8(out, static_cast<char32_t>(code));
+            } else {
+                out.append(value, i, end - i + 1);
+            }
+            i = end;
+        }
+        return out;
+    }
+
+    std::string_view m_partName;
+    std::vector<MarkupReference>& m_out;
+    State m_state = State::Text;
+    std::string m_bang, m_element, m_attribute, m_value;
+    char m_quote = '"';
+    unsigned m_tail = 0;
+};
+
+}  // namespace
+
+void ScanMarkupReferences(const ReadFunction& read, std::string_view partName,
+                          std::vector<MarkupReference>& out) {
+    std::vector<char> buffer(1 << 16);
+    std::size_t got = read(buffer.data(), buffer.size());
+    bool wide = got >= 2 && ((static_cast<unsigned char>(buffer[0]) == 0xFF &&
+                              static_cast<unsigned char>(buffer[1]) == 0xFE) ||
+                             (static_cast<unsigned char>(buffer[0]) == 0xFE &&
+                              static_cast<unsigned char>(buffer[1]) == 0xFF) ||
+                             buffer[0] == '\0' || buffer[1] == '\0');
+    if (wide) {
+        // Hand libxml2 the bytes already read, then the rest.
+        std::size_t offset = 0;
+        ScanWithXmlReader(
+            [&](char* target, std::size_t size) -> std::size_t {
+                if (offset < got) {
+                    std::size_t count = std::min(size, got - offset);
+                    std::memcpy(target, buffer.data() + offset, count);
+                    offset += count;
+                    return count;
+                }
+                return read(target, size);
+            },
+            partName, out);
+        return;
+    }
+    FastScanner scanner(partName, out);
+    while (got != 0) {
+        scanner.Feed(buffer.data(), got);
+        got = read(buffer.data(), buffer.size());
     }
 }
 

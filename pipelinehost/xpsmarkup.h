@@ -45,8 +45,9 @@ struct MarkupReference {
 // Reads markup through `read` (returns bytes read, 0 at the end) and reports the parts it
 // refers to: Glyphs FontUri, ImageSource (also inside {ColorConvertedBitmap ...}), remote
 // ResourceDictionary Source, and ICC profiles of ContextColor values. References to parts that
-// are external or leave the package are skipped. Throws JobError(BadPackage) for markup that is
-// not well-formed.
+// are external are skipped. ASCII-compatible markup (UTF-8) is scanned by a byte-level tokenizer
+// that reads start tags only and does not check the markup; UTF-16 markup goes through libxml2,
+// which refuses markup that is not well-formed. Both refuse a DTD (JobError(BadPackage)).
 using ReadFunction = std::function<std::size_t(char* buffer, std::size_t size)>;
 void ScanMarkupReferences(const ReadFunction& read, std::string_view partName,
                           std::vector<MarkupReference>& out);

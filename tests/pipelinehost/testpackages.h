@@ -2,6 +2,8 @@
 // libzip (independent of the host's own writer), and finds corpus files.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <unistd.h>
 #include <zip.h>
 
 #include <filesystem>
@@ -17,11 +19,29 @@ struct Entry {
     bool store = false;
 };
 
-inline std::string TempPath(const std::string& name) {
-    std::filesystem::path dir = std::filesystem::temp_directory_path() / "fu_pipelinehost_tests";
+// A folder of this build tree private to the calling process: tests of several worktrees and
+// several test processes run at once on one machine.
+inline std::filesystem::path ProcessTempDir() {
+    std::filesystem::path dir =
+        std::filesystem::path(FU_BINARY_DIR) / "test-tmp" / ("p" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir);
-    return (dir / name).string();
+    return dir;
 }
+
+inline std::string TempPath(const std::string& name) {
+    return (ProcessTempDir() / name).string();
+}
+
+// Removes the process's folder when the test program ends.
+class TempDirCleanup : public ::testing::Environment {
+public:
+    void TearDown() override {
+        std::error_code ignored;
+        std::filesystem::remove_all(ProcessTempDir(), ignored);
+    }
+};
+inline const bool kTempDirCleanupRegistered =
+    (::testing::AddGlobalTestEnvironment(new TempDirCleanup), true);
 
 // Writes the entries, in order, as a ZIP file; returns its path.
 inline std::string WriteZip(const std::string& fileName, const std::vector<Entry>& entries) {

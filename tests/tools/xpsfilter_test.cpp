@@ -53,7 +53,7 @@ Outcome RunTool(const std::vector<std::string>& args) {
 }
 
 fs::path WorkDir(const std::string& name) {
-    fs::path dir = fs::temp_directory_path() / "fu_xpsfilter_tests" / name;
+    fs::path dir = testpackages::ProcessTempDir() / name;
     fs::remove_all(dir);
     fs::create_directories(dir);
     return dir;
@@ -95,6 +95,7 @@ std::vector<std::string> CorpusJobs() {
         names.push_back(entry.path().filename().string());
     }
     std::sort(names.begin(), names.end());
+    names.push_back("samples/sample_job.xps");
     return names;
 }
 
@@ -109,8 +110,9 @@ class CorpusRoundTrip : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(CorpusRoundTrip, PassThroughOutputRendersLikeTheInput) {
     std::string name = GetParam();
-    std::string input = testpackages::CorpusFile(name);
-    fs::path dir = WorkDir(name);
+    std::string input = name.rfind("samples/", 0) == 0 ? std::string(FU_SOURCE_DIR) + "/" + name
+                                                       : testpackages::CorpusFile(name);
+    fs::path dir = WorkDir(fs::path(name).filename().string());
     std::string output = (dir / "out.xps").string();
     Outcome run = RunTool({"run", "-q", input, output});
     ASSERT_EQ(run.exitCode, 0) << run.output;

@@ -1,0 +1,98 @@
+#!/usr/bin/env python3
+"""Makes the benchmark's XPS jobs: PostScript written here -> PDF (ps2pdf) -> XPS (Ghostscript's
+xpswrite device), then a PrintTicket added to every page (and the job and document), as a
+spooled job has them.
+
+usage: make_job.py PAGES OUT.xps [--images]"""
+import os
+import subprocess
+import sys
+import tempfile
+import zipfile
+
+PT_REL = "http://schemas.microsoft.com/xps/2005/06/printticket"
+RELS_NS = "http://schemas.openxmlformats.org/package/2006/relationships"
+PSF = "http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework"
+PSK = "http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords"
+
+
+def postscript(pages, images):
+    lines = ["%!PS-Adobe-3.0", "/Helvetica findfont 14 scalefont setfont"]
+    for n in range(1, pages + 1):
+        lines.append(f"gsave 0.{n % 9} 0.4 0.6 setrgbcolor 72 {600 - (n % 7) * 40} 200 120 rectfill grestore")
+        for row in range(30):
+            lines.append(f"72 {760 - row * 20} moveto (Page {n} line {row}: the quick brown fox "
+                         "jumps over the lazy dog 0123456789) show")
+        if images:
+            # A 64x64 RGB image, different on every page, as hex data.
+            data = bytes(((x * 4 + n * 7) % 256, (y * 4 + n * 13) % 256, (x * y + n) % 256)[c]
+                         for y in range(64) for x in range(64) for c in range(3))
+            lines.append("gsave 300 80 translate 200 200 scale 64 64 8 [64 0 0 64 0 0] "
+                         f"{{<{data.hex()}>}} false 3 colorimage grestore")
+        lines.append("showpage")
+    return "\n".join(lines) + "\n"
+
+
+def ticket(comment):
+    return (f'<?xml version="1.0" encoding="UTF-8"?><!-- {comment} --><psf:PrintTicket '
+            f'xmlns:psf="{PSF}" xmlns:psk="{PSK}" version="1"><psf:Feature '
+            'name="psk:PageOutputColor"><psf:Option name="psk:Color"/></psf:Feature>'
+            '</psf:PrintTicket>')
+
+
+def add_tickets(source, target):
+    with zipfile.ZipFile(source) as src, zipfile.ZipFile(target, "w", zipfile.ZIP_DEFLATED) as dst:
+        names = src.namelist()
+        pages = [n for n in names if n.endswith(".fpage")]
+        existing_rels = set(n for n in names if n.endswith(".rels"))
+        extra = {}
+        def add_rel(part, target_name):
+            folder, base = os.path.split(part)
+            rels = f"{folder}/_rels/{base}.rels" if folder else f"_rels/{base}.rels"
+            entry = f'<Relationship Id="PT" Type="{PT_REL}" Target="/{target_name}"/>'
+            if rels in existing_rels:
+                xml = src.read(rels).decode("utf-8-sig")
+                extra[rels] = xml.replace("</Relationships>", entry + "</Relationships>")
+            else:
+                extra[rels] = f'<Relationships xmlns="{RELS_NS}">{entry}</Relationships>'
+        for page in pages:
+            ticket_name = page.replace("/Pages/", "/Metadata/").replace(".fpage", "_PT.xml")
+            extra[ticket_name] = ticket(page)
+            add_rel(page, ticket_name)
+        fdseq = [n for n in names if n.endswith(".fdseq")][0]
+        extra["Metadata/Job_PT.xml"] = ticket("job")
+        add_rel(fdseq, "Metadata/Job_PT.xml")
+        for name in names:
+            data = src.read(name)
+            if name == "[Content_Types].xml":
+                data = data.decode("utf-8-sig").replace(
+                    "</Types>", '<Override PartName="/Metadata/Job_PT.xml" ContentType="application/'
+                    'vnd.ms-printing.printticket+xml"/>' + "".join(
+                        f'<Override PartName="/{n}" ContentType="application/vnd.ms-printing.'
+                        'printticket+xml"/>' for n in extra if n.endswith("_PT.xml") and
+                        n != "Metadata/Job_PT.xml") + "</Types>")
+            if name in extra:
+                data = extra.pop(name)
+            dst.writestr(name, data)
+        for name, data in extra.items():
+            dst.writestr(name, data)
+
+
+def main():
+    pages = int(sys.argv[1])
+    out = sys.argv[2]
+    images = "--images" in sys.argv
+    with tempfile.TemporaryDirectory() as tmp:
+        ps = os.path.join(tmp, "job.ps")
+        pdf = os.path.join(tmp, "job.pdf")
+        xps = os.path.join(tmp, "job.xps")
+        with open(ps, "w") as f:
+            f.write(postscript(pages, images))
+        subprocess.run(["ps2pdf", ps, pdf], check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["gs", "-q", "-dBATCH", "-dNOPAUSE", "-dSAFER", "-sDEVICE=xpswrite",
+                        f"-sOutputFile={xps}", pdf], check=True)
+        add_tickets(xps, out)
+
+
+if __name__ == "__main__":
+    main()
