@@ -3,12 +3,16 @@
 // (built on XpsFilterBase) is registered here in its place.
 #include "builtins.h"
 
+#include "filters/setticket/setticketfilter.h"
+#include "filters/stamp/stampfilter.h"
 #include "pipelinehost/rawpassthroughfilter.h"
 
 namespace xpsfilter {
 
 void RegisterBuiltinFilters(pipelinehost::FilterRegistry& registry) {
     registry.AddBuiltin("passthrough", &pipelinehost::CreateRawPassThroughFilter);
+    registry.AddBuiltin("setticket", &CreateSetTicketFilter);
+    registry.AddBuiltin("stamp", &CreateStampFilter);
 }
 
 }  // namespace xpsfilter
