@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -13,6 +14,8 @@
 #include "platform/com/comobject.h"
 #include "platform/com/unicode.h"
 #include "platform/printpipeline/printstreams.h"
+#include "platform/win32/kernel.h"
+#include "platform/win32/security.h"
 #include "pipelinehost/defaultticket.h"
 #include "pipelinehost/jobreader.h"
 #include "pipelinehost/jobwriter.h"
@@ -147,6 +150,13 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
     };
     try {
         if (config.filters.empty()) throw JobError(ErrorKind::Config, "the pipeline has no filter");
+        // The job owner's token: a token of the process's user, which filters impersonate (the
+        // ticket manager does so); closed when the job is over.
+        HANDLE userToken = nullptr;
+        if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &userToken)) {
+            throw JobError(ErrorKind::Internal, "cannot open the process token");
+        }
+        std::unique_ptr<void, BOOL (*)(HANDLE)> closeUserToken(userToken, &CloseHandle);
         std::shared_ptr<SourcePackage> package = SourcePackage::Open(options.input, options.limits);
         package->SetStatus(status);
         CComPtr<JobReader> reader;
@@ -180,7 +190,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
             CComVariant(platform::Utf8ToWide(options.printerName).c_str()));
         Add(bag, XPS_FP_JOB_ID, CComVariant(static_cast<unsigned int>(options.jobId)));
         Add(bag, XPS_FP_PRINTER_HANDLE, HandleVariant(PlaceholderPrinterHandle()));
-        Add(bag, XPS_FP_USER_TOKEN, HandleVariant(PlaceholderUserToken()));
+        Add(bag, XPS_FP_USER_TOKEN, HandleVariant(userToken));
         Add(bag, XPS_FP_USER_PRINT_TICKET, CComVariant(static_cast<IUnknown*>(ticketFactory.p)));
         Add(bag, XPS_FP_OUTPUT_FILE, CComVariant(platform::Utf8ToWide(options.output).c_str()));
 
