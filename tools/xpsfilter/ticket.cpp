@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "commandline.h"
+#include "filterpipeline/filterutilities/printreadstreamtoistream.h"
 #include "filterpipeline/filterutilities/printschema.h"
 #include "filterpipeline/filterutilities/printticketmanager.h"
 #include "filterpipeline/filterutilities/printticketxmldocument.h"
@@ -394,6 +395,32 @@ std::string ReadTicketBytes(const std::string& path) {
     return bytes;
 }
 
+// Why the DOM refuses the bytes, from its parse error ("" when it says nothing).
+std::string ParseFailure(const std::string& bytes) {
+    CComPtr<IPrintReadStream> read;
+    if (FAILED(platform::CreatePrintReadStreamOnBytes(bytes.data(), bytes.size(), &read)))
+        return "";
+    CComPtr<IXMLDOMDocument2> document;
+    if (FAILED(CoCreateInstance(CLSID_DOMDocument60, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument2,
+                                reinterpret_cast<void**>(&document)))) {
+        return "";
+    }
+    CComPtr<IStream> stream;
+    stream.Attach(new CPrintReadStreamToIStream(read));
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    document->load(CComVariant(static_cast<IUnknown*>(stream.p)), &loaded);
+    CComPtr<IXMLDOMParseError> error;
+    if (loaded != VARIANT_FALSE || FAILED(document->get_parseError(&error)) || !error) return "";
+    CComBSTR reason;
+    LONG line = 0;
+    error->get_reason(&reason);
+    error->get_line(&line);
+    std::string text = Narrow(reason.m_str);
+    if (text.empty()) return "";
+    if (line > 0) text += " (line " + std::to_string(line) + ")";
+    return ": " + text;
+}
+
 // Loads the ticket as the default ticket of a ticket manager and reads the page-scope view,
 // which sees the ticket at every scope.
 TicketContents LoadTicket(const std::string& path) {
@@ -413,7 +440,7 @@ TicketContents LoadTicket(const std::string& path) {
     HRESULT hr = manager.Initialise(stream, printer, token);
     if (FAILED(hr)) {
         throw TicketError{xpsfilter::kExitBadTicket,
-                          path + " is not well-formed XML (" + Hex(hr) + ")"};
+                          path + " is not well-formed XML" + ParseFailure(bytes)};
     }
     TicketContents contents;
     try {
