@@ -13,7 +13,8 @@ public:
     explicit CUnknown(REFIID iid) : m_refCount(1), m_iid(iid) {}
 
     // Copies keep the source's count and interface id as they stand (the count is not reset).
-    CUnknown(const CUnknown& other) : I(), m_refCount(other.m_refCount.load()), m_iid(other.m_iid) {}
+    CUnknown(const CUnknown& other)
+        : I(), m_refCount(other.m_refCount.load()), m_iid(other.m_iid) {}
     CUnknown& operator=(const CUnknown& other) {
         m_iid = other.m_iid;
         m_refCount.store(other.m_refCount.load());

@@ -111,7 +111,6 @@ void PrintCapabilitiesXmlDocument::CreateParameterDefElement(const wchar_t* meth
                                                              const wchar_t* prefix,
                                                              const wchar_t* name,
                                                              IXMLDOMElement** parameterDef) {
-    if (parameterDef == nullptr) THROW_COM(E_POINTER, method, "");
     if (IsEmpty(name)) THROW_COM(E_INVALIDARG, method, "");
     CreateNamedElement(L"ParameterDef", Join(prefix, name), parameterDef);
 }
@@ -120,9 +119,10 @@ HRESULT PrintCapabilitiesXmlDocument::CreateIntegerParameterDef(
     const wchar_t* prefix, const wchar_t* name, const wchar_t* mandatory,
     const wchar_t* displayName, int defaultValue, int minValue, int maxValue, int multiple,
     const wchar_t* unitType, IXMLDOMElement** parameterDef) {
+    static constexpr wchar_t kMethod[] = L"PrintCapabilitiesXmlDocument::CreateIntegerParameterDef";
+    if (parameterDef == nullptr) THROW_COM(E_POINTER, kMethod, "");
     CComPtr<IXMLDOMElement> created;
-    CreateParameterDefElement(L"PrintCapabilitiesXmlDocument::CreateIntegerParameterDef", prefix,
-                              name, &created);
+    CreateParameterDefElement(kMethod, prefix, name, &created);
     AppendFrameworkProperty(created, L"DataType", Join(XmlSchemaPrefix(), L"integer"), L"QName");
     AppendFrameworkProperty(created, L"DefaultValue", Format(L"%i", defaultValue), L"integer");
     AppendFrameworkProperty(created, L"MaxValue", Format(L"%i", maxValue), L"integer");
@@ -141,9 +141,10 @@ HRESULT PrintCapabilitiesXmlDocument::CreateStringParameterDef(
     const wchar_t* prefix, const wchar_t* name, const wchar_t* mandatory,
     const wchar_t* displayName, const wchar_t* defaultValue, int minLength, int maxLength,
     const wchar_t* unitType, IXMLDOMElement** parameterDef) {
+    static constexpr wchar_t kMethod[] = L"PrintCapabilitiesXmlDocument::CreateStringParameterDef";
+    if (parameterDef == nullptr) THROW_COM(E_POINTER, kMethod, "");
     CComPtr<IXMLDOMElement> created;
-    CreateParameterDefElement(L"PrintCapabilitiesXmlDocument::CreateStringParameterDef", prefix,
-                              name, &created);
+    CreateParameterDefElement(kMethod, prefix, name, &created);
     AppendFrameworkProperty(created, L"DataType", Join(XmlSchemaPrefix(), L"string"), L"QName");
     AppendFrameworkProperty(created, L"MaxLength", Format(L"%i", maxLength), L"integer");
     AppendFrameworkProperty(created, L"MinLength", Format(L"%i", minLength), L"integer");
@@ -162,9 +163,10 @@ HRESULT PrintCapabilitiesXmlDocument::CreateRealParameterDef(
     const wchar_t* prefix, const wchar_t* name, const wchar_t* mandatory,
     const wchar_t* displayName, float defaultValue, float minValue, float maxValue, float multiple,
     const wchar_t* unitType, IXMLDOMElement** parameterDef) {
+    static constexpr wchar_t kMethod[] = L"PrintCapabilitiesXmlDocument::CreateRealParameterDef";
+    if (parameterDef == nullptr) THROW_COM(E_POINTER, kMethod, "");
     CComPtr<IXMLDOMElement> created;
-    CreateParameterDefElement(L"PrintCapabilitiesXmlDocument::CreateRealParameterDef", prefix, name,
-                              &created);
+    CreateParameterDefElement(kMethod, prefix, name, &created);
     AppendFrameworkProperty(created, L"DataType", Join(XmlSchemaPrefix(), L"decimal"), L"QName");
     // The default is written typed "string", not "decimal", unlike the limits.
     AppendFrameworkProperty(created, L"DefaultValue", FormatReal(defaultValue), L"string");

@@ -66,7 +66,7 @@ public:
     int GetChildScoredPropertyValueAsInteger(IXMLDOMNode* node, const wchar_t* name);
 
 private:
-    // A ParameterDef element named prefix + name, checked for the builders above.
+    // A ParameterDef element named prefix + name (an empty name is E_INVALIDARG).
     void CreateParameterDefElement(const wchar_t* method, const wchar_t* prefix,
                                    const wchar_t* name, IXMLDOMElement** parameterDef);
     // Appends a typed framework-namespace Property (psf:<name>) to parent.

@@ -76,8 +76,9 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
     // which callers catching the exception test for.
     if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
 
-    if (GetPrefixFromURI(PrintSchema::PrivateKeywordsNamespaceUri, &m_privateKeywordsPrefix) ==
-        S_OK) {
+    const RootAttributes declarations = ReadRootAttributes();
+    if (GetPrefixFromURI(declarations, PrintSchema::PrivateKeywordsNamespaceUri,
+                         &m_privateKeywordsPrefix) == S_OK) {
         THROW_COM_IF_FAILED(FixPrivateNameSpacePrefix(), kMethod, "");
     } else {
         BSTR undeclared = ::SysAllocString(PrintSchema::UndeclaredPrivateKeywordsPrefix);
@@ -85,16 +86,19 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
         m_privateKeywordsPrefix.Attach(undeclared);
     }
 
-    GetPrefixFromURI(PrintSchema::FrameworkNamespaceUri, &m_frameworkPrefix);
-    GetPrefixFromURI(PrintSchema::KeywordsNamespaceUri, &m_keywordsPrefix);
-    GetPrefixFromURI(PrintSchema::XmlSchemaInstanceNamespaceUri, &m_xmlSchemaInstancePrefix);
-    GetPrefixFromURI(PrintSchema::XmlSchemaNamespaceUri, &m_xmlSchemaPrefix);
+    // The fix-up above only touched the private declaration; the others read as before.
+    GetPrefixFromURI(declarations, PrintSchema::FrameworkNamespaceUri, &m_frameworkPrefix);
+    GetPrefixFromURI(declarations, PrintSchema::KeywordsNamespaceUri, &m_keywordsPrefix);
+    GetPrefixFromURI(declarations, PrintSchema::XmlSchemaInstanceNamespaceUri,
+                     &m_xmlSchemaInstancePrefix);
+    GetPrefixFromURI(declarations, PrintSchema::XmlSchemaNamespaceUri, &m_xmlSchemaPrefix);
 
     // Later queries use the document's own framework prefix, which must be a real prefix.
     const wchar_t* framework = m_frameworkPrefix;
     const wchar_t* colon = framework == nullptr ? nullptr : std::wcschr(framework, L':');
     if (colon == nullptr || colon == framework) THROW_COM(E_FAIL, kMethod, "");
-    SetSelectionNamespace(kMethod, CComBSTR(static_cast<int>(colon - framework), framework));
+    const CComBSTR ownPrefix(static_cast<int>(colon - framework), framework);
+    if (ownPrefix != L"psf") SetSelectionNamespace(kMethod, ownPrefix);  // else already set
 }
 
 void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
@@ -129,40 +133,60 @@ HRESULT PrintSchemaXmlDocument::DebugDumpXmlToFileInTempDirectory(CXString /*fil
     return S_OK;
 }
 
-HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const wchar_t* uri, BSTR* prefix) {
+PrintSchemaXmlDocument::RootAttributes PrintSchemaXmlDocument::ReadRootAttributes() {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
-    if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
-    if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
     if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
-
+    RootAttributes read;
     CComPtr<IXMLDOMNamedNodeMap> attributes;
     THROW_COM_IF_FAILED(m_rootNode->get_attributes(&attributes), kMethod, "");
-    if (!attributes) return S_FALSE;
+    if (!attributes) return read;
     THROW_COM_IF_FAILED(attributes->reset(), kMethod, "");
-
-    // The first attribute of the root whose value is the URI declares the prefix.
-    const CComBSTR wanted(uri);
-    CComPtr<IXMLDOMNode> declaration;
     for (;;) {
         CComPtr<IXMLDOMNode> attribute;
         const HRESULT hr = attributes->nextNode(&attribute);
         THROW_COM_IF_FAILED(hr, kMethod, "");
         if (hr == S_FALSE || !attribute) break;
+        RootAttribute entry;
         CComVariant value;
         THROW_COM_IF_FAILED(attribute->get_nodeValue(&value), kMethod, "");
-        if (value.vt == VT_BSTR &&
-            ::VarBstrCmp(value.bstrVal, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
-            declaration = attribute;
+        if (value.vt == VT_BSTR) {
+            entry.value.Attach(value.bstrVal);
+            value.vt = VT_EMPTY;  // the string now belongs to the entry
+        }
+        THROW_COM_IF_FAILED(attribute->get_nodeName(&entry.name), kMethod, "");
+        read.push_back(std::move(entry));
+    }
+    return read;
+}
+
+HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const wchar_t* uri, BSTR* prefix) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
+    if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
+    return GetPrefixFromURI(ReadRootAttributes(), uri, prefix);
+}
+
+HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attributes,
+                                                 const wchar_t* uri, BSTR* prefix) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
+    if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
+    if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
+
+    // The first attribute of the root whose value is the URI declares the prefix.
+    const CComBSTR wanted(uri);
+    const RootAttribute* declaration = nullptr;
+    for (const RootAttribute& attribute : attributes) {
+        if (::VarBstrCmp(attribute.value, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+            declaration = &attribute;
             break;
         }
     }
-    if (!declaration) return S_FALSE;
+    if (declaration == nullptr) return S_FALSE;
 
     // Only "xmlns:p" is accepted: a default-namespace declaration ("xmlns") has no prefix.
     static constexpr wchar_t kXmlns[] = L"xmlns:";
     constexpr unsigned kXmlnsLength = 6;
-    CComBSTR name;
-    THROW_COM_IF_FAILED(declaration->get_nodeName(&name), kMethod, "");
+    const CComBSTR& name = declaration->name;
     if (!StartsWith(name, kXmlns)) THROW_COM(E_FAIL, kMethod, "");
     if (name.Length() == kXmlnsLength) THROW_COM(E_FAIL, kMethod, "");
     CComBSTR found(static_cast<int>(name.Length() - kXmlnsLength), name.m_str + kXmlnsLength);

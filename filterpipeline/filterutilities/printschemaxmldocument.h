@@ -4,6 +4,8 @@
 // derive from it and only name the root element.
 #pragma once
 
+#include <vector>
+
 #include "filterpipeline/filterutilities/printschema.h"
 #include "platform/com/atl.h"
 #include "platform/msxml/msxml6.h"
@@ -159,8 +161,19 @@ protected:
 private:
     friend class PrintSchemaTestAccess;  // lets the unit tests reach the private helpers
 
+    // The root element's attributes (namespace declarations included) as name and value.
+    struct RootAttribute {
+        CComBSTR name;
+        CComBSTR value;
+    };
+    using RootAttributes = std::vector<RootAttribute>;
+    RootAttributes ReadRootAttributes();
+
     // S_OK and prefix (with ":") when the root element declares one for uri; S_FALSE when not.
     HRESULT GetPrefixFromURI(const wchar_t* uri, BSTR* prefix);
+    // The same over attributes read before: the constructor reads the root's attributes once
+    // for all its lookups.
+    HRESULT GetPrefixFromURI(const RootAttributes& attributes, const wchar_t* uri, BSTR* prefix);
     void SetSelectionNamespace(const wchar_t* method, const wchar_t* prefixWithoutColon);
 
     CComPtr<IXMLDOMDocument2> m_document;

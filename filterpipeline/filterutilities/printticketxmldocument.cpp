@@ -82,7 +82,7 @@ HRESULT PrintTicketXmlDocument::ReadStrippedOptionName(const wchar_t* method, co
     if (GetNode(query, &node) == S_FALSE) return kNotFound;
     CComBSTR name;
     GetAttributeValue(node, L"name", &name);
-    THROW_COM_IF_FAILED(StripKeywordNamespace(&name), method, "");
+    THROW_COM_IF_FAILED(StripKeywordNamespace(&name.m_str), method, "");
     *optionName = name.Detach();
     return S_OK;
 }

@@ -102,10 +102,9 @@ StaticList::~StaticList() {
 HRESULT StaticList::get_item(LONG index, IXMLDOMNode** item) {
     if (item == nullptr) return E_INVALIDARG;
     if (index < 0 || static_cast<std::size_t>(index) >= m_nodes.size()) return NoItem(item);
-    xmlNode* node = m_nodes[static_cast<std::size_t>(index)];
-    // A listed node that has since moved to another document is no longer ours to hand out.
-    if (node->doc != m_tree->Doc()) return NoItem(item);
-    return m_tree->Wrap(node, item);
+    // Listed nodes stay allocated while the list pins the tree, even if removed since (a node
+    // moved to another document leaves its old, detached self behind here).
+    return m_tree->Wrap(m_nodes[static_cast<std::size_t>(index)], item);
 }
 
 HRESULT StaticList::get_length(LONG* length) {

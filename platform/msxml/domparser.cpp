@@ -86,8 +86,31 @@ void ParserGuard::OnInternalSubset(void* context, const xmlChar*, const xmlChar*
     xmlStopParser(parser);
 }
 
+namespace {
+
+// libxml2 raises some warnings at error level (a namespace URI that is not a valid URI, for
+// one); like MSXML, which does not check namespace URIs, they do not fail a load.
+bool IsWarning(const xmlError* error) {
+    switch (error->code) {
+        case XML_WAR_UNDECLARED_ENTITY:
+        case XML_WAR_CATALOG_PI:
+        case XML_WAR_UNKNOWN_VERSION:
+        case XML_WAR_LANG_VALUE:
+        case XML_WAR_NS_URI:
+        case XML_WAR_NS_URI_RELATIVE:
+        case XML_WAR_SPACE_VALUE:
+        case XML_WAR_NS_COLUMN:
+        case XML_WAR_ENTITY_REDEFINED:
+            return true;
+        default:
+            return error->level < XML_ERR_ERROR;
+    }
+}
+
+}  // namespace
+
 void ParserGuard::OnError(void* context, xmlErrorPtr error) {
-    if (error == nullptr || error->level < XML_ERR_ERROR) return;  // warnings do not fail a load
+    if (error == nullptr || IsWarning(error)) return;
     auto* parser = static_cast<xmlParserCtxtPtr>(context);
     ParserGuard* guard = Of(parser);
     if (guard == nullptr || guard->m_error.code != 0) return;
@@ -100,14 +123,14 @@ void ParserGuard::OnError(void* context, xmlErrorPtr error) {
 
 void ParserGuard::Describe(ParseErrorInfo& info, std::string_view memory) const {
     info = m_error;
-    if (info.code == 0) {
-        if (FAILED(m_readFailure)) {
-            info.code = m_readFailure;
-            info.reason = "The XML source could not be read.";
-        } else {
-            info.code = kXmlParseErrorBase;
-            info.reason = "The XML document is not well-formed.";
-        }
+    if (FAILED(m_readFailure)) {
+        // What libxml2 says about a broken input is a consequence; the read failure is the cause.
+        info.code = m_readFailure;
+        info.reason = m_readFailure == E_OUTOFMEMORY ? "The XML source exceeds the size limit."
+                                                     : "The XML source could not be read.";
+    } else if (info.code == 0) {
+        info.code = kXmlParseErrorBase;
+        info.reason = "The XML document is not well-formed.";
     }
     if (!memory.empty() && info.line > 0) info.srcText = LineOf(memory, info.line);
 }

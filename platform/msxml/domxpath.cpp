@@ -177,3 +177,7 @@ HRESULT XPathEngine::SelectAll(Tree* tree, xmlNode* context, BSTR expression,
 }
 
 }  // namespace platform::msxml
+
+unsigned long long platform::DomXPathCompilationCount() {
+    return platform::msxml::XPathCompilationCount();
+}

@@ -416,4 +416,8 @@ namespace platform {
 HRESULT CreateDomDocument60(REFIID iid, void** object);
 HRESULT CreateSaxXmlReader60(REFIID iid, void** object);
 
+// How many XPath expressions this process has compiled (diagnostics: a query repeated on a
+// document is compiled once; see docs/msxml.md for the cache).
+unsigned long long DomXPathCompilationCount();
+
 }  // namespace platform

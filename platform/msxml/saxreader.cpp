@@ -354,6 +354,21 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
         const xmlChar** a = attributes + 5 * i;  // localname, prefix, URI, value, end
         std::string_view value(reinterpret_cast<const char*>(a[3]),
                                static_cast<std::size_t>(a[4] - a[3]));
+        // Without entity substitution libxml2 hands every '&' of a value over as "&#38;" (and
+        // nothing else in that form, since no entity can be declared): undo that.
+        std::string decoded;
+        if (value.find('&') != std::string_view::npos) {
+            decoded.reserve(value.size());
+            for (std::size_t k = 0; k < value.size(); ++k) {
+                if (value.compare(k, 5, "&#38;") == 0) {
+                    decoded += '&';
+                    k += 4;
+                } else {
+                    decoded += value[k];
+                }
+            }
+            value = decoded;
+        }
         if (s->namespaces) {
             list->Add(View(a[2]), View(a[1]), View(a[0]), value);
         } else {

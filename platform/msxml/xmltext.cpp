@@ -4,6 +4,8 @@
 
 #include "platform/com/unicode.h"
 
+#include <type_traits>
+
 namespace platform::msxml {
 namespace {
 
@@ -61,7 +63,20 @@ HRESULT ReturnBstr(std::string_view utf8, BSTR* out) {
 
 Utf8 ToUtf8(const wchar_t* text, std::size_t length) {
     if (text == nullptr || length == 0) return {};
-    return WideToUtf8(std::wstring_view(text, length));
+    // Whole documents pass through here (loadXML), so ASCII is copied in a tight loop and only
+    // the rest goes through the general converter.
+    Utf8 out;
+    out.resize(length);
+    std::size_t i = 0;
+    for (; i < length; ++i) {
+        auto c = static_cast<std::make_unsigned_t<wchar_t>>(text[i]);
+        if (c >= 0x80) break;
+        out[i] = static_cast<char>(c);
+    }
+    if (i == length) return out;
+    out.resize(i);
+    out += WideToUtf8(std::wstring_view(text + i, length - i));
+    return out;
 }
 
 void AppendWide(std::wstring& out, std::string_view utf8) {

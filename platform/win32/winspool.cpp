@@ -9,6 +9,7 @@
 
 #include "platform/com/unicode.h"
 #include "platform/win32/kernel.h"
+#include "platform/win32/printers.h"
 #include "platform/win32/profile.h"
 
 namespace {
@@ -35,8 +36,8 @@ BOOL Fail(DWORD error) {
 namespace platform {
 
 std::string FindPrinterDirectory(const wchar_t* printerName) {
-    const char* registry = std::getenv("FU_PRINTER_REGISTRY");
-    if (registry == nullptr || *registry == '\0' || printerName == nullptr) return {};
+    if (printerName == nullptr) return {};
+    const std::string registry = PrinterRegistryDirectory();
     std::wstring_view name(printerName);
     if (name.empty() || name == L"." || name == L".." || name.find_first_of(L"/\\") != name.npos) {
         return {};

@@ -1,6 +1,7 @@
 // winspool.h: the spooler calls filter code makes, over a printer registry directory. There is
-// no spooler to ask on Linux; instead the environment variable FU_PRINTER_REGISTRY names a
-// directory with one subdirectory per printer, named after the printer:
+// no spooler to ask on Linux; instead the environment variable FU_PRINTER_REGISTRY (unset:
+// /etc/xpsfilter/printers) names a directory with one subdirectory per printer, named after the
+// printer:
 //
 //     $FU_PRINTER_REGISTRY/<printer name>/printer.ini
 //

@@ -62,28 +62,53 @@ TEST(DocumentBadInput, WrongRootsAndNamespaces) {
 }
 
 TEST(DocumentBadInput, TenMegabyteTicketIsReadInBoundedTime) {
-    std::string payload(10 * 1024 * 1024, 'A');
-    std::string body = "<psf:ParameterInit name=\"ns0000:Blob\"><psf:Value>" + payload +
-                       "</psf:Value></psf:ParameterInit>";
-    for (int i = 0; i < 2000; ++i) {
+    // Two 4 MB parameter values and 30,000 Features: over 10 MB in all.
+    const std::string payload(4 * 1024 * 1024, 'A');
+    std::string body;
+    for (const char* name : {"ns0000:BlobA", "ns0000:BlobB"}) {
+        body += std::string("<psf:ParameterInit name=\"") + name + "\"><psf:Value>" + payload +
+                "</psf:Value></psf:ParameterInit>";
+    }
+    for (int i = 0; i < 30000; ++i) {
         body += "<psf:Feature name=\"psk:F" + std::to_string(i) + "\"><psf:Option name=\"psk:O" +
                 std::to_string(i) + "\"/></psf:Feature>";
     }
     body +=
         "<psf:Feature name=\"psk:PageMediaSize\"><psf:Option name=\"psk:ISOA4\"/></psf:Feature>";
+    const std::string bytes = TicketBytes(body);
+    ASSERT_GT(bytes.size(), 10u * 1024 * 1024);
     const auto start = std::chrono::steady_clock::now();
-    CComPtr<IXMLDOMDocument2> dom = TryLoadBytes(TicketBytes(body));
+    CComPtr<IXMLDOMDocument2> dom = TryLoadBytes(bytes);
     ASSERT_NE(dom, nullptr);
     PrintTicketXmlDocument ticket(dom);
     CComBSTR option;
     EXPECT_EQ(ticket.GetFeatureOption(L"PageMediaSize", &option), S_OK);
     EXPECT_STREQ(option, L"ISOA4");
+    CComBSTR last;
+    EXPECT_EQ(ticket.GetFeatureOption(L"F29999", &last), S_OK);
+    EXPECT_STREQ(last, L"O29999");
     CComPtr<IXMLDOMNode> value;
-    ASSERT_EQ(ticket.GetParameterInitValueNodeIfExists(L"ns0000:", L"Blob", &value), S_OK);
+    ASSERT_EQ(ticket.GetParameterInitValueNodeIfExists(L"ns0000:", L"BlobB", &value), S_OK);
     CComBSTR text;
     ASSERT_EQ(value->get_text(&text), S_OK);
     EXPECT_EQ(text.Length(), payload.size());
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
+}
+
+TEST(DocumentBadInput, OversizedTextNodeFailsCleanlyOrLoadsWhole) {
+    // One text node above the parser's 10,000,000-character limit for a single text.
+    const std::string payload(10 * 1024 * 1024, 'A');
+    CComPtr<IXMLDOMDocument2> dom =
+        TryLoadBytes(TicketBytes("<psf:ParameterInit name=\"ns0000:Blob\"><psf:Value>" + payload +
+                                 "</psf:Value></psf:ParameterInit>"));
+    if (dom) {
+        PrintTicketXmlDocument ticket(dom);
+        CComPtr<IXMLDOMNode> value;
+        ASSERT_EQ(ticket.GetParameterInitValueNodeIfExists(L"ns0000:", L"Blob", &value), S_OK);
+        CComBSTR text;
+        ASSERT_EQ(value->get_text(&text), S_OK);
+        EXPECT_EQ(text.Length(), payload.size());
+    }
 }
 
 TEST(DocumentBadInput, DeepNestingFailsToLoadOrIsHandled) {

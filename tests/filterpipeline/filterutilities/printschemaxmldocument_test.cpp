@@ -92,7 +92,8 @@ TEST(PrintSchemaDocumentPrefixes, PrefixLookupReportsAbsenceAndRejectsBadArgumen
     EXPECT_EQ(prefix.m_str, nullptr);
     EXPECT_EQ(Access::GetPrefixFromURI(document, kKeywords.c_str(), &prefix), S_OK);
     EXPECT_EQ(Wide(prefix), L"psk:");
-    EXPECT_EQ(ThrownHresult([&] { Access::GetPrefixFromURI(document, L"", &prefix); }),
+    CComBSTR unused;
+    EXPECT_EQ(ThrownHresult([&] { Access::GetPrefixFromURI(document, L"", &unused); }),
               E_INVALIDARG);
     EXPECT_EQ(ThrownHresult([&] { Access::GetPrefixFromURI(document, L"x", nullptr); }), E_POINTER);
 }
@@ -355,9 +356,9 @@ TEST_F(PrintSchemaDocumentQueries, ParameterRefIsFollowedToItsParameterInit) {
     // with a null value.
     for (const wchar_t* name : {L"Dangling", L"Nameless", L"Bare"}) {
         CComBSTR none(L"stale");
-        EXPECT_EQ(
-            Access::GetNodeValue(m_document, ScoredProperty(L"JobCopies", name).c_str(), &none),
-            S_OK)
+        EXPECT_EQ(Access::GetNodeValue(m_document, ScoredProperty(L"JobCopies", name).c_str(),
+                                       &none.m_str),
+                  S_OK)
             << Utf8(name);
         EXPECT_EQ(none.m_str, nullptr) << Utf8(name);
     }
@@ -504,7 +505,8 @@ TEST_F(PrintSchemaDocumentCreation, AppendHelpersBuildNestedElements) {
                                          L"DisplayName", L"Four up");
     m_document.AppendChildIntegerScoredProperty(feature, L"k:PagesPerSheet", 4);
     m_document.AppendChildQNameScoredProperty(feature, L"k:Direction", L"k:RightBottom");
-    m_document.AppendChildParameterRefScoredProperty(feature, L"k:", L"Width", L"v:", L"W");
+    m_document.AppendChildParameterRefScoredProperty(feature, L"k:", L"Width",
+                                                     m_document.GetUserKeywordsNsPrefix(), L"W");
     CComPtr<IXMLDOMElement> value;
     Access::CreateXMLElement(m_document, L"f:Value", kFramework.c_str(), &value);
     CComPtr<IXMLDOMElement> wrapped;

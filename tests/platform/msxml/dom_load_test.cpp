@@ -1,0 +1,393 @@
+// dom_load_test.cpp: loading documents into the MSXML stand-in: the real-world corpus through
+// every source kind, encodings, MSXML 6's white-space rules, and hostile input (DTDs, external
+// entities, malformed, huge and deeply nested documents), which must fail cleanly.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "msxml_test_support.h"
+#include "platform/com/comobject.h"
+
+using namespace msxmltest;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr wchar_t kFramework[] =
+    L"http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework";
+
+std::vector<fs::path> CorpusDocuments() {
+    std::vector<fs::path> files;
+    for (const char* folder : {"tickets", "caps"}) {
+        for (const auto& entry : fs::directory_iterator(fs::path(FU_CORPUS_DIR) / folder)) {
+            if (entry.path().extension() == ".xml") files.push_back(entry.path());
+        }
+    }
+    return files;
+}
+
+CComPtr<IStream> StreamOf(const std::string& bytes) {
+    CComPtr<IStream> stream;
+    EXPECT_EQ(platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream), S_OK);
+    return stream;
+}
+
+bool LoadVariant(IXMLDOMDocument2* doc, const VARIANT& source, HRESULT expected = S_OK) {
+    VARIANT_BOOL ok = VARIANT_FALSE;
+    EXPECT_EQ(doc->load(source, &ok), expected);
+    return ok == VARIANT_TRUE;
+}
+
+LONG ErrorCode(IXMLDOMDocument2* doc) {
+    CComPtr<IXMLDOMParseError> error;
+    EXPECT_EQ(doc->get_parseError(&error), S_OK);
+    LONG code = 0;
+    EXPECT_EQ(error->get_errorCode(&code), S_OK);
+    return code;
+}
+
+std::wstring RootLocalName(IXMLDOMDocument2* doc) {
+    CComPtr<IXMLDOMElement> root;
+    if (doc->get_documentElement(&root) != S_OK) return {};
+    CComBSTR name;
+    EXPECT_EQ(root->get_baseName(&name), S_OK);
+    return Str(name);
+}
+
+void ExpectEmptyAfterFailure(IXMLDOMDocument2* doc) {
+    CComPtr<IXMLDOMElement> root;
+    EXPECT_EQ(doc->get_documentElement(&root), S_FALSE);
+    EXPECT_EQ(root, nullptr);
+    EXPECT_TRUE(FAILED(ErrorCode(doc)));
+}
+
+std::wstring Widen(const std::string& utf8) {
+    CComBSTR wide(utf8.c_str());
+    return Str(wide);
+}
+
+// A stream that yields a few bytes and then fails, as a broken network share would.
+class FailingStream final : public platform::ComObject<ISequentialStream> {
+public:
+    HRESULT Read(void* buffer, ULONG count, ULONG* read) override {
+        if (m_calls++ > 0) return STG_E_READFAULT;
+        static const char kStart[] = "<root><child>";
+        ULONG n = count < sizeof(kStart) - 1 ? count : static_cast<ULONG>(sizeof(kStart) - 1);
+        std::memcpy(buffer, kStart, n);
+        *read = n;
+        return S_OK;
+    }
+    HRESULT Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
+
+private:
+    int m_calls = 0;
+};
+
+}  // namespace
+
+TEST(DomLoad, EveryCorpusDocumentLoadsFromPathStreamAndText) {
+    auto files = CorpusDocuments();
+    ASSERT_GE(files.size(), 18u);
+    for (const auto& file : files) {
+        SCOPED_TRACE(file.string());
+        bool ticket = file.parent_path().filename() == "tickets";
+        const wchar_t* expectedRoot = ticket ? L"PrintTicket" : L"PrintCapabilities";
+
+        auto byPath = NewDocument();
+        EXPECT_TRUE(LoadVariant(byPath, CComVariant(Widen(file.string()).c_str())));
+        EXPECT_EQ(RootLocalName(byPath), expectedRoot);
+        CComPtr<IXMLDOMElement> root;
+        ASSERT_EQ(byPath->get_documentElement(&root), S_OK);
+        EXPECT_EQ(NamespaceUri(root.p), kFramework);
+
+        std::string bytes = ReadFile(file.string());
+        auto byStream = NewDocument();
+        EXPECT_TRUE(LoadVariant(byStream, CComVariant(StreamOf(bytes).p)));
+        EXPECT_EQ(Xml(byStream.p), Xml(byPath.p));
+
+        auto byText = NewDocument();
+        EXPECT_TRUE(Load(byText, Widen(bytes).c_str()));
+        EXPECT_EQ(Xml(byText.p), Xml(byPath.p));
+        EXPECT_EQ(ErrorCode(byText), 0);
+    }
+}
+
+TEST(DomLoad, NamespaceUriWithLeadingSpaceIsKeptVerbatim) {
+    auto doc = NewDocument();
+    std::string path = std::string(FU_CORPUS_DIR) +
+                       "/tickets/msdocs-wdd_sample-printticket-file-for-pin-printing.xml";
+    ASSERT_TRUE(LoadVariant(doc, CComVariant(Widen(path).c_str())));
+    CComPtr<IXMLDOMElement> root;
+    ASSERT_EQ(doc->get_documentElement(&root), S_OK);
+    CComVariant value;
+    EXPECT_EQ(root->getAttribute(CComBSTR(L"xmlns:pskv11"), &value), S_OK);
+    ASSERT_EQ(value.vt, VT_BSTR);
+    EXPECT_EQ(Str(value.bstrVal),
+              L" http://schemas.microsoft.com/windows/2013/05/printing/printschemakeywordsv11");
+    SetNamespaces(doc,
+                  L"xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
+                  L"printschemaframework' xmlns:v11=' http://schemas.microsoft.com/windows/"
+                  L"2013/05/printing/printschemakeywordsv11'");
+    CComPtr<IXMLDOMNode> feature;
+    // The name attribute values say "pskv11:", the elements are psf: — a plain lookup works.
+    EXPECT_EQ(
+        doc->selectSingleNode(CComBSTR(L"//psf:Feature[@name='pskv11:JobPasscode']"), &feature),
+        S_OK);
+}
+
+TEST(DomLoad, CjkTextRoundTripsThroughTheDom) {
+    auto doc = NewDocument();
+    std::string path = std::string(FU_CORPUS_DIR) + "/caps/winprintrs_print_capabilities.xml";
+    ASSERT_TRUE(LoadVariant(doc, CComVariant(Widen(path).c_str())));
+    SetNamespaces(doc,
+                  L"xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
+                  L"printschemaframework'");
+    auto value = Select(doc, L"(//psf:Property[@name='psk:DisplayName']/psf:Value)[1]");
+    ASSERT_NE(value, nullptr);
+    EXPECT_EQ(Text(value.p), L"\u5206\u9875\u590D\u5236(T)");
+}
+
+TEST(DomLoad, Utf16AndUtf8ByteOrderMarksAreHonoured) {
+    const std::u16string text = u"<?xml version=\"1.0\" encoding=\"UTF-16\"?><a>\u00E9\u4E2D</a>";
+    std::string little("\xFF\xFE", 2);
+    std::string big("\xFE\xFF", 2);
+    for (char16_t c : text) {
+        little += static_cast<char>(c & 0xFF);
+        little += static_cast<char>(c >> 8);
+        big += static_cast<char>(c >> 8);
+        big += static_cast<char>(c & 0xFF);
+    }
+    for (const std::string& bytes : {little, big}) {
+        auto doc = NewDocument();
+        ASSERT_TRUE(LoadVariant(doc, CComVariant(StreamOf(bytes).p)));
+        EXPECT_EQ(Text(doc.p), L"\u00E9\u4E2D");
+    }
+    auto doc = NewDocument();
+    ASSERT_TRUE(LoadVariant(doc, CComVariant(StreamOf("\xEF\xBB\xBF<a>\xC3\xA9</a>").p)));
+    EXPECT_EQ(Text(doc.p), L"\u00E9");
+}
+
+TEST(DomLoad, TextWithAnEncodingDeclarationLoadsFromAWideString) {
+    // The string is already decoded: its declared encoding must not be applied again.
+    auto doc = NewDocument();
+    EXPECT_TRUE(Load(doc, L"<?xml version=\"1.0\" encoding=\"UTF-16\"?><a>\u4E2D</a>"));
+    EXPECT_EQ(Text(doc.p), L"\u4E2D");
+    EXPECT_TRUE(Load(doc, L"<?xml version='1.0' encoding='ISO-8859-1'?><a>\u00E9</a>"));
+    EXPECT_EQ(Text(doc.p), L"\u00E9");
+}
+
+TEST(DomLoad, WhiteSpaceOnlyTextIsDroppedUnlessPreserved) {
+    const wchar_t* xml =
+        L"<a>\n  <b>  x  y </b>\n  <c>   </c>\n  <d xml:space=\"preserve\"> <e/> </d></a>";
+    auto doc = Parsed(xml);
+    auto a = Select(doc, L"/a");
+    CComPtr<IXMLDOMNodeList> children;
+    ASSERT_EQ(a->get_childNodes(&children), S_OK);
+    LONG count = 0;
+    EXPECT_EQ(children->get_length(&count), S_OK);
+    EXPECT_EQ(count, 3);  // b, c, d: the indentation is gone
+    auto c = Select(doc, L"/a/c");
+    VARIANT_BOOL has = VARIANT_TRUE;
+    EXPECT_EQ(c->hasChildNodes(&has), S_FALSE);
+    EXPECT_EQ(has, VARIANT_FALSE);
+    auto b = Select(doc, L"/a/b");
+    EXPECT_EQ(Text(b.p), L"x  y");  // text is trimmed at both ends, inner spacing kept
+    EXPECT_EQ(Xml(b.p), L"<b>  x  y </b>");
+    CComPtr<IXMLDOMNodeList> kept;
+    ASSERT_EQ(doc->selectNodes(CComBSTR(L"/a/d/text()"), &kept), S_OK);
+    EXPECT_EQ(kept->get_length(&count), S_OK);
+    EXPECT_EQ(count, 2);  // inside xml:space="preserve" nothing is dropped
+
+    auto preserving = NewDocument();
+    EXPECT_EQ(preserving->put_preserveWhiteSpace(VARIANT_TRUE), S_OK);
+    ASSERT_TRUE(Load(preserving, xml));
+    auto pa = Select(preserving, L"/a");
+    CComPtr<IXMLDOMNodeList> all;
+    ASSERT_EQ(pa->get_childNodes(&all), S_OK);
+    EXPECT_EQ(all->get_length(&count), S_OK);
+    EXPECT_EQ(count, 6);
+    EXPECT_EQ(Text(Select(preserving, L"/a/b").p), L"  x  y ");
+}
+
+TEST(DomLoad, DoctypeIsRejected) {
+    auto doc = NewDocument();
+    EXPECT_FALSE(Load(doc, L"<!DOCTYPE a [<!ENTITY e \"expanded\">]><a>&e;</a>"));
+    ExpectEmptyAfterFailure(doc);
+    EXPECT_EQ(ErrorCode(doc), platform::kXmlDtdProhibited);
+    CComPtr<IXMLDOMParseError> error;
+    ASSERT_EQ(doc->get_parseError(&error), S_OK);
+    CComBSTR reason;
+    EXPECT_EQ(error->get_reason(&reason), S_OK);
+    EXPECT_FALSE(Str(reason).empty());
+    // Also without an internal subset, and through the stream path.
+    EXPECT_FALSE(
+        LoadVariant(doc, CComVariant(StreamOf("<!DOCTYPE a SYSTEM \"a.dtd\"><a/>").p), S_FALSE));
+    EXPECT_EQ(ErrorCode(doc), platform::kXmlDtdProhibited);
+}
+
+TEST(DomLoad, ExternalEntitiesAreNeverResolved) {
+    fs::path secret = fs::temp_directory_path() / "msxml_dom_load_secret.txt";
+    {
+        std::FILE* file = std::fopen(secret.c_str(), "w");
+        ASSERT_NE(file, nullptr);
+        std::fputs("TOP-SECRET", file);
+        std::fclose(file);
+    }
+    std::wstring xml =
+        L"<!DOCTYPE a [<!ENTITY x SYSTEM \"file://" + Widen(secret.string()) + L"\">]><a>&x;</a>";
+    auto doc = NewDocument();
+    EXPECT_FALSE(Load(doc, xml.c_str()));
+    EXPECT_EQ(Xml(doc.p).find(L"TOP-SECRET"), std::wstring::npos);
+    // Without a DTD an entity reference is simply undeclared.
+    EXPECT_FALSE(Load(doc, L"<a>&x;</a>"));
+    ExpectEmptyAfterFailure(doc);
+    fs::remove(secret);
+}
+
+TEST(DomLoad, MalformedInputGivesVariantFalseAndAParseError) {
+    const wchar_t* cases[] = {L"",
+                              L"   ",
+                              L"<a>",
+                              L"<a></b>",
+                              L"<a><b></a></b>",
+                              L"<a x='1' x='2'/>",
+                              L"<p:a/>",
+                              L"<a/><b/>",
+                              L"text only",
+                              L"<a>&bogus;</a>",
+                              L"<a\u0001/>",
+                              L"\uFFFE\uFFFF<<<"};
+    for (const wchar_t* xml : cases) {
+        SCOPED_TRACE(testing::Message() << "case #" << (&xml - cases));
+        auto doc = Parsed(L"<ok/>");
+        EXPECT_FALSE(Load(doc, xml));
+        ExpectEmptyAfterFailure(doc);
+    }
+    auto doc = NewDocument();
+    VARIANT_BOOL ok = VARIANT_TRUE;
+    EXPECT_EQ(doc->loadXML(nullptr, &ok), S_FALSE);
+    EXPECT_EQ(ok, VARIANT_FALSE);
+}
+
+TEST(DomLoad, ParseErrorLocatesTheProblem) {
+    auto doc = NewDocument();
+    EXPECT_FALSE(Load(doc, L"<a>\n  <b>\n  </c>\n</a>"));
+    CComPtr<IXMLDOMParseError> error;
+    ASSERT_EQ(doc->get_parseError(&error), S_OK);
+    LONG line = 0;
+    EXPECT_EQ(error->get_line(&line), S_OK);
+    EXPECT_EQ(line, 3);
+    LONG position = 0;
+    EXPECT_EQ(error->get_linepos(&position), S_OK);
+    EXPECT_GT(position, 0);
+    CComBSTR source;
+    EXPECT_EQ(error->get_srcText(&source), S_OK);
+    EXPECT_EQ(Str(source), L"  </c>");
+    LONG code = 0;
+    EXPECT_EQ(error->get_errorCode(&code), S_OK);
+    EXPECT_EQ(code & 0xFFFFF000, platform::kXmlParseErrorBase);
+
+    // After a good load the error is cleared.
+    EXPECT_TRUE(Load(doc, L"<a/>"));
+    EXPECT_EQ(ErrorCode(doc), 0);
+    CComPtr<IXMLDOMParseError> none;
+    ASSERT_EQ(doc->get_parseError(&none), S_OK);
+    CComBSTR reason;
+    EXPECT_EQ(none->get_reason(&reason), S_FALSE);
+}
+
+TEST(DomLoad, TenMegabyteDocumentLoads) {
+    std::string xml = "<root>";
+    std::string item = "<item name=\"feature\" value=\"0123456789\">some text content</item>";
+    while (xml.size() < 10 * 1024 * 1024) xml += item;
+    xml += "</root>";
+    auto doc = NewDocument();
+    ASSERT_TRUE(LoadVariant(doc, CComVariant(StreamOf(xml).p)));
+    CComPtr<IXMLDOMNodeList> items;
+    ASSERT_EQ(doc->selectNodes(CComBSTR(L"/root/item"), &items), S_OK);
+    LONG count = 0;
+    EXPECT_EQ(items->get_length(&count), S_OK);
+    EXPECT_EQ(static_cast<std::size_t>(count), (xml.size() - 13) / item.size());
+}
+
+TEST(DomLoad, OversizedTextNodeFailsCleanly) {
+    // libxml2's own limit for one text node (10,000,000 bytes) applies: no XML_PARSE_HUGE.
+    std::string xml = "<a>" + std::string(11 * 1000 * 1000, 'x') + "</a>";
+    auto doc = NewDocument();
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(StreamOf(xml).p), S_FALSE));
+    ExpectEmptyAfterFailure(doc);
+}
+
+TEST(DomLoad, DeepNestingFailsCleanlyAndMaxElementDepthIsHonoured) {
+    std::string deep;
+    for (int i = 0; i < 10000; ++i) deep += "<d>";
+    for (int i = 0; i < 10000; ++i) deep += "</d>";
+    auto doc = NewDocument();
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(StreamOf(deep).p), S_FALSE));
+    ExpectEmptyAfterFailure(doc);
+
+    std::string fifty;
+    for (int i = 0; i < 50; ++i) fifty += "<d>";
+    for (int i = 0; i < 50; ++i) fifty += "</d>";
+    EXPECT_TRUE(LoadVariant(doc, CComVariant(StreamOf(fifty).p)));
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"MaxElementDepth"), CComVariant(20)), S_OK);
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(StreamOf(fifty).p), S_FALSE));
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"MaxElementDepth"), CComVariant(50)), S_OK);
+    EXPECT_TRUE(LoadVariant(doc, CComVariant(StreamOf(fifty).p)));
+}
+
+TEST(DomLoad, MaxXmlSizeBoundsTheInput) {
+    auto doc = NewDocument();
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"MaxXMLSize"), CComVariant(1)), S_OK);  // 1 KB
+    std::string big = "<a>" + std::string(4096, 'x') + "</a>";
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(StreamOf(big).p), S_FALSE));
+    EXPECT_TRUE(LoadVariant(doc, CComVariant(StreamOf("<a>small</a>").p)));
+}
+
+TEST(DomLoad, SourcesThatCannotBeReadFailCleanly) {
+    auto doc = NewDocument();
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(L"/nonexistent/dir/ticket.xml"), S_FALSE));
+    EXPECT_EQ(ErrorCode(doc), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(L"http://example.invalid/ticket.xml"), S_FALSE));
+    EXPECT_EQ(ErrorCode(doc), E_ACCESSDENIED);
+
+    CComPtr<ISequentialStream> failing;
+    failing.Attach(new FailingStream());
+    EXPECT_FALSE(LoadVariant(doc, CComVariant(static_cast<IUnknown*>(failing.p)), S_FALSE));
+    EXPECT_EQ(ErrorCode(doc), STG_E_READFAULT);
+
+    VARIANT_BOOL ok = VARIANT_TRUE;
+    EXPECT_EQ(doc->load(CComVariant(42), &ok), E_INVALIDARG);
+    EXPECT_EQ(ok, VARIANT_FALSE);
+    EXPECT_EQ(doc->load(CComVariant(static_cast<IUnknown*>(nullptr)), &ok), E_INVALIDARG);
+}
+
+TEST(DomLoad, FileUrlsAndTheUrlPropertyWork) {
+    std::string path = std::string(FU_CORPUS_DIR) + "/tickets/winprintrs_print_ticket.xml";
+    auto doc = NewDocument();
+    ASSERT_TRUE(LoadVariant(doc, CComVariant(Widen("file://" + path).c_str())));
+    EXPECT_EQ(RootLocalName(doc), L"PrintTicket");
+    CComBSTR url;
+    EXPECT_EQ(doc->get_url(&url), S_OK);
+    EXPECT_EQ(Str(url), Widen("file://" + path));
+}
+
+TEST(DomLoad, SafetyPropertiesCannotBeLoosened) {
+    auto doc = NewDocument();
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"ProhibitDTD"), CComVariant(false)), E_INVALIDARG);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"ProhibitDTD"), CComVariant(true)), S_OK);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"ResolveExternals"), CComVariant(true)), E_INVALIDARG);
+    EXPECT_EQ(doc->put_resolveExternals(VARIANT_TRUE), E_INVALIDARG);
+    EXPECT_EQ(doc->put_resolveExternals(VARIANT_FALSE), S_OK);
+    CComVariant prohibit;
+    EXPECT_EQ(doc->getProperty(CComBSTR(L"ProhibitDTD"), &prohibit), S_OK);
+    EXPECT_EQ(prohibit.vt, VT_BOOL);
+    EXPECT_EQ(prohibit.boolVal, VARIANT_TRUE);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"NoSuchProperty"), CComVariant(true)), E_INVALIDARG);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"NewParser"), CComVariant(true)), S_OK);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"AllowDocumentFunction"), CComVariant(false)), S_OK);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"SelectionLanguage"), CComVariant(L"XSLPattern")), E_FAIL);
+}

@@ -1,0 +1,465 @@
+// dom_tree_test.cpp: node lifetime, identity and tree edits in the MSXML stand-in: removed and
+// unattached nodes stay usable, the document outlives its last interface while nodes are held,
+// edits follow MSXML's rules (and never merge or free nodes behind a holder's back), nodes move
+// between documents, and the per-kind interfaces behave.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "msxml_test_support.h"
+
+using namespace msxmltest;
+
+namespace {
+
+CComPtr<IXMLDOMElement> Element(IXMLDOMDocument2* doc, const wchar_t* name) {
+    CComPtr<IXMLDOMElement> element;
+    EXPECT_EQ(doc->createElement(CComBSTR(name), &element), S_OK);
+    return element;
+}
+
+CComPtr<IXMLDOMText> TextNode(IXMLDOMDocument2* doc, const wchar_t* text) {
+    CComPtr<IXMLDOMText> node;
+    EXPECT_EQ(doc->createTextNode(CComBSTR(text), &node), S_OK);
+    return node;
+}
+
+LONG ChildCount(IXMLDOMNode* node) {
+    CComPtr<IXMLDOMNodeList> children;
+    EXPECT_EQ(node->get_childNodes(&children), S_OK);
+    LONG length = -1;
+    EXPECT_EQ(children->get_length(&length), S_OK);
+    return length;
+}
+
+}  // namespace
+
+TEST(DomTree, RemovedNodeStaysValidWhileReferenced) {
+    auto doc = Parsed(L"<r><a x='1'><b>text</b></a><c/></r>");
+    CComPtr<IXMLDOMNode> a = Select(doc, L"/r/a");
+    {
+        auto r = Select(doc, L"/r");
+        CComPtr<IXMLDOMNode> removed;
+        ASSERT_EQ(r->removeChild(a, &removed), S_OK);
+        EXPECT_TRUE(removed.IsEqualObject(a));
+    }
+    CComPtr<IXMLDOMNode> parent;
+    EXPECT_EQ(a->get_parentNode(&parent), S_FALSE);
+    EXPECT_EQ(Xml(a.p), L"<a x=\"1\"><b>text</b></a>");
+    EXPECT_EQ(Xml(doc.p), L"<r><c/></r>\r\n");
+    // Its children can be edited and it can go back in.
+    auto b = Select(a, L"b");
+    EXPECT_EQ(b->put_text(CComBSTR(L"changed")), S_OK);
+    auto c = Select(doc, L"/r/c");
+    EXPECT_EQ(c->appendChild(a, nullptr), S_OK);
+    EXPECT_EQ(Xml(doc.p), L"<r><c><a x=\"1\"><b>changed</b></a></c></r>\r\n");
+}
+
+TEST(DomTree, HeldDescendantKeepsARemovedSubtreeAlive) {
+    auto doc = Parsed(L"<r><a><b><c/></b></a></r>");
+    CComPtr<IXMLDOMNode> c = Select(doc, L"//c");
+    {
+        auto a = Select(doc, L"/r/a");
+        auto r = Select(doc, L"/r");
+        ASSERT_EQ(r->removeChild(a, nullptr), S_OK);
+    }
+    // a's wrapper is gone, but c (inside the removed subtree) is still held.
+    auto b = Select(c, L"..");
+    EXPECT_EQ(Name(b.p), L"b");
+    EXPECT_EQ(Name(Select(b, L"..").p), L"a");
+    EXPECT_EQ(Xml(doc.p), L"<r/>\r\n");
+}
+
+TEST(DomTree, DocumentLivesAsLongAsAnyOfItsNodes) {
+    CComPtr<IXMLDOMNode> node;
+    {
+        auto doc = Parsed(L"<r><a>kept</a></r>");
+        node = Select(doc, L"/r/a");
+    }
+    EXPECT_EQ(Text(node.p), L"kept");
+    CComPtr<IXMLDOMDocument> owner;
+    ASSERT_EQ(node->get_ownerDocument(&owner), S_OK);
+    EXPECT_EQ(Xml(owner.p), L"<r><a>kept</a></r>\r\n");
+    CComPtr<IXMLDOMElement> created;
+    ASSERT_EQ(owner->createElement(CComBSTR(L"late"), &created), S_OK);
+    EXPECT_EQ(node->appendChild(created, nullptr), S_OK);
+    owner.Release();
+    EXPECT_EQ(Xml(node.p), L"<a>kept<late/></a>");
+}
+
+TEST(DomTree, NodesHaveOneIdentity) {
+    auto doc = Parsed(L"<r><a/></r>");
+    auto first = Select(doc, L"/r/a");
+    auto second = Select(doc, L"//a");
+    EXPECT_TRUE(first.IsEqualObject(second));
+    EXPECT_EQ(first.p, second.p);
+    CComPtr<IXMLDOMNode> viaChild;
+    ASSERT_EQ(Select(doc, L"/r")->get_firstChild(&viaChild), S_OK);
+    EXPECT_TRUE(viaChild.IsEqualObject(first));
+    CComQIPtr<IXMLDOMElement> asElement(first);
+    ASSERT_NE(asElement, nullptr);
+    EXPECT_TRUE(CComPtr<IXMLDOMElement>(asElement).IsEqualObject(first));
+    CComQIPtr<IXMLDOMAttribute> notAttribute(first);
+    EXPECT_EQ(notAttribute, nullptr);
+    CComPtr<IXMLDOMNode> documentNode;
+    ASSERT_EQ(Select(doc, L"/r")->get_parentNode(&documentNode), S_OK);
+    EXPECT_TRUE(documentNode.IsEqualObject(doc));
+}
+
+TEST(DomTree, UnattachedNodesCanBeBuiltThenInserted) {
+    auto doc = Parsed(L"<r/>");
+    auto outer = Element(doc, L"outer");
+    auto inner = Element(doc, L"inner");
+    EXPECT_EQ(inner->setAttribute(CComBSTR(L"k"), CComVariant(L"<&\"'>")), S_OK);
+    EXPECT_EQ(outer->appendChild(inner, nullptr), S_OK);
+    EXPECT_EQ(inner->appendChild(TextNode(doc, L"a<b&c"), nullptr), S_OK);
+    inner.Release();
+    EXPECT_EQ(Xml(outer.p),
+              L"<outer><inner k=\"&lt;&amp;&quot;'&gt;\">a&lt;b&amp;c</inner></outer>");
+    EXPECT_EQ(Select(doc, L"/r")->appendChild(outer, nullptr), S_OK);
+    EXPECT_EQ(Text(doc.p), L"a<b&c");
+}
+
+TEST(DomTree, InsertReplaceAndRemoveFollowMsxmlRules) {
+    auto doc = Parsed(L"<r><a/><c/></r>");
+    auto r = Select(doc, L"/r");
+    auto a = Select(doc, L"/r/a");
+    auto c = Select(doc, L"/r/c");
+    auto b = Element(doc, L"b");
+    CComPtr<IXMLDOMNode> inserted;
+    EXPECT_EQ(r->insertBefore(b, CComVariant(c.p), &inserted), S_OK);
+    EXPECT_TRUE(inserted.IsEqualObject(b));
+    EXPECT_EQ(Xml(r.p), L"<r><a/><b/><c/></r>");
+    EXPECT_EQ(r->insertBefore(c, CComVariant(a.p), nullptr), S_OK);  // moves c first
+    EXPECT_EQ(Xml(r.p), L"<r><c/><a/><b/></r>");
+    EXPECT_EQ(r->insertBefore(a, CComVariant(), nullptr), S_OK);  // empty ref appends
+    EXPECT_EQ(Xml(r.p), L"<r><c/><b/><a/></r>");
+    auto d = Element(doc, L"d");
+    CComPtr<IXMLDOMNode> old;
+    EXPECT_EQ(r->replaceChild(d, b, &old), S_OK);
+    EXPECT_TRUE(old.IsEqualObject(b));
+    EXPECT_EQ(Xml(r.p), L"<r><c/><d/><a/></r>");
+
+    EXPECT_EQ(r->removeChild(b, nullptr), E_INVALIDARG);  // not a child any more
+    EXPECT_EQ(a->appendChild(r, nullptr), E_FAIL);        // not below itself
+    EXPECT_EQ(a->appendChild(a, nullptr), E_FAIL);
+    EXPECT_EQ(r->insertBefore(b, CComVariant(b.p), nullptr), E_INVALIDARG);  // ref not a child
+    EXPECT_EQ(r->appendChild(nullptr, nullptr), E_INVALIDARG);
+    EXPECT_EQ(doc->appendChild(Element(doc, L"second"), nullptr), E_FAIL);  // one root only
+    EXPECT_EQ(doc->appendChild(TextNode(doc, L"x"), nullptr), E_FAIL);
+    CComPtr<IXMLDOMAttribute> attribute;
+    ASSERT_EQ(doc->createAttribute(CComBSTR(L"at"), &attribute), S_OK);
+    EXPECT_EQ(r->appendChild(attribute, nullptr), E_FAIL);
+    EXPECT_EQ(TextNode(doc, L"t")->appendChild(Element(doc, L"e"), nullptr), E_FAIL);
+
+    // Comments and processing instructions may sit beside the root.
+    CComPtr<IXMLDOMComment> comment;
+    ASSERT_EQ(doc->createComment(CComBSTR(L"note"), &comment), S_OK);
+    EXPECT_EQ(doc->insertBefore(comment, CComVariant(r.p), nullptr), S_OK);
+    EXPECT_EQ(Xml(doc.p), L"<!--note-->\r\n<r><c/><d/><a/></r>\r\n");
+    // Replacing the root element with another one is allowed.
+    auto newRoot = Element(doc, L"fresh");
+    EXPECT_EQ(doc->replaceChild(newRoot, r, nullptr), S_OK);
+    EXPECT_EQ(Xml(doc.p), L"<!--note-->\r\n<fresh/>\r\n");
+    EXPECT_EQ(doc->putref_documentElement(CComQIPtr<IXMLDOMElement>(r)), S_OK);
+    EXPECT_EQ(Xml(doc.p), L"<!--note-->\r\n<r><c/><d/><a/></r>\r\n");
+}
+
+TEST(DomTree, FragmentsInsertTheirChildren) {
+    auto doc = Parsed(L"<r><z/></r>");
+    CComPtr<IXMLDOMDocumentFragment> fragment;
+    ASSERT_EQ(doc->createDocumentFragment(&fragment), S_OK);
+    EXPECT_EQ(fragment->appendChild(Element(doc, L"x"), nullptr), S_OK);
+    EXPECT_EQ(fragment->appendChild(TextNode(doc, L"t"), nullptr), S_OK);
+    auto r = Select(doc, L"/r");
+    EXPECT_EQ(r->insertBefore(fragment, CComVariant(Select(doc, L"/r/z").p), nullptr), S_OK);
+    EXPECT_EQ(Xml(r.p), L"<r><x/>t<z/></r>");
+    EXPECT_EQ(ChildCount(fragment), 0);
+}
+
+TEST(DomTree, TextNodesAreNeverMergedBehindTheCallersBack) {
+    auto doc = Parsed(L"<r/>");
+    auto r = Select(doc, L"/r");
+    auto one = TextNode(doc, L"one");
+    auto two = TextNode(doc, L"two");
+    ASSERT_EQ(r->appendChild(one, nullptr), S_OK);
+    ASSERT_EQ(r->appendChild(two, nullptr), S_OK);
+    EXPECT_EQ(ChildCount(r), 2);
+    EXPECT_EQ(two->appendData(CComBSTR(L"!")), S_OK);
+    EXPECT_EQ(Text(r.p), L"onetwo!");
+    CComQIPtr<IXMLDOMElement> element(r);
+    EXPECT_EQ(element->normalize(), S_OK);
+    EXPECT_EQ(ChildCount(r), 1);
+    EXPECT_EQ(Text(r.p), L"onetwo!");
+    // The merged-away node is detached, not freed.
+    CComPtr<IXMLDOMNode> parent;
+    EXPECT_EQ(two->get_parentNode(&parent), S_FALSE);
+    EXPECT_EQ(Text(two.p), L"two!");
+}
+
+TEST(DomTree, PutTextKeepsHeldChildrenUsable) {
+    auto doc = Parsed(L"<r><a>x</a><b/></r>");
+    auto a = Select(doc, L"/r/a");
+    auto r = Select(doc, L"/r");
+    EXPECT_EQ(r->put_text(CComBSTR(L"replaced")), S_OK);
+    EXPECT_EQ(Xml(r.p), L"<r>replaced</r>");
+    EXPECT_EQ(Xml(a.p), L"<a>x</a>");
+    EXPECT_EQ(r->put_text(CComBSTR(L"")), S_OK);
+    EXPECT_EQ(Xml(r.p), L"<r/>");
+    EXPECT_EQ(doc->put_text(CComBSTR(L"no")), E_FAIL);
+}
+
+TEST(DomTree, NodesMoveBetweenDocumentsWithTheirWrappers) {
+    auto source = Parsed(L"<s xmlns:p=\"urn:p\"><p:item a=\"1\"><p:sub>v</p:sub></p:item></s>");
+    auto target = Parsed(L"<t/>");
+    auto item = Select(source, L"/s/*");
+    SetNamespaces(source, L"xmlns:q='urn:p'");
+    auto sub = Select(source, L"//q:sub");
+    ASSERT_EQ(Select(target, L"/t")->appendChild(item, nullptr), S_OK);
+    source.Release();
+    CComPtr<IXMLDOMDocument> owner;
+    ASSERT_EQ(sub->get_ownerDocument(&owner), S_OK);
+    EXPECT_TRUE(CComPtr<IXMLDOMDocument>(owner).IsEqualObject(target));
+    EXPECT_EQ(Text(sub.p), L"v");
+    EXPECT_EQ(Xml(target.p),
+              L"<t><p:item xmlns:p=\"urn:p\" a=\"1\"><p:sub>v</p:sub></p:item></t>\r\n");
+    EXPECT_EQ(sub->put_text(CComBSTR(L"w")), S_OK);
+    EXPECT_EQ(Text(target.p), L"w");
+    // Attributes and declarations move the same way.
+    auto other = Parsed(L"<o x='1' xmlns:k='urn:k'/>");
+    CComQIPtr<IXMLDOMElement> oroot(Select(other, L"/o"));
+    CComPtr<IXMLDOMAttribute> x;
+    ASSERT_EQ(oroot->getAttributeNode(CComBSTR(L"x"), &x), S_OK);
+    ASSERT_EQ(oroot->removeAttributeNode(x, nullptr), S_OK);
+    CComQIPtr<IXMLDOMElement> troot(Select(target, L"/t"));
+    ASSERT_EQ(troot->setAttributeNode(x, nullptr), S_OK);
+    CComPtr<IXMLDOMAttribute> k;
+    ASSERT_EQ(oroot->getAttributeNode(CComBSTR(L"xmlns:k"), &k), S_OK);
+    ASSERT_EQ(oroot->removeAttributeNode(k, nullptr), S_OK);
+    ASSERT_EQ(troot->setAttributeNode(k, nullptr), S_OK);
+    other.Release();
+    oroot.Release();
+    EXPECT_EQ(Xml(troot.p).substr(0, 25), L"<t xmlns:k=\"urn:k\" x=\"1\">");
+}
+
+TEST(DomTree, ClonesAndImportsAreDetachedCopies) {
+    auto doc = Parsed(L"<r xmlns:p=\"urn:p\"><p:a k=\"v\"><b>t</b></p:a></r>");
+    auto a = Select(doc, L"/r/*");
+    CComPtr<IXMLDOMNode> deep;
+    ASSERT_EQ(a->cloneNode(VARIANT_TRUE, &deep), S_OK);
+    CComPtr<IXMLDOMNode> parent;
+    EXPECT_EQ(deep->get_parentNode(&parent), S_FALSE);
+    EXPECT_EQ(Xml(deep.p), L"<p:a xmlns:p=\"urn:p\" k=\"v\"><b>t</b></p:a>");
+    CComPtr<IXMLDOMNode> shallow;
+    ASSERT_EQ(a->cloneNode(VARIANT_FALSE, &shallow), S_OK);
+    EXPECT_EQ(Xml(shallow.p), L"<p:a xmlns:p=\"urn:p\" k=\"v\"/>");
+    EXPECT_FALSE(deep.IsEqualObject(a));
+
+    auto other = Parsed(L"<o/>");
+    CComQIPtr<IXMLDOMDocument3> importer(other);
+    ASSERT_NE(importer, nullptr);
+    CComPtr<IXMLDOMNode> imported;
+    ASSERT_EQ(importer->importNode(a, VARIANT_TRUE, &imported), S_OK);
+    ASSERT_EQ(Select(other, L"/o")->appendChild(imported, nullptr), S_OK);
+    EXPECT_EQ(Xml(other.p), L"<o><p:a xmlns:p=\"urn:p\" k=\"v\"><b>t</b></p:a></o>\r\n");
+    EXPECT_EQ(Xml(doc.p), L"<r xmlns:p=\"urn:p\"><p:a k=\"v\"><b>t</b></p:a></r>\r\n");
+
+    CComPtr<IXMLDOMNode> copy;
+    ASSERT_EQ(doc->cloneNode(VARIANT_TRUE, &copy), S_OK);
+    EXPECT_EQ(Xml(copy.p), Xml(doc.p));
+    EXPECT_FALSE(copy.IsEqualObject(doc));
+}
+
+TEST(DomTree, NodeKindsReportNamesValuesAndTypes) {
+    auto doc = Parsed(L"<?xml version=\"1.0\"?><r a=\"1\">t<![CDATA[<c>]]><!--m--><?pi d?></r>");
+    struct Expected {
+        const wchar_t* query;
+        const wchar_t* name;
+        DOMNodeType type;
+        const wchar_t* typeString;
+        const wchar_t* value;  // null: VT_NULL
+    };
+    const Expected cases[] = {
+        {L"/r", L"r", NODE_ELEMENT, L"element", nullptr},
+        {L"/r/@a", L"a", NODE_ATTRIBUTE, L"attribute", L"1"},
+        {L"/r/text()[1]", L"#text", NODE_TEXT, L"text", L"t"},
+        {L"/r/text()[2]", L"#cdata-section", NODE_CDATA_SECTION, L"cdatasection", L"<c>"},
+        {L"/r/comment()", L"#comment", NODE_COMMENT, L"comment", L"m"},
+        {L"/r/processing-instruction()", L"pi", NODE_PROCESSING_INSTRUCTION,
+         L"processinginstruction", L"d"},
+        {L"/", L"#document", NODE_DOCUMENT, L"document", nullptr},
+    };
+    for (const Expected& e : cases) {
+        SCOPED_TRACE(testing::Message() << std::string(e.query, e.query + std::wcslen(e.query)));
+        auto node = Select(doc, e.query);
+        EXPECT_EQ(Name(node.p), e.name);
+        DOMNodeType type = NODE_INVALID;
+        EXPECT_EQ(node->get_nodeType(&type), S_OK);
+        EXPECT_EQ(type, e.type);
+        CComBSTR typeString;
+        EXPECT_EQ(node->get_nodeTypeString(&typeString), S_OK);
+        EXPECT_EQ(Str(typeString), e.typeString);
+        CComVariant value;
+        EXPECT_EQ(node->get_nodeValue(&value), e.value == nullptr ? S_FALSE : S_OK);
+        if (e.value == nullptr) {
+            EXPECT_EQ(value.vt, VT_NULL);
+        } else {
+            ASSERT_EQ(value.vt, VT_BSTR);
+            EXPECT_EQ(Str(value.bstrVal), e.value);
+        }
+    }
+    auto r = Select(doc, L"/r");
+    EXPECT_EQ(r->put_nodeValue(CComVariant(L"x")), E_FAIL);
+    CComVariant typed;
+    EXPECT_EQ(r->get_nodeTypedValue(&typed), S_OK);
+    ASSERT_EQ(typed.vt, VT_BSTR);
+    EXPECT_EQ(Str(typed.bstrVal), L"t<c>");
+    CComVariant dataType;
+    EXPECT_EQ(r->get_dataType(&dataType), S_FALSE);
+    EXPECT_EQ(dataType.vt, VT_NULL);
+    auto attribute = Select(doc, L"/r/@a");
+    EXPECT_EQ(attribute->put_nodeTypedValue(CComVariant(42)), S_OK);
+    EXPECT_EQ(Xml(r.p), L"<r a=\"42\">t<![CDATA[<c>]]><!--m--><?pi d?></r>");
+    CComPtr<IXMLDOMNode> sibling;
+    EXPECT_EQ(attribute->get_nextSibling(&sibling), S_FALSE);
+    CComPtr<IXMLDOMNode> attributeText;
+    ASSERT_EQ(attribute->get_firstChild(&attributeText), S_OK);
+    EXPECT_EQ(Text(attributeText.p), L"42");
+}
+
+TEST(DomTree, ElementAttributeOperations) {
+    auto doc = Parsed(L"<r a=\"1\" b=\"2\"/>");
+    CComQIPtr<IXMLDOMElement> r(Select(doc, L"/r"));
+    CComVariant missing;
+    EXPECT_EQ(r->getAttribute(CComBSTR(L"zz"), &missing), S_FALSE);
+    EXPECT_EQ(missing.vt, VT_NULL);
+    EXPECT_EQ(r->setAttribute(CComBSTR(L"a"), CComVariant(3.5)), S_OK);
+    CComVariant a;
+    EXPECT_EQ(r->getAttribute(CComBSTR(L"a"), &a), S_OK);
+    EXPECT_EQ(Str(a.bstrVal), L"3.5");
+    EXPECT_EQ(r->setAttribute(CComBSTR(L""), CComVariant(L"x")), E_INVALIDARG);
+    EXPECT_EQ(r->setAttribute(CComBSTR(L"1bad"), CComVariant(L"x")), E_INVALIDARG);
+    CComPtr<IXMLDOMAttribute> b;
+    ASSERT_EQ(r->getAttributeNode(CComBSTR(L"b"), &b), S_OK);
+    CComPtr<IXMLDOMAttribute> removed;
+    EXPECT_EQ(r->removeAttributeNode(b, &removed), S_OK);
+    EXPECT_EQ(Xml(r.p), L"<r a=\"3.5\"/>");
+    EXPECT_EQ(r->removeAttributeNode(b, nullptr), E_INVALIDARG);
+    // Setting an attribute of the same name hands back the one it replaces.
+    CComPtr<IXMLDOMAttribute> replacement;
+    ASSERT_EQ(doc->createAttribute(CComBSTR(L"a"), &replacement), S_OK);
+    ASSERT_EQ(replacement->put_value(CComVariant(L"new")), S_OK);
+    CComPtr<IXMLDOMAttribute> previous;
+    ASSERT_EQ(r->setAttributeNode(replacement, &previous), S_OK);
+    ASSERT_NE(previous, nullptr);
+    CComVariant previousValue;
+    EXPECT_EQ(previous->get_value(&previousValue), S_OK);
+    EXPECT_EQ(Str(previousValue.bstrVal), L"3.5");
+    EXPECT_EQ(Xml(r.p), L"<r a=\"new\"/>");
+    // An attribute in use elsewhere cannot be attached again.
+    auto other = Element(doc, L"o");
+    EXPECT_EQ(other->setAttributeNode(replacement, nullptr), E_FAIL);
+    EXPECT_EQ(r->removeAttribute(CComBSTR(L"a")), S_OK);
+    EXPECT_EQ(Xml(r.p), L"<r/>");
+
+    auto tree = Parsed(L"<t><x/><y><x/></y></t>");
+    CComQIPtr<IXMLDOMElement> t(Select(tree, L"/t"));
+    CComPtr<IXMLDOMNodeList> xs;
+    ASSERT_EQ(t->getElementsByTagName(CComBSTR(L"x"), &xs), S_OK);
+    LONG count = 0;
+    EXPECT_EQ(xs->get_length(&count), S_OK);
+    EXPECT_EQ(count, 2);
+    CComPtr<IXMLDOMNodeList> all;
+    ASSERT_EQ(tree->getElementsByTagName(CComBSTR(L"*"), &all), S_OK);
+    EXPECT_EQ(all->get_length(&count), S_OK);
+    EXPECT_EQ(count, 4);
+}
+
+TEST(DomTree, ChildNodesIsLive) {
+    auto doc = Parsed(L"<r><a/><b/></r>");
+    auto r = Select(doc, L"/r");
+    CComPtr<IXMLDOMNodeList> children;
+    ASSERT_EQ(r->get_childNodes(&children), S_OK);
+    CComPtr<IXMLDOMNode> first;
+    ASSERT_EQ(children->nextNode(&first), S_OK);
+    EXPECT_EQ(Name(first.p), L"a");
+    ASSERT_EQ(r->appendChild(Element(doc, L"c"), nullptr), S_OK);
+    LONG length = 0;
+    EXPECT_EQ(children->get_length(&length), S_OK);
+    EXPECT_EQ(length, 3);
+    ASSERT_EQ(r->removeChild(first, nullptr), S_OK);
+    CComPtr<IXMLDOMNode> item;
+    ASSERT_EQ(children->get_item(0, &item), S_OK);
+    EXPECT_EQ(Name(item.p), L"b");
+    item.Release();
+    EXPECT_EQ(children->get_item(2, &item), S_FALSE);
+    EXPECT_EQ(children->get_item(-1, &item), S_FALSE);
+    EXPECT_EQ(children->reset(), S_OK);
+}
+
+TEST(DomTree, CharacterDataOperations) {
+    auto doc = Parsed(L"<r>hello world</r>");
+    CComQIPtr<IXMLDOMText> text(Select(doc, L"/r/text()"));
+    ASSERT_NE(text, nullptr);
+    LONG length = 0;
+    EXPECT_EQ(text->get_length(&length), S_OK);
+    EXPECT_EQ(length, 11);
+    CComBSTR part;
+    EXPECT_EQ(text->substringData(6, 100, &part), S_OK);
+    EXPECT_EQ(Str(part), L"world");
+    EXPECT_EQ(text->insertData(5, CComBSTR(L",")), S_OK);
+    EXPECT_EQ(text->replaceData(0, 5, CComBSTR(L"HELLO")), S_OK);
+    EXPECT_EQ(text->deleteData(6, 1), S_OK);
+    CComBSTR data;
+    EXPECT_EQ(text->get_data(&data), S_OK);
+    EXPECT_EQ(Str(data), L"HELLO,world");
+    EXPECT_EQ(text->insertData(99, CComBSTR(L"x")), E_INVALIDARG);
+    EXPECT_EQ(text->deleteData(-1, 1), E_INVALIDARG);
+    CComPtr<IXMLDOMText> right;
+    ASSERT_EQ(text->splitText(6, &right), S_OK);
+    EXPECT_EQ(Text(right.p), L"world");
+    EXPECT_EQ(Xml(doc.p), L"<r>HELLO,world</r>\r\n");
+    EXPECT_EQ(ChildCount(Select(doc, L"/r")), 2);
+    CComQIPtr<IXMLDOMCharacterData> data2(right);
+    EXPECT_NE(data2, nullptr);
+    CComPtr<IXMLDOMProcessingInstruction> pi;
+    ASSERT_EQ(doc->createProcessingInstruction(CComBSTR(L"target"), CComBSTR(L"some data"), &pi),
+              S_OK);
+    CComBSTR target;
+    EXPECT_EQ(pi->get_target(&target), S_OK);
+    EXPECT_EQ(Str(target), L"target");
+    EXPECT_EQ(pi->put_data(CComBSTR(L"other")), S_OK);
+    EXPECT_EQ(Xml(pi.p), L"<?target other?>");
+    CComPtr<IXMLDOMProcessingInstruction> bad;
+    EXPECT_EQ(doc->createProcessingInstruction(CComBSTR(L"t"), CComBSTR(L"?>"), &bad),
+              E_INVALIDARG);
+    EXPECT_EQ(bad, nullptr);
+}
+
+TEST(DomTree, OldNodesSurviveReloadingTheDocument) {
+    auto doc = Parsed(L"<old><kept>1</kept></old>");
+    auto kept = Select(doc, L"//kept");
+    ASSERT_TRUE(Load(doc, L"<new/>"));
+    EXPECT_EQ(Text(kept.p), L"1");
+    EXPECT_EQ(Xml(doc.p), L"<new/>\r\n");
+    // Moving an old node into the reloaded document adopts it.
+    ASSERT_EQ(Select(doc, L"/new")->appendChild(kept, nullptr), S_OK);
+    EXPECT_EQ(Xml(doc.p), L"<new><kept>1</kept></new>\r\n");
+}
+
+TEST(DomTree, NullArgumentsAreRefused) {
+    auto doc = Parsed(L"<r/>");
+    auto r = Select(doc, L"/r");
+    EXPECT_EQ(r->get_nodeName(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->get_text(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->get_xml(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->get_childNodes(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->get_attributes(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->get_parentNode(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->selectNodes(CComBSTR(L"*"), nullptr), E_INVALIDARG);
+    EXPECT_EQ(doc->get_documentElement(nullptr), E_INVALIDARG);
+    EXPECT_EQ(doc->createNode(CComVariant(1), CComBSTR(L"x"), nullptr, nullptr), E_INVALIDARG);
+    EXPECT_EQ(doc->get_parseError(nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->replaceChild(nullptr, nullptr, nullptr), E_INVALIDARG);
+    EXPECT_EQ(r->removeChild(nullptr, nullptr), E_INVALIDARG);
+}

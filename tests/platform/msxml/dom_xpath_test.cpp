@@ -1,0 +1,230 @@
+// dom_xpath_test.cpp: selectSingleNode/selectNodes of the MSXML stand-in: MSXML's return
+// conventions, the SelectionNamespaces prefixes, bad expressions, node-list lifetime, and the
+// compiled-expression cache.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "msxml_test_support.h"
+
+using namespace msxmltest;
+
+namespace {
+
+constexpr wchar_t kTicket[] =
+    L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+    L"<psf:PrintTicket xmlns:psf=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+    L"printschemaframework\" xmlns:psk=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+    L"printschemakeywords\" version=\"1\">"
+    L"<psf:Feature name=\"psk:PageMediaSize\"><psf:Option name=\"psk:ISOA4\">"
+    L"<psf:ScoredProperty name=\"psk:MediaSizeWidth\"><psf:Value>210000</psf:Value>"
+    L"</psf:ScoredProperty></psf:Option></psf:Feature>"
+    L"<psf:Feature name=\"psk:PageOrientation\"><psf:Option name=\"psk:Portrait\"/></psf:Feature>"
+    L"<psf:Property name=\"psk:A\"/><psf:Property name=\"psk:A\"/><psf:Property name=\"psk:A\"/>"
+    L"</psf:PrintTicket>";
+constexpr wchar_t kFrameworkNs[] =
+    L"xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework'";
+
+LONG Length(IXMLDOMNodeList* list) {
+    LONG length = -1;
+    EXPECT_EQ(list->get_length(&length), S_OK);
+    return length;
+}
+
+}  // namespace
+
+TEST(DomXPath, SelectSingleNodeWithoutMatchIsSFalseAndNull) {
+    auto doc = Parsed(kTicket);
+    SetNamespaces(doc, kFrameworkNs);
+    CComPtr<IXMLDOMNode> node;
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(L"//psf:Feature[@name='psk:Nothing']"), &node),
+              S_FALSE);
+    EXPECT_EQ(node, nullptr);
+    auto feature = Select(doc, L"//psf:Feature[@name = \"psk:PageMediaSize\"]");
+    CComPtr<IXMLDOMNode> child;
+    EXPECT_EQ(feature->selectSingleNode(CComBSTR(L"psf:Nothing"), &child), S_FALSE);
+    EXPECT_EQ(child, nullptr);
+}
+
+TEST(DomXPath, SelectNodesWithoutMatchGivesAnEmptyList) {
+    auto doc = Parsed(kTicket);
+    SetNamespaces(doc, kFrameworkNs);
+    CComPtr<IXMLDOMNodeList> list;
+    ASSERT_EQ(doc->selectNodes(CComBSTR(L"//psf:Nothing"), &list), S_OK);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(Length(list), 0);
+    CComPtr<IXMLDOMNode> next;
+    EXPECT_EQ(list->nextNode(&next), S_FALSE);
+    EXPECT_EQ(next, nullptr);
+    EXPECT_EQ(list->get_item(0, &next), S_FALSE);
+}
+
+TEST(DomXPath, BadExpressionsFailWithoutCrashing) {
+    auto doc = Parsed(kTicket);
+    SetNamespaces(doc, kFrameworkNs);
+    const wchar_t* bad[] = {L"//[",
+                            L"//psf:Feature[",
+                            L"///",
+                            L"count(//psf:Feature)",
+                            L"//undeclared:Feature",
+                            L"'text'",
+                            L")("};
+    for (const wchar_t* expression : bad) {
+        SCOPED_TRACE(testing::Message() << "expression #" << (&expression - bad));
+        CComPtr<IXMLDOMNode> node;
+        EXPECT_EQ(doc->selectSingleNode(CComBSTR(expression), &node), E_FAIL);
+        EXPECT_EQ(node, nullptr);
+        CComPtr<IXMLDOMNodeList> list;
+        EXPECT_EQ(doc->selectNodes(CComBSTR(expression), &list), E_FAIL);
+        EXPECT_EQ(list, nullptr);
+    }
+    CComPtr<IXMLDOMNode> node;
+    EXPECT_EQ(doc->selectSingleNode(nullptr, &node), E_FAIL);
+    std::wstring embeddedNul(L"//psf:Feature\0[1]", 17);
+    CComBSTR withNul(static_cast<int>(embeddedNul.size()), embeddedNul.data());
+    EXPECT_EQ(doc->selectSingleNode(withNul, &node), E_FAIL);
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(L"/*"), nullptr), E_INVALIDARG);
+}
+
+TEST(DomXPath, SelectionNamespacesAreParsedAndApplied) {
+    auto doc = Parsed(kTicket);
+    // The document's own prefixes are not usable until declared for selection.
+    CComPtr<IXMLDOMNode> node;
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(L"//psf:Feature"), &node), E_FAIL);
+    // Any prefix works, in either quote style, with extra white space.
+    SetNamespaces(
+        doc,
+        L"  xmlns:f=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+        L"printschemaframework\"\n\txmlns:k='http://schemas.microsoft.com/windows/2003/08/"
+        L"printing/printschemakeywords' xmlns='urn:ignored' ");
+    EXPECT_EQ(Name(Select(doc, L"/f:PrintTicket/f:Feature[2]/f:Option").p), L"psf:Option");
+    CComVariant stored;
+    ASSERT_EQ(doc->getProperty(CComBSTR(L"SelectionNamespaces"), &stored), S_OK);
+    ASSERT_EQ(stored.vt, VT_BSTR);
+    EXPECT_EQ(Str(stored.bstrVal).substr(0, 10), L"  xmlns:f=");
+
+    const wchar_t* malformed[] = {L"xmlns:p=urn:x",   L"xmlns:p='urn:x",         L"xmlns:='urn:x'",
+                                  L"xmlnsp='urn:x'",  L"xmlns:p='a'xmlns:q='b'", L"p='urn:x'",
+                                  L"xmlns:1p='urn:x'"};
+    for (const wchar_t* text : malformed) {
+        SCOPED_TRACE(testing::Message() << "list #" << (&text - malformed));
+        EXPECT_EQ(doc->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(text)), E_FAIL);
+    }
+    // The last good value stays in force.
+    EXPECT_EQ(Name(Select(doc, L"/f:PrintTicket").p), L"psf:PrintTicket");
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(42)), E_INVALIDARG);
+    EXPECT_EQ(doc->setProperty(CComBSTR(L"SelectionLanguage"), CComVariant(L"XPath")), S_OK);
+}
+
+TEST(DomXPath, ResultsComeInDocumentOrderAndCoverEveryNodeKind) {
+    auto doc = Parsed(L"<r><a i='1'/><!--c--><b>t</b><a i='2'/><?pi d?></r>");
+    CComPtr<IXMLDOMNodeList> list;
+    ASSERT_EQ(
+        doc->selectNodes(CComBSTR(L"//b | //a | //comment() | //processing-instruction()"), &list),
+        S_OK);
+    std::wstring names;
+    CComPtr<IXMLDOMNode> node;
+    while (list->nextNode(&node) == S_OK) {
+        names += Name(node.p) + L",";
+        node.Release();
+    }
+    EXPECT_EQ(names, L"a,#comment,b,a,pi,");
+    EXPECT_EQ(Text(Select(doc, L"//a[2]/@i").p), L"2");
+    DOMNodeType type = NODE_INVALID;
+    EXPECT_EQ(Select(doc, L"//a/@i")->get_nodeType(&type), S_OK);
+    EXPECT_EQ(type, NODE_ATTRIBUTE);
+    EXPECT_EQ(Text(Select(doc, L"//b/text()").p), L"t");
+    // "/" is the document itself.
+    auto root = Select(doc, L"/");
+    EXPECT_TRUE(CComPtr<IXMLDOMNode>(root).IsEqualObject(doc));
+    // Relative paths start at the node they are asked of.
+    auto b = Select(doc, L"//b");
+    EXPECT_EQ(Name(Select(b, L"following-sibling::a").p), L"a");
+    EXPECT_EQ(Name(Select(b, L"..").p), L"r");
+}
+
+TEST(DomXPath, ListedNodesStayValidWhileRemovedOneByOne) {
+    auto doc = Parsed(kTicket);
+    SetNamespaces(doc, kFrameworkNs);
+    CComPtr<IXMLDOMNodeList> list;
+    ASSERT_EQ(doc->selectNodes(CComBSTR(L"//psf:Property[@name = \"psk:A\"]"), &list), S_OK);
+    ASSERT_EQ(Length(list), 3);
+    for (LONG i = 0; i < 3; ++i) {
+        CComPtr<IXMLDOMNode> item;
+        ASSERT_EQ(list->get_item(i, &item), S_OK);
+        CComPtr<IXMLDOMNode> parent;
+        ASSERT_EQ(item->get_parentNode(&parent), S_OK);
+        CComPtr<IXMLDOMNode> removed;
+        EXPECT_EQ(parent->removeChild(item, &removed), S_OK);
+    }
+    // Every item, removed and released meanwhile, can still be read.
+    for (LONG i = 0; i < 3; ++i) {
+        CComPtr<IXMLDOMNode> item;
+        ASSERT_EQ(list->get_item(i, &item), S_OK);
+        EXPECT_EQ(Name(item.p), L"psf:Property");
+        CComPtr<IXMLDOMNode> parent;
+        EXPECT_EQ(item->get_parentNode(&parent), S_FALSE);
+    }
+    CComPtr<IXMLDOMNodeList> none;
+    ASSERT_EQ(doc->selectNodes(CComBSTR(L"//psf:Property"), &none), S_OK);
+    EXPECT_EQ(Length(none), 0);
+}
+
+TEST(DomXPath, CompiledExpressionsAreCachedPerDocument) {
+    auto doc = Parsed(kTicket);
+    SetNamespaces(doc, kFrameworkNs);
+    const wchar_t* query = L"//psf:Feature[@name = \"psk:PageOrientation\"]/psf:Option";
+    auto before = platform::DomXPathCompilationCount();
+    for (int i = 0; i < 100; ++i) {
+        CComPtr<IXMLDOMNode> node;
+        ASSERT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_OK);
+    }
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
+
+    // The cache holds across SelectionNamespaces changes: prefixes resolve at evaluation.
+    SetNamespaces(doc, L"xmlns:psf='urn:something-else'");
+    CComPtr<IXMLDOMNode> node;
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_FALSE);
+    SetNamespaces(doc, kFrameworkNs);
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_OK);
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
+
+    // The same text on another node of the document reuses the compiled form as well.
+    CComPtr<IXMLDOMElement> root;
+    ASSERT_EQ(doc->get_documentElement(&root), S_OK);
+    CComPtr<IXMLDOMNodeList> list;
+    EXPECT_EQ(root->selectNodes(CComBSTR(query), &list), S_OK);
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
+}
+
+TEST(DomXPath, ExpressionCacheIsBounded) {
+    auto doc = Parsed(L"<r><a/></r>");
+    auto before = platform::DomXPathCompilationCount();
+    for (int i = 0; i < 300; ++i) {
+        std::wstring query = L"/r/a[" + std::to_wstring(i + 1) + L"]";
+        CComPtr<IXMLDOMNode> node;
+        doc->selectSingleNode(CComBSTR(query.c_str()), &node);
+    }
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 300u);
+    // The oldest entries were dropped to keep the cache bounded; the newest remain.
+    CComPtr<IXMLDOMNode> node;
+    doc->selectSingleNode(CComBSTR(L"/r/a[300]"), &node);
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 300u);
+    doc->selectSingleNode(CComBSTR(L"/r/a[1]"), &node);
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 301u);
+}
+
+TEST(DomXPath, ContextNodesOfEveryKindCanBeQueried) {
+    auto doc = Parsed(L"<r a='1'>x<c/></r>");
+    auto attribute = Select(doc, L"/r/@a");
+    EXPECT_EQ(Name(Select(attribute, L"..").p), L"r");
+    auto text = Select(doc, L"/r/text()");
+    EXPECT_EQ(Name(Select(text, L"following-sibling::*").p), L"c");
+    // A node not in the document answers relative queries over its own subtree.
+    CComPtr<IXMLDOMElement> loose;
+    ASSERT_EQ(doc->createElement(CComBSTR(L"loose"), &loose), S_OK);
+    CComPtr<IXMLDOMElement> child;
+    ASSERT_EQ(doc->createElement(CComBSTR(L"inner"), &child), S_OK);
+    ASSERT_EQ(loose->appendChild(child, nullptr), S_OK);
+    EXPECT_EQ(Name(Select(loose, L"inner").p), L"inner");
+}

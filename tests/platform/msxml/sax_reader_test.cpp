@@ -1,0 +1,379 @@
+// sax_reader_test.cpp: the MSXML 6 SAX reader stand-in: MSXML's callback order over a
+// FixedPage-like document, attributes and namespace features, chunked characters, inputs of
+// every kind, aborting by a failing handler, malformed input and DTDs.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "msxml_test_support.h"
+#include "platform/com/comobject.h"
+
+using namespace msxmltest;
+
+namespace {
+
+std::wstring Piece(const wchar_t* text, INT length) {
+    return text == nullptr ? std::wstring() : std::wstring(text, static_cast<std::size_t>(length));
+}
+
+// Records every callback as one line; characters are merged so that chunking does not matter.
+class Recorder final : public platform::ComObject<ISAXContentHandler> {
+public:
+    std::vector<std::wstring> events;
+    std::wstring failOn;  // an event prefix that makes the handler fail
+    HRESULT failure = E_ABORT;
+    ISAXAttributes* lastAttributes = nullptr;
+
+    HRESULT putDocumentLocator(ISAXLocator* locator) override {
+        return Add(locator != nullptr ? L"locator" : L"locator(null)");
+    }
+    HRESULT startDocument() override { return Add(L"startDocument"); }
+    HRESULT endDocument() override { return Add(L"endDocument"); }
+    HRESULT startPrefixMapping(const wchar_t* prefix, INT prefixLength, const wchar_t* uri,
+                               INT uriLength) override {
+        return Add(L"startPrefix " + Piece(prefix, prefixLength) + L"=" + Piece(uri, uriLength));
+    }
+    HRESULT endPrefixMapping(const wchar_t* prefix, INT prefixLength) override {
+        return Add(L"endPrefix " + Piece(prefix, prefixLength));
+    }
+    HRESULT startElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
+                         const wchar_t* qname, INT qnameLength,
+                         ISAXAttributes* attributes) override {
+        std::wstring line = L"start {" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) +
+                            L" " + Piece(qname, qnameLength);
+        INT count = 0;
+        attributes->getLength(&count);
+        for (INT i = 0; i < count; ++i) {
+            const wchar_t* aUri = nullptr;
+            const wchar_t* aLocal = nullptr;
+            const wchar_t* aQName = nullptr;
+            const wchar_t* value = nullptr;
+            INT aUriLength = 0, aLocalLength = 0, aQNameLength = 0, valueLength = 0;
+            attributes->getName(i, &aUri, &aUriLength, &aLocal, &aLocalLength, &aQName,
+                                &aQNameLength);
+            attributes->getValue(i, &value, &valueLength);
+            line += L" [{" + Piece(aUri, aUriLength) + L"}" + Piece(aLocal, aLocalLength) + L"|" +
+                    Piece(aQName, aQNameLength) + L"=" + Piece(value, valueLength) + L"]";
+        }
+        lastAttributes = attributes;
+        return Add(line);
+    }
+    HRESULT endElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
+                       const wchar_t* qname, INT qnameLength) override {
+        return Add(L"end {" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
+                   Piece(qname, qnameLength));
+    }
+    HRESULT characters(const wchar_t* text, INT length) override {
+        if (!events.empty() && events.back().rfind(L"chars ", 0) == 0) {
+            events.back() += Piece(text, length);
+            return failOn.empty() || events.back().rfind(failOn, 0) != 0 ? S_OK : failure;
+        }
+        return Add(L"chars " + Piece(text, length));
+    }
+    HRESULT ignorableWhitespace(const wchar_t* text, INT length) override {
+        return Add(L"ignorable " + Piece(text, length));
+    }
+    HRESULT processingInstruction(const wchar_t* target, INT targetLength, const wchar_t* data,
+                                  INT dataLength) override {
+        return Add(L"pi " + Piece(target, targetLength) + L" " + Piece(data, dataLength));
+    }
+    HRESULT skippedEntity(const wchar_t* name, INT length) override {
+        return Add(L"skipped " + Piece(name, length));
+    }
+
+private:
+    HRESULT Add(std::wstring line) {
+        events.push_back(std::move(line));
+        return failOn.empty() || events.back().rfind(failOn, 0) != 0 ? S_OK : failure;
+    }
+};
+
+class ErrorRecorder final : public platform::ComObject<ISAXErrorHandler> {
+public:
+    std::vector<HRESULT> fatal;
+    HRESULT error(ISAXLocator*, const wchar_t*, HRESULT) override { return S_OK; }
+    HRESULT fatalError(ISAXLocator* locator, const wchar_t* message, HRESULT code) override {
+        EXPECT_NE(locator, nullptr);
+        EXPECT_NE(message, nullptr);
+        fatal.push_back(code);
+        return S_OK;
+    }
+    HRESULT ignorableWarning(ISAXLocator*, const wchar_t*, HRESULT) override { return S_OK; }
+};
+
+CComPtr<ISAXXMLReader> NewReader() {
+    CComPtr<ISAXXMLReader> reader;
+    EXPECT_EQ(CoCreateInstance(CLSID_SAXXMLReader60, nullptr, CLSCTX_ALL, IID_ISAXXMLReader,
+                               reinterpret_cast<void**>(&reader)),
+              S_OK);
+    return reader;
+}
+
+struct SaxRun {
+    CComPtr<ISAXXMLReader> reader = NewReader();
+    CComPtr<Recorder> handler;
+    SaxRun() {
+        handler.Attach(new Recorder());
+        EXPECT_EQ(reader->putContentHandler(handler), S_OK);
+    }
+    HRESULT Parse(const wchar_t* xml) { return reader->parse(CComVariant(xml)); }
+};
+
+constexpr wchar_t kFixedPage[] =
+    L"<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
+    L"<FixedPage xmlns=\"http://schemas.microsoft.com/xps/2005/06\" "
+    L"xmlns:x=\"http://schemas.microsoft.com/xps/2005/06/resourcedictionary-key\" "
+    L"Width=\"816\" Height=\"1056\" xml:lang=\"en-US\">"
+    L"<Path Data=\"M 0,0 L 10,10\" x:Key=\"p1\"/>"
+    L"<Glyphs UnicodeString=\"Tom &amp; Jerry &lt;3\" Name=\"a&#38;b&amp;#38;\">"
+    L"<?marker here?>"
+    L"</Glyphs>"
+    L"</FixedPage>";
+
+constexpr wchar_t kXps[] = L"http://schemas.microsoft.com/xps/2005/06";
+constexpr wchar_t kKey[] = L"http://schemas.microsoft.com/xps/2005/06/resourcedictionary-key";
+
+}  // namespace
+
+TEST(SaxReader, CallbacksComeInMsxmlOrder) {
+    SaxRun run;
+    ASSERT_EQ(run.Parse(kFixedPage), S_OK);
+    std::vector<std::wstring> expected = {
+        L"locator",
+        L"startDocument",
+        std::wstring(L"startPrefix =") + kXps,
+        std::wstring(L"startPrefix x=") + kKey,
+        std::wstring(L"start {") + kXps +
+            L"}FixedPage FixedPage [{}Width|Width=816] [{}Height|Height=1056] "
+            L"[{http://www.w3.org/XML/1998/namespace}lang|xml:lang=en-US]",
+        std::wstring(L"start {") + kXps + L"}Path Path [{}Data|Data=M 0,0 L 10,10] [{" + kKey +
+            L"}Key|x:Key=p1]",
+        std::wstring(L"end {") + kXps + L"}Path Path",
+        std::wstring(L"start {") + kXps +
+            L"}Glyphs Glyphs [{}UnicodeString|UnicodeString=Tom & Jerry <3] "
+            L"[{}Name|Name=a&b&#38;]",
+        L"pi marker here",
+        std::wstring(L"end {") + kXps + L"}Glyphs Glyphs",
+        std::wstring(L"end {") + kXps + L"}FixedPage FixedPage",
+        L"endPrefix ",
+        L"endPrefix x",
+        L"endDocument",
+    };
+    EXPECT_EQ(run.handler->events, expected);
+}
+
+TEST(SaxReader, NamespacePrefixesFeatureReportsDeclarations) {
+    SaxRun run;
+    VARIANT_BOOL value = VARIANT_TRUE;
+    EXPECT_EQ(run.reader->getFeature(L"http://xml.org/sax/features/namespace-prefixes", &value),
+              S_OK);
+    EXPECT_EQ(value, VARIANT_FALSE);
+    EXPECT_EQ(
+        run.reader->putFeature(L"http://xml.org/sax/features/namespace-prefixes", VARIANT_TRUE),
+        S_OK);
+    ASSERT_EQ(run.Parse(L"<p:a xmlns:p=\"urn:p\" b=\"1\"/>"), S_OK);
+    EXPECT_EQ(run.handler->events[3], L"start {urn:p}a p:a [{}p|xmlns:p=urn:p] [{}b|b=1]");
+
+    SaxRun plain;
+    EXPECT_EQ(plain.reader->putFeature(L"http://xml.org/sax/features/namespaces", VARIANT_FALSE),
+              S_OK);
+    ASSERT_EQ(plain.Parse(L"<p:a xmlns:p=\"urn:p\" p:b=\"1\"/>"), S_OK);
+    // Without namespace processing: no prefix mappings, names as written, declarations as
+    // attributes.
+    EXPECT_EQ(plain.handler->events[2], L"start {} p:a [{}|xmlns:p=urn:p] [{}|p:b=1]");
+    EXPECT_EQ(plain.handler->events[3], L"end {} p:a");
+}
+
+TEST(SaxReader, AttributesCanBeLookedUp) {
+    SaxRun run;
+    ASSERT_EQ(run.Parse(L"<a xmlns:p=\"urn:p\" p:x=\"1\" y=\"2\"/>"), S_OK);
+    // The attributes object is only valid during the callback; check through a fresh parse with
+    // a handler that queries it.
+    class Querying final : public platform::ComObject<ISAXContentHandler> {
+    public:
+        std::vector<std::wstring> found;
+        HRESULT putDocumentLocator(ISAXLocator*) override { return S_OK; }
+        HRESULT startDocument() override { return S_OK; }
+        HRESULT endDocument() override { return S_OK; }
+        HRESULT startPrefixMapping(const wchar_t*, INT, const wchar_t*, INT) override {
+            return S_OK;
+        }
+        HRESULT endPrefixMapping(const wchar_t*, INT) override { return S_OK; }
+        HRESULT startElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT,
+                             ISAXAttributes* attributes) override {
+            INT index = -1;
+            EXPECT_EQ(attributes->getIndexFromQName(L"p:x", 3, &index), S_OK);
+            EXPECT_EQ(index, 0);
+            EXPECT_EQ(attributes->getIndexFromName(L"", 0, L"y", 1, &index), S_OK);
+            EXPECT_EQ(index, 1);
+            EXPECT_EQ(attributes->getIndexFromName(L"urn:p", 5, L"y", 1, &index), E_INVALIDARG);
+            const wchar_t* value = nullptr;
+            INT length = 0;
+            EXPECT_EQ(attributes->getValueFromName(L"urn:p", 5, L"x", 1, &value, &length), S_OK);
+            found.push_back(Piece(value, length));
+            EXPECT_EQ(attributes->getValueFromQName(L"y", 1, &value, &length), S_OK);
+            found.push_back(Piece(value, length));
+            EXPECT_EQ(attributes->getType(0, &value, &length), S_OK);
+            found.push_back(Piece(value, length));
+            EXPECT_EQ(attributes->getValue(2, &value, &length), E_INVALIDARG);
+            EXPECT_EQ(attributes->getValue(0, nullptr, &length), E_POINTER);
+            EXPECT_EQ(value[length], L'\0');  // strings are terminated as well
+            return S_OK;
+        }
+        HRESULT endElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT) override {
+            return S_OK;
+        }
+        HRESULT characters(const wchar_t*, INT) override { return S_OK; }
+        HRESULT ignorableWhitespace(const wchar_t*, INT) override { return S_OK; }
+        HRESULT processingInstruction(const wchar_t*, INT, const wchar_t*, INT) override {
+            return S_OK;
+        }
+        HRESULT skippedEntity(const wchar_t*, INT) override { return S_OK; }
+    };
+    CComPtr<Querying> querying;
+    querying.Attach(new Querying());
+    ASSERT_EQ(run.reader->putContentHandler(querying), S_OK);
+    ASSERT_EQ(run.Parse(L"<a xmlns:p=\"urn:p\" p:x=\"1\" y=\"2\"/>"), S_OK);
+    EXPECT_EQ(querying->found, (std::vector<std::wstring>{L"1", L"2", L"CDATA"}));
+}
+
+TEST(SaxReader, CharactersArriveCompleteAcrossChunks) {
+    std::wstring big(100000, L'x');
+    big[50000] = L'\u4E2D';
+    std::wstring xml = L"<a>" + big + L"<![CDATA[<&>]]>  tail \n</a>";
+    SaxRun run;
+    ASSERT_EQ(run.Parse(xml.c_str()), S_OK);
+    ASSERT_EQ(run.handler->events.size(), 6u);
+    EXPECT_EQ(run.handler->events[3], L"chars " + big + L"<&>  tail \n");
+}
+
+TEST(SaxReader, EveryInputKindIsAccepted) {
+    std::string bytes = "\xEF\xBB\xBF<a>\xC3\xA9</a>";
+    std::vector<std::wstring> expected = {L"locator",      L"startDocument", L"start {}a a",
+                                          L"chars \u00E9", L"end {}a a",     L"endDocument"};
+    {
+        SaxRun run;
+        CComPtr<IStream> stream;
+        ASSERT_EQ(platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream), S_OK);
+        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(stream.p))), S_OK);
+        EXPECT_EQ(run.handler->events, expected);
+    }
+    {
+        // A DOM document is a stream of its own serialisation.
+        SaxRun run;
+        auto doc = Parsed(L"<a>\u00E9</a>");
+        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(doc.p))), S_OK);
+        EXPECT_EQ(run.handler->events, expected);
+    }
+    {
+        SaxRun run;
+        std::filesystem::path file = std::filesystem::temp_directory_path() / "msxml_sax_input.xml";
+        std::FILE* out = std::fopen(file.c_str(), "wb");
+        ASSERT_NE(out, nullptr);
+        std::fwrite(bytes.data(), 1, bytes.size(), out);
+        std::fclose(out);
+        CComBSTR url(file.c_str());
+        ASSERT_EQ(run.reader->parseURL(url), S_OK);
+        EXPECT_EQ(run.handler->events, expected);
+        std::filesystem::remove(file);
+        EXPECT_EQ(run.reader->parseURL(url), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
+        EXPECT_EQ(run.reader->parseURL(L"http://example.invalid/page.fpage"), E_ACCESSDENIED);
+    }
+    {
+        // UTF-16 markup, as Office writes FixedPages, with its byte-order mark.
+        SaxRun run;
+        std::u16string text = u"<a>\u00E9</a>";
+        std::string utf16("\xFF\xFE", 2);
+        for (char16_t c : text) {
+            utf16 += static_cast<char>(c & 0xFF);
+            utf16 += static_cast<char>(c >> 8);
+        }
+        CComPtr<IStream> stream;
+        ASSERT_EQ(platform::CreateMemoryStream(utf16.data(), utf16.size(), &stream), S_OK);
+        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(stream.p))), S_OK);
+        EXPECT_EQ(run.handler->events, expected);
+    }
+    SaxRun run;
+    EXPECT_EQ(run.reader->parse(CComVariant(7)), E_INVALIDARG);
+    EXPECT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(nullptr))), E_INVALIDARG);
+}
+
+TEST(SaxReader, FailingHandlerAbortsTheParse) {
+    SaxRun run;
+    run.handler->failOn = L"start {" + std::wstring(kXps) + L"}Path";
+    run.handler->failure = static_cast<HRESULT>(0x80041234u);
+    EXPECT_EQ(run.Parse(kFixedPage), static_cast<HRESULT>(0x80041234u));
+    // Nothing after the failing callback reached the handler.
+    ASSERT_FALSE(run.handler->events.empty());
+    EXPECT_EQ(run.handler->events.back().rfind(run.handler->failOn, 0), 0u);
+    EXPECT_EQ(run.handler->events.size(), 6u);
+
+    SaxRun early;
+    early.handler->failOn = L"startDocument";
+    EXPECT_EQ(early.Parse(L"<a/>"), E_ABORT);
+    EXPECT_EQ(early.handler->events.size(), 2u);
+}
+
+TEST(SaxReader, MalformedInputFailsWithoutCrashing) {
+    const wchar_t* cases[] = {L"",       L"<a>",           L"<a></b>",          L"<a><b/>",
+                              L"<p:a/>", L"<a>&nope;</a>", L"<a x='1' x='2'/>", L"<a/>junk"};
+    for (const wchar_t* xml : cases) {
+        SCOPED_TRACE(testing::Message() << "case #" << (&xml - cases));
+        SaxRun run;
+        CComPtr<ErrorRecorder> errors;
+        errors.Attach(new ErrorRecorder());
+        ASSERT_EQ(run.reader->putErrorHandler(errors), S_OK);
+        HRESULT hr = run.Parse(xml);
+        EXPECT_TRUE(FAILED(hr));
+        EXPECT_EQ((static_cast<DWORD>(hr) & 0xFFFFF000u),
+                  static_cast<DWORD>(platform::kXmlParseErrorBase));
+        ASSERT_EQ(errors->fatal.size(), 1u);
+        EXPECT_EQ(errors->fatal[0], hr);
+        EXPECT_TRUE(run.handler->events.empty() || run.handler->events.back() != L"endDocument");
+    }
+    std::wstring deep;
+    for (int i = 0; i < 10000; ++i) deep += L"<d>";
+    for (int i = 0; i < 10000; ++i) deep += L"</d>";
+    SaxRun run;
+    EXPECT_TRUE(FAILED(run.Parse(deep.c_str())));
+}
+
+TEST(SaxReader, DtdsAreRefused) {
+    SaxRun run;
+    EXPECT_EQ(run.Parse(L"<!DOCTYPE a [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><a>&e;</a>"),
+              platform::kXmlDtdProhibited);
+    for (const std::wstring& event : run.handler->events) {
+        EXPECT_EQ(event.find(L"root:"), std::wstring::npos);
+    }
+    VARIANT_BOOL value = VARIANT_FALSE;
+    EXPECT_EQ(run.reader->getFeature(L"prohibit-dtd", &value), S_OK);
+    EXPECT_EQ(value, VARIANT_TRUE);
+    EXPECT_EQ(run.reader->putFeature(L"prohibit-dtd", VARIANT_FALSE), E_INVALIDARG);
+    EXPECT_EQ(run.reader->putFeature(L"http://xml.org/sax/features/external-general-entities",
+                                     VARIANT_TRUE),
+              E_INVALIDARG);
+    EXPECT_EQ(run.reader->putFeature(L"urn:unknown-feature", VARIANT_TRUE), E_INVALIDARG);
+}
+
+TEST(SaxReader, LimitsAndHandlersCanBeSetAndRead) {
+    SaxRun run;
+    EXPECT_EQ(run.reader->putProperty(L"max-element-depth", CComVariant(3)), S_OK);
+    EXPECT_TRUE(FAILED(run.Parse(L"<a><b><c><d/></c></b></a>")));
+    EXPECT_EQ(run.Parse(L"<a><b><c/></b></a>"), S_OK);
+    EXPECT_EQ(run.reader->putProperty(L"max-xml-size", CComVariant(1)), S_OK);
+    std::wstring big = L"<a>" + std::wstring(5000, L'x') + L"</a>";
+    EXPECT_TRUE(FAILED(run.Parse(big.c_str())));
+    CComVariant size;
+    EXPECT_EQ(run.reader->getProperty(L"max-xml-size", &size), S_OK);
+    EXPECT_EQ(size.lVal, 1);
+    EXPECT_EQ(run.reader->putProperty(L"lexical-handler", CComVariant(1)), E_INVALIDARG);
+    CComPtr<ISAXContentHandler> current;
+    EXPECT_EQ(run.reader->getContentHandler(&current), S_OK);
+    EXPECT_TRUE(current.IsEqualObject(run.handler));
+    // Without a handler a parse still checks the document.
+    EXPECT_EQ(run.reader->putContentHandler(nullptr), S_OK);
+    EXPECT_EQ(run.Parse(L"<ok/>"), S_OK);
+    EXPECT_TRUE(FAILED(run.Parse(L"<broken>")));
+}
