@@ -372,6 +372,44 @@ TEST(SetTicketJobs, PagesSharingATicketApartStayShared) {
     ExpectSameRendering("sample_job.xps", input, run);
 }
 
+TEST(SetTicketJobs, TicketsWithoutTheKeywordsNamespaceGetItDeclared) {
+    // The small job's tickets declare only the framework namespace; its four pages share one.
+    const std::string input = testpackages::WriteZip("bare_tickets.xps", testpackages::SmallJob(4));
+    JobRun run = RunSetTicket("bare", input, kAllScopes);
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
+    const std::vector<std::string> pages = package.Pages();
+    ASSERT_EQ(pages.size(), 4u);
+    const std::string ticket = package.TicketOf(pages[0]);
+    for (const std::string& page : pages) EXPECT_EQ(package.TicketOf(page), ticket);
+    const std::string xml = package.Part(ticket);
+    EXPECT_NE(xml.find("xmlns:psk=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+                       "printschemakeywords\""),
+              std::string::npos)
+        << xml;
+    EXPECT_EQ(FeatureOption(xml, L"PageOrientation"), "Landscape");
+    EXPECT_EQ(ScoredValue(xml, L"PageMediaSize", L"MediaSizeWidth"), 210000);
+    EXPECT_NE(xml.find("<!--page-->"), std::string::npos) << xml;  // the rest is kept
+    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
+                             L"JobCopiesAllDocuments"),
+              "2");
+}
+
+TEST(SetTicketJobs, AJobWhoseTicketDoesNotParseStopsWithoutOutput) {
+    std::vector<testpackages::Entry> entries = testpackages::SmallJob(2);
+    for (auto& entry : entries) {
+        if (entry.name == "Documents/1/Metadata/Page_PT.xml") entry.content = "<psf:PrintTicket";
+    }
+    const std::string input = testpackages::WriteZip("broken_ticket.xps", entries);
+    JobRun run = RunSetTicket("broken", input, {{"PageOrientation", "Landscape"}});
+    EXPECT_EQ(run.outcome.exitCode, 9) << run.outcome.output;
+    EXPECT_NE(run.outcome.output.find("filter \"st\""), std::string::npos) << run.outcome.output;
+    EXPECT_FALSE(fs::exists(run.output));
+    for (const auto& entry : fs::directory_iterator(run.dir)) {
+        EXPECT_EQ(entry.path().filename().string().rfind(".out.xps", 0), std::string::npos);
+    }
+}
+
 TEST(SetTicketJobs, ABadConfigurationStopsTheJobWithoutOutput) {
     const std::string input = testpackages::CorpusFile("wpftest_word.xps");
     JobRun run = RunSetTicket("badconfig", input, {{"JobCopiesAllDocuments", "many"}});
