@@ -186,7 +186,7 @@ public:
         auto b = m_times.find(baseline);
         if (m == m_times.end() || b == m_times.end() || b->second <= 0) return;
         const double ratio = m->second / b->second;
-        std::printf("%-46s %6.2fx  %8.1f us/page%s\n", what, ratio, m->second / kPages * 1e6,
+        std::printf("%-46s %6.2fx  %8.1f us CPU/page%s\n", what, ratio, m->second / kPages * 1e6,
                     !target        ? ""
                     : ratio <= 1.5 ? "  (target <= 1.50x: met)"
                                    : "  (target <= 1.50x: ABOVE TARGET)");
@@ -205,8 +205,8 @@ int main(int argc, char** argv) {
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf(
-        "\n%d pages, each with its own %zu-byte ticket. Per page, against a raw libxml2\n"
-        "parse of the same ticket in this run:\n",
+        "\n%d pages, each with its own %zu-byte ticket. CPU time per page, against a raw\n"
+        "libxml2 parse of the same ticket in this run:\n",
         kPages, PageTicketTemplate().size());
     reporter.PrintRatio("Raw libxml2 parse (baseline)", "RawPageTicketParse", "RawPageTicketParse",
                         false);
