@@ -5,7 +5,6 @@
 
 #include <condition_variable>
 #include <fstream>
-#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -127,15 +126,28 @@ CComVariant HandleVariant(HANDLE handle) {
 }
 
 char g_printerHandle;
-char g_userToken;
+
+// The job owner's token: the process token, open for the job's duration.
+class ProcessToken {
+public:
+    ProcessToken() {
+        if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &m_token)) {
+            throw JobError(ErrorKind::Internal, "cannot open the process token");
+        }
+    }
+    ~ProcessToken() { CloseHandle(m_token); }
+    ProcessToken(const ProcessToken&) = delete;
+    ProcessToken& operator=(const ProcessToken&) = delete;
+    HANDLE Get() const { return m_token; }
+
+private:
+    HANDLE m_token = nullptr;
+};
 
 }  // namespace
 
 HANDLE PlaceholderPrinterHandle() {
     return &g_printerHandle;
-}
-HANDLE PlaceholderUserToken() {
-    return &g_userToken;
 }
 
 JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
@@ -150,13 +162,6 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
     };
     try {
         if (config.filters.empty()) throw JobError(ErrorKind::Config, "the pipeline has no filter");
-        // The job owner's token: a token of the process's user, which filters impersonate (the
-        // ticket manager does so); closed when the job is over.
-        HANDLE userToken = nullptr;
-        if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &userToken)) {
-            throw JobError(ErrorKind::Internal, "cannot open the process token");
-        }
-        std::unique_ptr<void, BOOL (*)(HANDLE)> closeUserToken(userToken, &CloseHandle);
         std::shared_ptr<SourcePackage> package = SourcePackage::Open(options.input, options.limits);
         package->SetStatus(status);
         CComPtr<JobReader> reader;
@@ -164,6 +169,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         std::string ticket = options.ticketFile.empty() ? std::string(DefaultPrintTicket())
                                                         : ReadTicketFile(options.ticketFile);
 
+        ProcessToken token;
         FilterModules modules;
         std::vector<CComPtr<IPrintPipelineFilter>> filters;
         for (const FilterSpec& spec : config.filters)
@@ -190,7 +196,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
             CComVariant(platform::Utf8ToWide(options.printerName).c_str()));
         Add(bag, XPS_FP_JOB_ID, CComVariant(static_cast<unsigned int>(options.jobId)));
         Add(bag, XPS_FP_PRINTER_HANDLE, HandleVariant(PlaceholderPrinterHandle()));
-        Add(bag, XPS_FP_USER_TOKEN, HandleVariant(userToken));
+        Add(bag, XPS_FP_USER_TOKEN, HandleVariant(token.Get()));
         Add(bag, XPS_FP_USER_PRINT_TICKET, CComVariant(static_cast<IUnknown*>(ticketFactory.p)));
         Add(bag, XPS_FP_OUTPUT_FILE, CComVariant(platform::Utf8ToWide(options.output).c_str()));
 

@@ -23,10 +23,9 @@
 
 namespace pipelinehost {
 
-// Handle values the host puts in the property bag where Linux has no such object. Both are
-// opaque, non-null and not INVALID_HANDLE_VALUE; filters only pass them on.
+// The "PrinterHandle" value: Linux has no printer handles, so the host passes an opaque
+// placeholder (non-null, not INVALID_HANDLE_VALUE) that filters only pass on.
 HANDLE PlaceholderPrinterHandle();
-HANDLE PlaceholderUserToken();
 
 struct JobOptions {
     std::string input;

@@ -271,7 +271,12 @@ void JobWriter::WriteRelationships(const std::string& source,
 void JobWriter::WritePage(IFixedPage* page) {
     IHostPart* host = AsHostPart(page);
     std::vector<ResourceRef> resources;
-    if (host) {
+    if (host && !host->State().ContentChanged() && !host->Container()->scanned) {
+        // Markup nobody changed is not read again: its attached resources are written here,
+        // and resources it refers to only from markup are carried over at the end
+        // (CopyUnlistedResources), so that a pass-through never inflates a page.
+        resources = host->Container()->resources;
+    } else if (host) {
         resources = CollectPageResources(*host);
     } else {
         CComPtr<IXpsPartIterator> iterator;
@@ -506,6 +511,14 @@ void JobWriter::CopyReachable() {
     }
 }
 
+void JobWriter::CopyUnlistedResources() {
+    if (!m_package) return;
+    for (const SourcePart& part : m_package->Parts()) {
+        if (Written(part.name) || ResourceKindOf(part.contentType) == ResourceKind::Other) continue;
+        CopySourcePart(*m_package, part);
+    }
+}
+
 void JobWriter::WriteContentTypes() {
     std::map<std::string, std::map<std::string, unsigned>> byExtension;
     for (const auto& [key, entry] : m_types) {
@@ -591,6 +604,7 @@ HRESULT JobWriter::CloseSender() {
         FinishSequence();
         WritePackageRelationships();
         CopyReachable();
+        CopyUnlistedResources();
         WriteContentTypes();
         m_out.Finish();
         m_complete = true;

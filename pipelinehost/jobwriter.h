@@ -5,7 +5,9 @@
 // written once. Parts that no filter changed are copied as their compressed bytes; listings and
 // relationships are copied too when nothing in them changed, and rewritten otherwise. Parts the
 // job reaches only through relationships (document structure, story fragments, core
-// properties) are copied at the end.
+// properties) are copied at the end, and so are the source's resource parts (fonts, images,
+// colour profiles, resource dictionaries) that no written part listed: unchanged markup may
+// refer to them without a relationship, and the writer does not read unchanged markup.
 #pragma once
 
 #include <atomic>
@@ -65,6 +67,7 @@ private:
     void FinishSequence();
     void WritePackageRelationships();
     void CopyReachable();
+    void CopyUnlistedResources();
     void WriteContentTypes();
     std::string ListingXml(const Listing* original, const std::vector<Listed>& children,
                            const std::string& container, bool sequence) const;

@@ -3,7 +3,7 @@
 xpswrite device), then a PrintTicket added to every page (and the job and document), as a
 spooled job has them.
 
-usage: make_job.py PAGES OUT.xps [--images]"""
+usage: make_job.py PAGES OUT.xps [--images] [--lines N]"""
 import os
 import subprocess
 import sys
@@ -16,11 +16,11 @@ PSF = "http://schemas.microsoft.com/windows/2003/08/printing/printschemaframewor
 PSK = "http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords"
 
 
-def postscript(pages, images):
+def postscript(pages, images, text_lines):
     lines = ["%!PS-Adobe-3.0", "/Helvetica findfont 14 scalefont setfont"]
     for n in range(1, pages + 1):
         lines.append(f"gsave 0.{n % 9} 0.4 0.6 setrgbcolor 72 {600 - (n % 7) * 40} 200 120 rectfill grestore")
-        for row in range(30):
+        for row in range(text_lines):
             lines.append(f"72 {760 - row * 20} moveto (Page {n} line {row}: the quick brown fox "
                          "jumps over the lazy dog 0123456789) show")
         if images:
@@ -82,12 +82,13 @@ def main():
     pages = int(sys.argv[1])
     out = sys.argv[2]
     images = "--images" in sys.argv
+    text_lines = int(sys.argv[sys.argv.index("--lines") + 1]) if "--lines" in sys.argv else 30
     with tempfile.TemporaryDirectory() as tmp:
         ps = os.path.join(tmp, "job.ps")
         pdf = os.path.join(tmp, "job.pdf")
         xps = os.path.join(tmp, "job.xps")
         with open(ps, "w") as f:
-            f.write(postscript(pages, images))
+            f.write(postscript(pages, images, text_lines))
         subprocess.run(["ps2pdf", ps, pdf], check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["gs", "-q", "-dBATCH", "-dNOPAUSE", "-dSAFER", "-sDEVICE=xpswrite",
                         f"-sOutputFile={xps}", pdf], check=True)

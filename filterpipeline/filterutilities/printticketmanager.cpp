@@ -373,3 +373,28 @@ HRESULT PrintTicketManager::GetUpdatedPrintTicketFromMap(CXString& uri,
     *ticket = found->second;
     return S_OK;
 }
+
+HRESULT PrintTicketManager::GetDevmodeFromPrintTicketString(wchar_t* ticketXml,
+                                                            ByteBuffer& devmode) {
+    devmode.clear();
+    if (ticketXml == nullptr) return E_POINTER;
+    HRESULT hr = S_OK;
+    try {
+        CComPtr<IXMLDOMDocument2> document;
+        RETURN_IF_FAILED(CreateDom(&document));
+        CComBSTR text(ticketXml);
+        VARIANT_BOOL loaded = VARIANT_FALSE;
+        RETURN_IF_FAILED(document->loadXML(text, &loaded));
+        if (loaded == VARIANT_FALSE) return E_FAIL;
+        PrintTicketXmlDocument ticket(document);
+        hr = ticket.GetDevmodeFromPrintTicket(devmode);
+    } catch (const ZorunComException& error) {
+        hr = error.GetHresult();
+    } catch (const CAtlException& error) {
+        hr = error.m_hr;
+    }
+    // Only S_OK carries a device mode: S_FALSE (none, or not a PrintTicket) and failures leave
+    // the buffer empty.
+    if (hr != S_OK) devmode.clear();
+    return hr;
+}

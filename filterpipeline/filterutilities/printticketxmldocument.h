@@ -5,6 +5,8 @@
 #pragma once
 
 #include "filterpipeline/filterutilities/printschemaxmldocument.h"
+#include "platform/win32/wingdi.h"
+#include "support/utilities/bytebuffer.h"
 
 class PrintTicketXmlDocument : public PrintSchemaXmlDocument {
 public:
@@ -79,6 +81,27 @@ public:
     // document ("PrintTicket" selects the root); HRESULT_FROM_WIN32(ERROR_NOT_FOUND) when there
     // is no such element.
     HRESULT AppendToElement(const wchar_t* elementLocalName, IXMLDOMNode* child);
+
+    // --- The driver's private data (printticketxmldocument_privatedata.cpp,
+    // docs/privatedata.md) ---
+
+    // Writes the device mode, framed by its CRC, as the base64 private ParameterInit
+    // "JobZorunDriverData" (replacing one there), the root's last child. Never throws: returns
+    // the failure.
+    HRESULT SetJobZorunDriverDataInPrintTicket(DEVMODEW* devmode, DWORD size);
+    // The device mode of "JobZorunDriverData", CRC checked (a mismatch empties the buffer and
+    // throws E_FAIL) and with a truncated private area zero-filled; empty when absent.
+    void GetJobZorunDriverDataFromPrintTicket(ByteBuffer& devmode);
+    // The bytes of "PageDevmodeSnapshot"; empty when absent. Text that is not base64 empties
+    // the buffer and throws E_FAIL.
+    void GetPageDevmodeSnapshotFromPrintTicket(ByteBuffer& devmode);
+    // The page snapshot when it holds the driver's current plug-in part: S_OK; S_FALSE when the
+    // ticket has no snapshot; E_FAIL (or the failure met) otherwise, the buffer then empty.
+    // Never throws.
+    HRESULT GetDevmodeFromPrintTicket(ByteBuffer& devmode);
+    // Inserts the maker's job ticket (ANSI text) as the private ParameterInit
+    // "JobZorunZjifJobTicket", wrapped in "<![CDATA[\n...\n]]>" text, as the root's first child.
+    void CreateZorunZjifParameterInit(ByteBuffer& zjifTicket);
 
 private:
     friend class PrintSchemaTestAccess;  // lets the unit tests reach the private helpers

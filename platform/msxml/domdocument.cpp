@@ -97,6 +97,7 @@ DomDocument::DomDocument() : DomNode(nullptr, nullptr, true) {
     xmlDocPtr doc = xmlNewDoc(reinterpret_cast<const xmlChar*>("1.0"));
     if (doc == nullptr) return;
     Tree* tree = Tree::Create(doc, this);
+    if (tree == nullptr) return;  // the factory reports E_OUTOFMEMORY
     SetDocumentTree(tree);
     tree->Release();
 }
@@ -321,6 +322,7 @@ HRESULT DomDocument::CloneDocument(bool deep, IXMLDOMNode** clone) {
     copy->m_async = m_async;
     copy->m_flags = m_flags;
     copy->m_maxElementDepth = m_maxElementDepth;
+    copy->m_maxXmlSize = m_maxXmlSize;
     FU_RETURN_IF_FAILED(copy->m_xpath.SetSelectionNamespaces(m_xpath.SelectionNamespaces()));
     if (deep) {
         xmlDocPtr source = m_tree->Doc();
@@ -347,6 +349,7 @@ HRESULT DomDocument::FinishLoad(xmlDocPtr parsed, ParseErrorInfo error, std::str
         if (parsed == nullptr) return E_OUTOFMEMORY;
     }
     Tree* tree = Tree::Create(parsed, this);
+    if (tree == nullptr) return E_OUTOFMEMORY;
     SetDocumentTree(tree);
     tree->Release();
     m_lastError = std::move(error);

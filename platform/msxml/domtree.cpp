@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <mutex>
+#include <new>
 
 namespace platform::msxml {
 
@@ -28,7 +29,9 @@ xmlNode* NextInSubtree(xmlNode* cur, const xmlNode* root) {
 }
 
 Tree* Tree::Create(xmlDocPtr doc, DomDocument* owner) {
-    return new Tree(doc, owner);
+    Tree* tree = new (std::nothrow) Tree(doc, owner);
+    if (tree == nullptr) xmlFreeDoc(doc);
+    return tree;
 }
 
 ULONG Tree::Release() {

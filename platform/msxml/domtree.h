@@ -68,8 +68,8 @@ xmlNs* NewNsStruct(const xmlChar* prefix, const xmlChar* href);
 
 class Tree {
 public:
-    // Takes ownership of doc; owner is the document object (not counted: it outlives every
-    // wrapper, which holds it).
+    // Takes ownership of doc (freed at once when the tree cannot be made: null); owner is the
+    // document object (not counted: it outlives every wrapper, which holds it).
     static Tree* Create(xmlDocPtr doc, DomDocument* owner);
     ULONG AddRef() { return ++m_refs; }
     ULONG Release();

@@ -15,7 +15,6 @@ namespace {
 constexpr unsigned char kMagic[4] = {'Z', 'A', 'T', 'B'};
 constexpr std::size_t kNameSpaceHeaderSize = 12;
 constexpr std::size_t kAttributeHeaderSize = 8;
-constexpr std::size_t kCollectionHeaderSize = 4;
 constexpr std::uint8_t kFlagSpecified = 0x01;
 
 bool IsKnownUnit(int unit) {

@@ -100,6 +100,7 @@ TEST(FilterChain, TheBagCarriesTheJobFactsAndFilterParameters) {
     EXPECT_EQ(b[L"PrinterHandle"], std::to_wstring(VT_INT_PTR));
     EXPECT_EQ(b[L"UserSecurityToken"], std::to_wstring(VT_INT_PTR));
     EXPECT_EQ(b[L"PerUserPrintTicket"], std::to_wstring(VT_UNKNOWN));
+    EXPECT_EQ(b[L"TokenUsable"], L"yes");  // the ticket manager impersonates with it
 }
 
 struct FailureCase {

@@ -16,6 +16,7 @@
 #include "platform/com/comobject.h"
 #include "platform/com/unicode.h"
 #include "platform/printpipeline/filterpipeline.h"
+#include "platform/win32/security.h"
 
 namespace testfilters {
 
@@ -52,6 +53,13 @@ public:
                 std::lock_guard<std::mutex> lock(m_observed->mutex);
                 m_observed->properties[name] = std::to_wstring(value.vt);
             }
+        }
+        CComVariant token;
+        if (SUCCEEDED(bag->GetProperty(L"UserSecurityToken", &token))) {
+            bool usable = SetThreadToken(nullptr, reinterpret_cast<HANDLE>(token.intPtrVal)) != 0;
+            SetThreadToken(nullptr, nullptr);
+            std::lock_guard<std::mutex> lock(m_observed->mutex);
+            m_observed->properties[L"TokenUsable"] = usable ? L"yes" : L"no";
         }
         return S_OK;
     }

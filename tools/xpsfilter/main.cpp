@@ -6,6 +6,7 @@
 
 XPSFILTER_SUBCOMMAND(Run);
 XPSFILTER_SUBCOMMAND(Ticket);
+XPSFILTER_SUBCOMMAND(Devmode);
 
 namespace xpsfilter {
 
@@ -51,6 +52,11 @@ int ExitCodeFor(pipelinehost::ErrorKind kind) {
 }
 
 }  // namespace xpsfilter
+
+// Listed after every other subcommand: `ticket set-media` joins the `ticket` group, which must
+// exist by then when another subcommand makes it.
+XPSFILTER_SUBCOMMAND(Printer);
+XPSFILTER_SUBCOMMAND(TicketSetMedia);
 
 int main(int argc, char** argv) {
     CLI::App app{"Runs XPS print filter pipelines and works with PrintTickets.", "xpsfilter"};

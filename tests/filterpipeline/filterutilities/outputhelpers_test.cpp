@@ -78,19 +78,18 @@ TEST(WideToUtf8, NullSourceThrows) {
 TEST(SaxHandler, EscapesTheFiveEntityCharactersOnceEach) {
     Handler handler;
     CComBSTR text(L"<&\"'>");
-    ASSERT_EQ(handler.EscapeEntity(&text), S_OK);
+    ASSERT_EQ(handler.EscapeEntity(&text.m_str), S_OK);
     EXPECT_TRUE(text == L"&lt;&amp;&quot;&apos;&gt;");
 
     CComBSTR entity(L"&lt;");  // an existing entity is escaped again
-    ASSERT_EQ(handler.EscapeEntity(&entity), S_OK);
+    ASSERT_EQ(handler.EscapeEntity(&entity.m_str), S_OK);
     EXPECT_TRUE(entity == L"&amp;lt;");
 
     CComBSTR empty(L"");
     BSTR before = empty.m_str;
-    ASSERT_EQ(handler.EscapeEntity(&empty), S_OK);
+    ASSERT_EQ(handler.EscapeEntity(&empty.m_str), S_OK);
     EXPECT_EQ(empty.m_str, before);  // the same string, untouched
     EXPECT_EQ(handler.EscapeEntity(nullptr), E_POINTER);
-    handler.Release();
 }
 
 TEST(SaxHandler, WritesUtf8ToBothStreamKinds) {
@@ -112,7 +111,6 @@ TEST(SaxHandler, WritesUtf8ToBothStreamKinds) {
               E_POINTER);
     CXString empty;
     EXPECT_EQ(handler.WriteToPrintStream(&empty, printStream.p), E_FAIL);
-    handler.Release();
 }
 
 TEST(SaxHandler, IsACountedComObjectWhoseCallbacksSucceed) {

@@ -177,6 +177,7 @@ TEST(AttributeBytesReaderTest, OptionOrNewIdTakesOptionsAndIntegersOnly) {
 // A reader whose list comes from elsewhere, as the ticket's private-data reader does it.
 class CountingReader : public AttributeBytesReader {
 public:
+    using AttributeBytesReader::GetAttributeBytesIndexedListRef;
     AttributeBytesIndexedList& GetAttributeBytesIndexedListRef() override {
         ++m_calls;
         return m_own;

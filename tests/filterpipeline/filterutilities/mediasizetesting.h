@@ -1,0 +1,113 @@
+// mediasizetesting.h: helpers of the page media size and imageable area tests: form records,
+// environment variables set for one test, printer registries of the tests' own, and a token
+// the calling thread can impersonate.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include "platform/win32/kernel.h"
+#include "platform/win32/printers.h"
+#include "platform/win32/security.h"
+
+namespace mediasizetesting {
+
+namespace fs = std::filesystem;
+using Form = MSDeviceCapabilities::_tag_FormsInfoRec;
+
+inline Form MakeForm(DWORD kind, WORD paperId, DWORD width, DWORD height, INT32 value) {
+    Form form{};
+    form.kind = kind;
+    form.paperId = paperId;
+    form.width = width;
+    form.height = height;
+    form.dataModelValue = value;
+    return form;
+}
+
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : m_name(name) {
+        if (const char* old = std::getenv(name)) m_old = old;
+        if (value) {
+            setenv(name, value->c_str(), 1);
+        } else {
+            unsetenv(name);
+        }
+    }
+    ~ScopedEnvironment() {
+        if (m_old) {
+            setenv(m_name, m_old->c_str(), 1);
+        } else {
+            unsetenv(m_name);
+        }
+    }
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+private:
+    const char* m_name;
+    std::optional<std::string> m_old;
+};
+
+// A folder of the current test's own under the build tree, removed afterwards.
+class ScratchDirectory {
+public:
+    explicit ScratchDirectory(const std::string& tag) {
+        const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+        m_path = fs::path(FU_BINARY_DIR) / "testscratch" /
+                 (tag + "-" + std::to_string(getpid()) + "-" + test->name());
+        fs::remove_all(m_path);
+        fs::create_directories(m_path);
+    }
+    ~ScratchDirectory() {
+        std::error_code ignored;
+        fs::remove_all(m_path, ignored);
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+    const fs::path& Path() const { return m_path; }
+
+private:
+    fs::path m_path;
+};
+
+// Writes <registry>/<printer>/printer.ini with the given text.
+inline void WritePrinter(const fs::path& registry, const std::string& printer,
+                         const std::string& ini) {
+    fs::create_directories(registry / printer);
+    std::ofstream(registry / printer / "printer.ini", std::ios::binary) << ini;
+}
+
+// The sample printer of the project's sample registry.
+inline const char* kSamplePrinter = "Zorun Sample Printer";
+inline std::string SampleRegistry() {
+    return std::string(FU_SOURCE_DIR) + "/samples/printers";
+}
+
+// A token of the process's user, closed at the end of the scope.
+class ProcessToken {
+public:
+    ProcessToken() {
+        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &m_token));
+    }
+    ~ProcessToken() {
+        if (m_token != nullptr) CloseHandle(m_token);
+    }
+    ProcessToken(const ProcessToken&) = delete;
+    ProcessToken& operator=(const ProcessToken&) = delete;
+
+    HANDLE Get() const { return m_token; }
+
+private:
+    HANDLE m_token = nullptr;
+};
+
+}  // namespace mediasizetesting

@@ -1,0 +1,309 @@
+// setmedia.cpp: `xpsfilter ticket set-media TICKET --printer NAME --size WxH [--postscript]
+// [-o OUT]` rewrites a PrintTicket's PageMediaSize from the printer's form of that size (or from
+// its custom-size entry when it has no form of the size), as a driver's filter does with the
+// page media size helper. Sizes are microns unless a unit follows: um, mm or in ("210x297mm",
+// "8.5x11in", "210000x297000"). The command joins the `ticket` group.
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "commandline.h"
+#include "filterpipeline/filterutilities/pagemediasizeptpchelper.h"
+#include "filterpipeline/filterutilities/printticketxmldocument.h"
+#include "platform/com/atl.h"
+#include "platform/com/comruntime.h"
+#include "platform/com/unicode.h"
+#include "platform/msxml/msxml6.h"
+#include "platform/prntvpt/prntvpt.h"
+#include "printer.h"
+#include "support/utilities/exceptions.h"
+#include "utilitiesstaticlib/pagesizedictionary.h"
+
+namespace xpsfilter {
+
+namespace {
+
+namespace fs = std::filesystem;
+using FormsInfoRec = PageMediaSizePtPcHelper::FormsInfoRec;
+
+struct SetMediaOptions {
+    std::string ticket;
+    std::string printer;
+    std::string size;
+    std::string output;
+    bool postScript = false;
+};
+
+struct SizeMicrons {
+    int width = 0;
+    int height = 0;
+};
+
+// One length of a size: the number and its unit ("" when none was written).
+struct Length {
+    double value = 0;
+    std::string unit;
+};
+
+CommandError SizeUsageError(const std::string& whole) {
+    return CommandError(kExitUsage, "--size " + whole +
+                                        ": expected WIDTHxHEIGHT, in microns or with a unit um, "
+                                        "mm or in (210x297mm, 8.5x11in)");
+}
+
+Length ParseLength(const std::string& text, const std::string& whole) {
+    std::size_t begin = text.find_first_not_of(' ');
+    if (begin == std::string::npos) throw SizeUsageError(whole);
+    const char* start = text.c_str() + begin;
+    char* end = nullptr;
+    errno = 0;
+    Length length;
+    length.value = std::strtod(start, &end);
+    if (end == start || errno == ERANGE || !std::isfinite(length.value)) {
+        throw SizeUsageError(whole);
+    }
+    std::string unit(end);
+    while (!unit.empty() && unit.back() == ' ') unit.pop_back();
+    while (!unit.empty() && unit.front() == ' ') unit.erase(0, 1);
+    for (char& c : unit) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (!unit.empty() && unit != "um" && unit != "mm" && unit != "in") {
+        throw SizeUsageError(whole);
+    }
+    length.unit = unit;
+    return length;
+}
+
+int ToMicrons(const Length& length, const std::string& whole) {
+    const double perUnit = length.unit == "mm" ? 1000.0 : length.unit == "in" ? 25400.0 : 1.0;
+    const double microns = std::round(length.value * perUnit);
+    if (microns <= 0) {
+        throw CommandError(kExitBadSize, "--size " + whole +
+                                             ": the width and the height must be greater than "
+                                             "zero (at least one micron)");
+    }
+    if (microns > INT_MAX) {
+        throw CommandError(kExitBadSize, "--size " + whole + ": a length is larger than " +
+                                             std::to_string(INT_MAX) + " microns");
+    }
+    return static_cast<int>(microns);
+}
+
+// "WxH": a unit written once applies to both lengths.
+SizeMicrons ParseSize(const std::string& text) {
+    const std::size_t separator = text.find_first_of("xX");
+    if (separator == std::string::npos || text.find_first_of("xX", separator + 1) != text.npos) {
+        throw SizeUsageError(text);
+    }
+    Length width = ParseLength(text.substr(0, separator), text);
+    Length height = ParseLength(text.substr(separator + 1), text);
+    if (width.unit.empty()) width.unit = height.unit;
+    if (height.unit.empty()) height.unit = width.unit;
+    return {ToMicrons(width, text), ToMicrons(height, text)};
+}
+
+std::string ReadTicketBytes(const std::string& path) {
+    std::error_code error;
+    if (fs::is_directory(path, error)) {
+        throw CommandError(kExitInputMissing, "cannot open the ticket file " + path);
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw CommandError(kExitInputMissing, "cannot open the ticket file " + path);
+    std::string bytes;
+    char buffer[64 * 1024];
+    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+        bytes.append(buffer, static_cast<std::size_t>(in.gcount()));
+        if (bytes.size() > platform::kMaxPrintTicketBytes) {
+            throw CommandError(kExitBadTicket,
+                               "the ticket file " + path + " is larger than the limit of " +
+                                   std::to_string(platform::kMaxPrintTicketBytes) + " bytes");
+        }
+    }
+    if (in.bad()) throw CommandError(kExitInputMissing, "cannot read the ticket file " + path);
+    return bytes;
+}
+
+CComPtr<IXMLDOMDocument2> LoadTicket(const std::string& path) {
+    const std::string bytes = ReadTicketBytes(path);
+    CComPtr<IXMLDOMDocument2> document;
+    if (FAILED(document.CoCreateInstance(CLSID_DOMDocument60))) {
+        throw CommandError(kExitInternal, "no XML DOM available");
+    }
+    CComPtr<IStream> stream;
+    if (FAILED(platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream))) {
+        throw CommandError(kExitInternal, "out of memory");
+    }
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    const HRESULT hr = document->load(CComVariant(static_cast<IUnknown*>(stream.p)), &loaded);
+    if (FAILED(hr) || loaded != VARIANT_TRUE) {
+        std::string reason;
+        CComPtr<IXMLDOMParseError> parseError;
+        CComBSTR text;
+        if (SUCCEEDED(document->get_parseError(&parseError)) && parseError &&
+            SUCCEEDED(parseError->get_reason(&text)) && text.Length() > 0) {
+            reason = ": " + platform::WideToUtf8(text.m_str);
+        }
+        throw CommandError(kExitBadTicket, path + " is not well-formed XML" + reason);
+    }
+    return document;
+}
+
+// The document's UTF-8 serialisation, with its XML declaration.
+std::string Serialise(IXMLDOMDocument2* document) {
+    CComPtr<IStream> stream;
+    if (FAILED(document->QueryInterface(IID_IStream, reinterpret_cast<void**>(&stream)))) {
+        throw CommandError(kExitInternal, "cannot serialise the ticket");
+    }
+    std::string text;
+    char buffer[64 * 1024];
+    for (;;) {
+        ULONG read = 0;
+        const HRESULT hr = stream->Read(buffer, sizeof buffer, &read);
+        if (FAILED(hr)) throw CommandError(kExitInternal, "cannot serialise the ticket");
+        text.append(buffer, read);
+        if (read == 0 || hr == S_FALSE) break;
+    }
+    return text;
+}
+
+// Writes through a temporary file beside the target, so that a failure leaves no half-written
+// file; "" or "-" is standard output.
+void WriteOutput(const std::string& path, const std::string& text) {
+    if (path.empty() || path == "-") {
+        std::cout << text;
+        if (!text.empty() && text.back() != '\n') std::cout << "\n";
+        std::cout.flush();
+        if (!std::cout.good()) throw CommandError(kExitOutput, "cannot write standard output");
+        return;
+    }
+    const fs::path target(path);
+    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
+    const int fd = ::mkstemp(pattern.data());
+    if (fd < 0) throw CommandError(kExitOutput, "cannot write " + path);
+    bool written = static_cast<std::size_t>(::write(fd, text.data(), text.size())) == text.size();
+    written = ::close(fd) == 0 && written;
+    std::error_code renamed;
+    if (written) fs::rename(pattern, target, renamed);
+    if (!written || renamed) {
+        std::error_code ignored;
+        fs::remove(pattern, ignored);
+        throw CommandError(kExitOutput, "cannot write " + path);
+    }
+}
+
+std::unique_ptr<PrintTicketXmlDocument> WrapTicket(IXMLDOMDocument2* document,
+                                                   const std::string& path) {
+    try {
+        return std::make_unique<PrintTicketXmlDocument>(document);
+    } catch (const ZorunComException&) {
+        throw CommandError(kExitBadTicket, path + " is not a PrintTicket");
+    }
+}
+
+bool HasPrivateKeywordsPrefix(const PrintTicketXmlDocument& ticket) {
+    const CComBSTR prefix = ticket.GetUserKeywordsNsPrefix();
+    return prefix.m_str != nullptr &&
+           std::wstring(prefix.m_str) == PrintSchema::PrivateKeywordsPrefix;
+}
+
+// A private option name needs the private-keywords namespace declared in the ticket: declares it
+// on the root element (as zk) and wraps the document again, so that the name gets its prefix.
+std::unique_ptr<PrintTicketXmlDocument> DeclarePrivateKeywords(IXMLDOMDocument2* document,
+                                                               const std::string& path) {
+    CComPtr<IXMLDOMElement> root;
+    std::wstring prefix(PrintSchema::PrivateKeywordsPrefix);
+    prefix.pop_back();  // its colon
+    const CComBSTR attribute((L"xmlns:" + prefix).c_str());
+    if (FAILED(document->get_documentElement(&root)) || !root ||
+        FAILED(
+            root->setAttribute(attribute, CComVariant(PrintSchema::PrivateKeywordsNamespaceUri)))) {
+        throw CommandError(kExitInternal, "cannot declare the private keywords namespace");
+    }
+    return WrapTicket(document, path);
+}
+
+int SetMedia(const SetMediaOptions& options) {
+    const SizeMicrons size = ParseSize(options.size);
+    CheckPrinterConfiguration(options.printer);
+    CComPtr<IXMLDOMDocument2> document = LoadTicket(options.ticket);
+    std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(document, options.ticket);
+
+    const PageMediaSizePtPcHelper::FormsInfoList forms = FilteredForms(options.printer);
+    FormsInfoRec form{};
+    const HRESULT match = PageMediaSizePtPcHelper::FindFormInfoRect(forms, size.width, size.height,
+                                                                    DataModelIds::ValueAny, &form);
+    if (match != S_OK && form.kind != MSDeviceCapabilities::FormKindCustomSizeEntry) {
+        throw CommandError(kExitNoMatchingForm,
+                           "the printer \"" + options.printer + "\" has no form of " +
+                               std::to_string(size.width / 100) + "x" +
+                               std::to_string(size.height / 100) +
+                               " tenths of a millimetre and no custom-size entry");
+    }
+
+    PageSizeDictionary dictionary(nullptr);
+    const OptionName name = NameOf(dictionary, form, options.postScript);
+    if (!name.error.empty()) {
+        throw CommandError(kExitPrinterConfig, "the printer's form " +
+                                                   platform::WideToUtf8(platform::FormName(form)) +
+                                                   " " + name.error);
+    }
+    if (name.ns == PrintSchema::MsPrintTicketUserKeywordsNamespace &&
+        !HasPrivateKeywordsPrefix(*ticket)) {
+        ticket = DeclarePrivateKeywords(document, options.ticket);
+    }
+    PageMediaSizePtPcHelper::AddOrReplacePageMediaSize(*ticket, options.postScript, dictionary,
+                                                       form);
+    WriteOutput(options.output, Serialise(document));
+
+    std::cerr << "xpsfilter: PageMediaSize "
+              << (name.name.empty() ? std::string("(unnamed option)")
+                                    : std::string(NamespaceLabel(name.ns)) + ":" +
+                                          platform::WideToUtf8(name.name))
+              << ", " << form.width << "x" << form.height << " tenths of a millimetre"
+              << (match == S_OK
+                      ? ", form \"" + platform::WideToUtf8(platform::FormName(form)) + "\""
+                      : std::string(", the printer's custom size"))
+              << "\n";
+    return kExitOk;
+}
+
+}  // namespace
+
+}  // namespace xpsfilter
+
+// Joins the `ticket` group when another subcommand made it, else makes it.
+void AddTicketSetMediaCommand(xpsfilter::CommandLine& commands) {
+    CLI::App* ticket = nullptr;
+    try {
+        ticket = commands.App().get_subcommand("ticket");
+    } catch (const CLI::OptionNotFound&) {
+        ticket = commands.App().add_subcommand("ticket", "Work with PrintTickets");
+        ticket->require_subcommand(1);
+    }
+
+    auto options = std::make_shared<xpsfilter::SetMediaOptions>();
+    CLI::App* command = ticket->add_subcommand(
+        "set-media", "Set the ticket's PageMediaSize to the printer's form of a size");
+    command->add_option("TICKET", options->ticket, "The PrintTicket file")->required();
+    command->add_option("--printer", options->printer, "The printer whose forms are used")
+        ->required();
+    command
+        ->add_option("--size", options->size,
+                     "WIDTHxHEIGHT in microns, or with a unit: 210x297mm, 8.5x11in")
+        ->required();
+    command->add_flag("--postscript", options->postScript,
+                      "Write custom sizes as a PostScript driver does (PSCustomMediaSize)");
+    command->add_option("-o,--output", options->output,
+                        "Where to write the ticket (default: standard output)");
+    command->callback([&commands, options] {
+        commands.SetExitCode(xpsfilter::RunGuarded([&] { return xpsfilter::SetMedia(*options); }));
+    });
+}
