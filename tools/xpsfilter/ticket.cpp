@@ -573,9 +573,15 @@ int Guarded(Body body) {
 }  // namespace
 
 void AddTicketCommand(xpsfilter::CommandLine& commands) {
-    CLI::App* ticket =
-        commands.App().add_subcommand("ticket", "Merge PrintTickets and show what they say");
-    ticket->require_subcommand(1);
+    // The `ticket` group is shared with other ticket subcommands (set-media): joined when one
+    // of them made it first.
+    CLI::App* ticket = nullptr;
+    try {
+        ticket = commands.App().get_subcommand("ticket");
+    } catch (const CLI::OptionNotFound&) {
+        ticket = commands.App().add_subcommand("ticket", "Work with PrintTickets");
+        ticket->require_subcommand(1);
+    }
 
     auto merge = std::make_shared<MergeOptions>();
     CLI::App* mergeCommand = ticket->add_subcommand(
