@@ -79,6 +79,9 @@ function(fu_finish_install)
     install(FILES "${CMAKE_BINARY_DIR}/filterutilitiesConfig.cmake"
                   "${CMAKE_BINARY_DIR}/filterutilitiesConfigVersion.cmake"
             DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/filterutilities")
+    # The pkg-config file finds its prefix relative to itself, so the installed tree can move.
+    file(RELATIVE_PATH FU_PC_RELATIVE_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+    string(REGEX REPLACE "/$" "" FU_PC_RELATIVE_PREFIX "${FU_PC_RELATIVE_PREFIX}")
     configure_file("${CMAKE_SOURCE_DIR}/cmake/filterutilities.pc.in"
                    "${CMAKE_BINARY_DIR}/filterutilities.pc" @ONLY)
     install(FILES "${CMAKE_BINARY_DIR}/filterutilities.pc"
