@@ -4,11 +4,17 @@
 #include "builtins.h"
 
 #include "pipelinehost/rawpassthroughfilter.h"
+#ifdef XPSFILTER_HAS_WATERMARK
+#include "filters/watermark/watermarkfilter.h"
+#endif
 
 namespace xpsfilter {
 
 void RegisterBuiltinFilters(pipelinehost::FilterRegistry& registry) {
     registry.AddBuiltin("passthrough", &pipelinehost::CreateRawPassThroughFilter);
+#ifdef XPSFILTER_HAS_WATERMARK
+    registry.AddBuiltin("watermark", &CreateWatermarkFilter);
+#endif
 }
 
 }  // namespace xpsfilter
