@@ -1,0 +1,65 @@
+// pagerewriter.h: PageRewriter, a SAX content handler that re-serialises a fixed page's markup
+// as UTF-8 while the parser reads it — every element, attribute, namespace declaration, text
+// and processing instruction, escaped — and inserts extra markup (the watermark) just before
+// the closing tag of the root element. The result is kept in memory until the parse has
+// succeeded, so that markup that turns out not to be well-formed never reaches the output.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "filterpipeline/filterutilities/saxhandler.h"
+
+class PageRewriter : public CSaxHandler {
+public:
+    // What the root element tells the inserter: its qualified-name prefix ("" or "x:"), its
+    // namespace URI and its Width and Height attributes (0 when absent or not numbers).
+    struct RootInfo {
+        std::wstring prefix;
+        std::wstring namespaceUri;
+        double width = 0.0;
+        double height = 0.0;
+    };
+    // Returns the markup to insert before the root's closing tag (already escaped).
+    using Inserter = std::function<std::wstring(const RootInfo&)>;
+
+    explicit PageRewriter(Inserter inserter);
+
+    // Parses `input` (an IStream or ISequentialStream) with the MSXML SAX reader and rebuilds
+    // the markup. S_OK: Output() holds the new page. Any failure (the parser's error for markup
+    // that is not well-formed, the stream's error, E_OUTOFMEMORY) leaves Output() incomplete.
+    HRESULT Rewrite(IUnknown* input);
+
+    // The rebuilt markup as wide text; WriteTo converts it to UTF-8 onto a stream.
+    const std::wstring& Output() const { return m_out; }
+    HRESULT WriteTo(IPrintWriteStream* stream);
+
+    HRESULT startDocument() override;
+    HRESULT startPrefixMapping(const wchar_t* prefix, INT prefixLength, const wchar_t* uri,
+                               INT uriLength) override;
+    HRESULT startElement(const wchar_t* namespaceUri, INT namespaceUriLength,
+                         const wchar_t* localName, INT localNameLength, const wchar_t* qName,
+                         INT qNameLength, ISAXAttributes* attributes) override;
+    HRESULT endElement(const wchar_t* namespaceUri, INT namespaceUriLength,
+                       const wchar_t* localName, INT localNameLength, const wchar_t* qName,
+                       INT qNameLength) override;
+    HRESULT characters(const wchar_t* chars, INT length) override;
+    HRESULT ignorableWhitespace(const wchar_t* chars, INT length) override;
+    HRESULT processingInstruction(const wchar_t* target, INT targetLength, const wchar_t* data,
+                                  INT dataLength) override;
+
+    // Escapes text for an attribute value or element content: the five entity characters, and
+    // tab, line feed and carriage return as character references so that they survive the
+    // parser's normalisation.
+    HRESULT AppendEscaped(const wchar_t* text, INT length);
+
+private:
+    Inserter m_inserter;
+    std::wstring m_out;
+    std::wstring m_rootInsert;
+    std::vector<std::pair<std::wstring, std::wstring>> m_pendingNamespaces;
+    int m_depth = 0;
+    bool m_inserted = false;
+};

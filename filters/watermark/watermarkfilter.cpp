@@ -1,0 +1,159 @@
+// watermarkfilter.cpp: the watermark sample filter: per page, the watermark of the page's
+// ticket, the page markup re-serialised with the watermark's markup, and the font or image part
+// written once per job through the resource cache.
+#include "filters/watermark/watermarkfilter.h"
+
+#include <new>
+
+#include "filterpipeline/filterutilities/printreadstreamtoistream.h"
+#include "filters/watermark/pagerewriter.h"
+#include "platform/com/unicode.h"
+#include "support/errorframe/errorframe.h"
+
+namespace {
+
+using PrintSchema::Watermark::WatermarkData;
+
+void Report(const std::string& message) {
+    DbgPrint("watermark: %s\n", message.c_str());
+}
+
+}  // namespace
+
+WatermarkFilter::WatermarkFilter() = default;
+WatermarkFilter::~WatermarkFilter() = default;
+
+HRESULT WatermarkFilter::InitializeFilter(IInterFilterCommunicator* communicator,
+                                          IPrintPipelinePropertyBag* propertyBag,
+                                          IPrintPipelineManagerControl* managerControl) {
+    RETURN_IF_FAILED(XpsFilterBase::InitializeFilter(communicator, propertyBag, managerControl));
+    try {
+        CComVariant value;
+        if (SUCCEEDED(m_pPropertyBag->GetProperty(L"FontFile", &value)) && value.vt == VT_BSTR &&
+            value.bstrVal != nullptr && value.bstrVal[0] != L'\0') {
+            m_fontFile = platform::WideToUtf8(value.bstrVal);
+        }
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT WatermarkFilter::RewritePage(
+    IFixedPage* page,
+    const std::function<std::wstring(double, double, const std::wstring&)>& insert) {
+    CComPtr<IPrintReadStream> markup;
+    RETURN_IF_FAILED(page->GetStream(&markup));
+    CComPtr<IStream> input;
+    input.Attach(new CPrintReadStreamToIStream(markup));
+
+    bool hadMarkup = false;
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter([&](const PageRewriter::RootInfo& root) {
+        // Only a FixedPage root gets the watermark; its size comes from its own attributes.
+        if (root.width <= 0.0 || root.height <= 0.0) return std::wstring();
+        std::wstring text = insert(root.width, root.height, root.prefix);
+        hadMarkup = !text.empty();
+        return text;
+    }));
+    const HRESULT parsed = rewriter->Rewrite(input);
+    if (FAILED(parsed)) {
+        if (parsed == E_OUTOFMEMORY) return parsed;
+        ++m_pagesNotParsed;
+        Report("page markup does not parse; the page is passed on unchanged");
+        return S_FALSE;
+    }
+    if (!hadMarkup) return S_FALSE;
+
+    CComPtr<IPrintWriteStream> output;
+    RETURN_IF_FAILED(page->GetWriteStream(&output));
+    const HRESULT written = rewriter->WriteTo(output);
+    output->Close();
+    RETURN_IF_FAILED(written);
+    return S_OK;
+}
+
+PartFileWriter* WatermarkFilter::ImageWriter(const std::wstring& path, watermark::ImageInfo& info) {
+    auto found = m_bitmaps.find(path);
+    if (found == m_bitmaps.end()) {
+        Bitmap bitmap;
+        std::vector<unsigned char> bytes;
+        if (!PartFileWriter::ReadFile(platform::WideToUtf8(path), kMaxResourceBytes, bytes)) {
+            Report("bitmap " + platform::WideToUtf8(path) + " cannot be read");
+        } else if (!watermark::ReadImageInfo(bytes, bitmap.info)) {
+            Report("bitmap " + platform::WideToUtf8(path) + " is not a PNG, JPEG or TIFF image");
+        } else {
+            const std::wstring uri = L"/Resources/Images/Watermark" +
+                                     std::to_wstring(m_bitmaps.size() + 1) + bitmap.info.extension;
+            bitmap.writer =
+                std::make_unique<PartFileWriter>(L"watermark-image:" + path, uri, IID_IPartImage,
+                                                 bitmap.info.contentType, std::move(bytes));
+        }
+        found = m_bitmaps.emplace(path, std::move(bitmap)).first;
+    }
+    info = found->second.info;
+    return found->second.writer.get();
+}
+
+HRESULT WatermarkFilter::OnFixedPage(IFixedPage* page) {
+    if (page == nullptr) return E_POINTER;
+    RETURN_IF_FAILED(m_printTicketManager.InitializeWithPrintTicket(page));
+    XpsFilterPrintTicket* ticket = nullptr;
+    RETURN_IF_FAILED(m_printTicketManager.GetTicket(kPTPageScope, &ticket));
+    bool found = false;
+    HRESULT status = S_OK;
+    const WatermarkData data = ticket->GetWatermark(&found, &status);
+    if (FAILED(status)) {
+        Report("the watermark settings cannot be read; the page is passed on unchanged");
+        return XpsFilterBase::OnFixedPage(page);
+    }
+
+    PartFileWriter* resource = nullptr;
+    std::function<std::wstring(double, double, const std::wstring&)> insert;
+    if (data.type == PrintSchema::Watermark::WatermarkTypeText ||
+        data.type == PrintSchema::Watermark::WatermarkTypeTextAndTimeStamp) {
+        if (!m_fontWriter) {
+            std::vector<unsigned char> font;
+            if (!PartFileWriter::ReadFile(m_fontFile, kMaxResourceBytes, font)) {
+                Report("font " + m_fontFile + " cannot be read");
+                return HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+            }
+            m_fontWriter = std::make_unique<PartFileWriter>(
+                L"watermark-font", kFontUri, IID_IPartFont, kFontContentType, std::move(font));
+        }
+        resource = m_fontWriter.get();
+        insert = [&](double width, double height, const std::wstring& prefix) {
+            return watermark::TextMarkup(data, width, height, prefix, kFontUri);
+        };
+    } else if (data.type == PrintSchema::Watermark::WatermarkTypeBitmap &&
+               data.image.bitmapPath != nullptr && data.image.bitmapPath[0] != L'\0') {
+        watermark::ImageInfo info;
+        resource = ImageWriter(std::wstring(data.image.bitmapPath), info);
+        if (resource != nullptr) {
+            const std::wstring uri = resource->Uri();
+            insert = [&data, info, uri](double width, double height, const std::wstring& prefix) {
+                return watermark::ImageMarkup(data, info, width, height, prefix, uri);
+            };
+        }
+    }
+    if (!insert) return XpsFilterBase::OnFixedPage(page);
+
+    const HRESULT rewritten = RewritePage(page, insert);
+    RETURN_IF_FAILED(rewritten);
+    if (rewritten == S_OK) {
+        RETURN_IF_FAILED(m_resourceCache.WriteResource(m_pXpsConsumer, page, resource));
+        ++m_pagesMarked;
+    }
+    return XpsFilterBase::OnFixedPage(page);
+}
+
+HRESULT CreateWatermarkFilter(IPrintPipelineFilter** filter) {
+    if (filter == nullptr) return E_POINTER;
+    *filter = nullptr;
+    try {
+        *filter = new WatermarkFilter();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}

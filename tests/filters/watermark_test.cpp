@@ -1,0 +1,563 @@
+// watermark_test.cpp: the watermark filter — its re-serialising SAX handler and markup builder,
+// and whole jobs through xpsfilter with watermark settings in a temporary configuration
+// directory, the output read back with libzip and libxml2 and rendered with MuPDF.
+#include <gtest/gtest.h>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <unistd.h>
+#include <zip.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "filters/watermark/pagerewriter.h"
+#include "filters/watermark/watermarkfilter.h"
+#include "filters/watermark/watermarkmarkup.h"
+#include "platform/com/atl.h"
+#include "platform/com/comruntime.h"
+#include "platform/com/unicode.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string kXpsFilter = std::string(FU_BINARY_DIR) + "/bin/xpsfilter";
+const std::string kPipeline = std::string(FU_SOURCE_DIR) + "/samples/pipelines/watermark.xml";
+const std::string kSampleJob = std::string(FU_SOURCE_DIR) + "/samples/sample_job.xps";
+
+// --- helpers ---------------------------------------------------------------------------------
+
+bool ParsesAsXml(const std::string& bytes) {
+    xmlDocPtr doc = xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), "page.xml", nullptr,
+                                  XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    if (doc == nullptr) return false;
+    xmlFreeDoc(doc);
+    return true;
+}
+
+// The value of the first attribute `name` of an element `element` anywhere in the document.
+std::string FindAttribute(xmlNodePtr node, const char* element, const char* name) {
+    for (; node != nullptr; node = node->next) {
+        if (node->type == XML_ELEMENT_NODE &&
+            std::string(reinterpret_cast<const char*>(node->name)) == element) {
+            xmlChar* value = xmlGetProp(node, reinterpret_cast<const xmlChar*>(name));
+            if (value != nullptr) {
+                std::string text(reinterpret_cast<const char*>(value));
+                xmlFree(value);
+                return text;
+            }
+        }
+        std::string inner = FindAttribute(node->children, element, name);
+        if (!inner.empty()) return inner;
+    }
+    return {};
+}
+
+std::string AttributeOf(const std::string& xml, const char* element, const char* name) {
+    xmlDocPtr doc = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), "page.xml", nullptr,
+                                  XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    if (doc == nullptr) return {};
+    std::string value = FindAttribute(xmlDocGetRootElement(doc), element, name);
+    xmlFreeDoc(doc);
+    return value;
+}
+
+// The items of a ZIP file by name, in order.
+std::vector<std::pair<std::string, std::string>> ReadZip(const std::string& path) {
+    std::vector<std::pair<std::string, std::string>> items;
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_RDONLY, &error);
+    if (archive == nullptr) return items;
+    const zip_int64_t count = zip_get_num_entries(archive, 0);
+    for (zip_int64_t i = 0; i < count; ++i) {
+        const char* name = zip_get_name(archive, static_cast<zip_uint64_t>(i), 0);
+        zip_file_t* file = zip_fopen_index(archive, static_cast<zip_uint64_t>(i), 0);
+        if (name == nullptr || file == nullptr) continue;
+        std::string bytes;
+        char buffer[65536];
+        zip_int64_t got;
+        while ((got = zip_fread(file, buffer, sizeof buffer)) > 0) {
+            bytes.append(buffer, static_cast<std::size_t>(got));
+        }
+        zip_fclose(file);
+        items.emplace_back(name, std::move(bytes));
+    }
+    zip_close(archive);
+    return items;
+}
+
+// A rendered page: 8-bit RGB from a binary PPM.
+struct Image {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> rgb;
+    bool Same(const Image& other, int x, int y) const {
+        const std::size_t at = (static_cast<std::size_t>(y) * width + x) * 3;
+        return rgb[at] == other.rgb[at] && rgb[at + 1] == other.rgb[at + 1] &&
+               rgb[at + 2] == other.rgb[at + 2];
+    }
+};
+
+Image ReadPpm(const fs::path& path) {
+    Image image;
+    std::ifstream in(path, std::ios::binary);
+    std::string magic;
+    int maximum = 0;
+    in >> magic >> image.width >> image.height >> maximum;
+    in.get();
+    if (magic != "P6" || maximum != 255 || image.width <= 0 || image.height <= 0) return {};
+    image.rgb.resize(static_cast<std::size_t>(image.width) * image.height * 3);
+    in.read(reinterpret_cast<char*>(image.rgb.data()),
+            static_cast<std::streamsize>(image.rgb.size()));
+    return in ? image : Image{};
+}
+
+// A directory of its own for each test, removed afterwards.
+class ScratchDir {
+public:
+    ScratchDir() {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        m_path = fs::temp_directory_path() /
+                 ("fu_watermark_" + std::to_string(::getpid()) + "_" + info->name());
+        fs::remove_all(m_path);
+        fs::create_directories(m_path);
+    }
+    ~ScratchDir() { fs::remove_all(m_path); }
+    const fs::path& path() const { return m_path; }
+
+private:
+    fs::path m_path;
+};
+
+int Run(const std::string& command) {
+    const int status = std::system(command.c_str());
+    return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string Quote(const fs::path& path) {
+    return "'" + path.string() + "'";
+}
+
+// A job run: settings file contents (empty: none), whether the ticket names watermark 12.
+class WatermarkJob {
+public:
+    WatermarkJob(const fs::path& dir, const std::string& ini, bool withTicket = true) : m_dir(dir) {
+        const fs::path config = m_dir / "config";
+        fs::create_directories(config / "PrinterDriver" / "Zorun");
+        if (!ini.empty()) {
+            std::ofstream(config / "PrinterDriver" / "Zorun" / "ZrnWmV5.ini", std::ios::binary)
+                << ini;
+        }
+        m_environment = "XDG_CONFIG_HOME=" + Quote(config) + " ";
+        if (withTicket) {
+            std::ofstream(m_dir / "devmode.txt") << "[attributes]\n620 = option 12\n";
+            m_ticketArgument = " --ticket " + Quote(m_dir / "ticket.xml");
+            m_ticketMade =
+                Run(kXpsFilter + " devmode encode --as page -o " + Quote(m_dir / "ticket.xml") +
+                    " " + Quote(m_dir / "devmode.txt") + " 2>/dev/null") == 0;
+        }
+    }
+
+    bool TicketMade() const { return m_ticketMade; }
+
+    // Runs the job; the exit code of xpsfilter.
+    int Filter(const std::string& input, const fs::path& output) const {
+        return Run(m_environment + kXpsFilter + " run -q --pipeline " + Quote(kPipeline) +
+                   m_ticketArgument + " " + Quote(input) + " " + Quote(output));
+    }
+
+    // Renders every page at 72 dpi.
+    std::vector<Image> Render(const fs::path& job, const std::string& name) const {
+        const fs::path folder = m_dir / name;
+        fs::create_directories(folder);
+        std::vector<Image> pages;
+        if (Run("mutool draw -q -r 72 -o " + Quote(folder / "p%d.ppm") + " " + Quote(job) +
+                " 2>/dev/null") != 0) {
+            return pages;
+        }
+        for (int page = 1; fs::exists(folder / ("p" + std::to_string(page) + ".ppm")); ++page) {
+            pages.push_back(ReadPpm(folder / ("p" + std::to_string(page) + ".ppm")));
+        }
+        return pages;
+    }
+
+private:
+    fs::path m_dir;
+    std::string m_environment;
+    std::string m_ticketArgument;
+    bool m_ticketMade = true;
+};
+
+// Pixel differences inside and outside a box (72 dpi pixels).
+struct Difference {
+    int inside = 0;
+    int outside = 0;
+};
+
+Difference Compare(const Image& a, const Image& b, double x0, double y0, double x1, double y1) {
+    Difference difference;
+    for (int y = 0; y < a.height; ++y) {
+        for (int x = 0; x < a.width; ++x) {
+            if (a.Same(b, x, y)) continue;
+            const bool inside = x >= x0 && x <= x1 && y >= y0 && y <= y1;
+            ++(inside ? difference.inside : difference.outside);
+        }
+    }
+    return difference;
+}
+
+int CountItems(const std::vector<std::pair<std::string, std::string>>& items,
+               const std::string& fragment) {
+    int count = 0;
+    for (const auto& [name, bytes] : items) {
+        if (name.find(fragment) != std::string::npos) ++count;
+    }
+    return count;
+}
+
+std::string TextIni(const std::string& text, int fontHeight = 36) {
+    return "[12]\r\nWatermark Type=0\r\nDENSITY=60\r\nFontHeight=" + std::to_string(fontHeight) +
+           "\r\nRed=200\r\nGreen=0\r\nBlue=0\r\nText=" + text + "\r\n";
+}
+
+// A text watermark starts at the page centre; at 72 dpi the box runs from just left of the
+// centre to the page's right edge, one em above the baseline to half an em below it.
+void ExpectTextOnlyInBox(const std::vector<Image>& before, const std::vector<Image>& after,
+                         double emPoints) {
+    ASSERT_FALSE(before.empty());
+    ASSERT_EQ(before.size(), after.size());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        ASSERT_EQ(before[i].width, after[i].width);
+        ASSERT_EQ(before[i].height, after[i].height);
+        const double cx = before[i].width / 2.0;
+        const double cy = before[i].height / 2.0;
+        const Difference d = Compare(before[i], after[i], cx - 2, cy - 1.1 * emPoints,
+                                     before[i].width, cy + 0.5 * emPoints);
+        EXPECT_GT(d.inside, 50) << "page " << i + 1 << ": the watermark is not visible";
+        EXPECT_EQ(d.outside, 0) << "page " << i + 1 << ": pixels changed outside the watermark";
+    }
+}
+
+// --- the re-serialising handler --------------------------------------------------------------
+
+CComPtr<IStream> StreamOf(const std::string& bytes) {
+    CComPtr<IStream> stream;
+    if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &stream))) return nullptr;
+    ULONG written = 0;
+    stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
+    LARGE_INTEGER start{};
+    stream->Seek(start, STREAM_SEEK_SET, nullptr);
+    return stream;
+}
+
+HRESULT RewriteText(const std::string& xml, std::string& out, const std::wstring& insert,
+                    PageRewriter::RootInfo* seen = nullptr) {
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter([&](const PageRewriter::RootInfo& root) {
+        if (seen != nullptr) *seen = root;
+        return insert;
+    }));
+    CComPtr<IStream> input = StreamOf(xml);
+    const HRESULT hr = rewriter->Rewrite(input);
+    out = platform::WideToUtf8(rewriter->Output());
+    return hr;
+}
+
+TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
+    const std::string page =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<x:FixedPage xmlns:x=\"http://schemas.microsoft.com/xps/2005/06\" Width=\"816\" "
+        "Height=\"1056\" xml:lang=\"en\"><?pi some data?>"
+        "<x:Canvas Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\" Tag=\"line&#10;break&#9;tab\">"
+        "text &amp; &lt;tag&gt; \"q\" 'a' \xF0\x9F\x98\x80 \xC3\xA9<![CDATA[<raw>]]></x:Canvas>"
+        "<y:Other xmlns:y=\"urn:other\" y:attr=\"1\"/></x:FixedPage>";
+    std::string out;
+    PageRewriter::RootInfo root;
+    ASSERT_EQ(S_OK, RewriteText(page, out, L"<x:Canvas Name=\"inserted\"/>", &root));
+    EXPECT_EQ(L"x:", root.prefix);
+    EXPECT_EQ(L"http://schemas.microsoft.com/xps/2005/06", root.namespaceUri);
+    EXPECT_EQ(816.0, root.width);
+    EXPECT_EQ(1056.0, root.height);
+    ASSERT_TRUE(ParsesAsXml(out)) << out;
+    EXPECT_NE(std::string::npos, out.find("Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\""));
+    EXPECT_NE(std::string::npos, out.find("Tag=\"line&#10;break&#9;tab\""));
+    EXPECT_NE(std::string::npos, out.find("text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; "
+                                          "\xF0\x9F\x98\x80 \xC3\xA9&lt;raw&gt;"));
+    EXPECT_NE(std::string::npos, out.find("<y:Other xmlns:y=\"urn:other\" y:attr=\"1\">"));
+    EXPECT_NE(std::string::npos, out.find("<?pi some data?>"));
+    EXPECT_NE(std::string::npos, out.find("<x:Canvas Name=\"inserted\"/></x:FixedPage>"));
+    EXPECT_EQ(AttributeOf(page, "Canvas", "Tag"), AttributeOf(out, "Canvas", "Tag"));
+
+    // The output is its own fixed point: rewriting it again gives the same markup, the inserted
+    // element now written with an end tag.
+    std::string again;
+    ASSERT_EQ(S_OK, RewriteText(out, again, L""));
+    std::string expected = out;
+    expected.replace(expected.find("<x:Canvas Name=\"inserted\"/>"), 27,
+                     "<x:Canvas Name=\"inserted\"></x:Canvas>");
+    EXPECT_EQ(expected, again);
+}
+
+TEST(WatermarkPageRewriter, MarkupThatDoesNotParseFails) {
+    std::string out;
+    EXPECT_TRUE(FAILED(RewriteText("<FixedPage><Path></FixedPage>", out, L"")));
+    EXPECT_TRUE(FAILED(RewriteText("<FixedPage><u:Path/></FixedPage>", out, L"")));
+    EXPECT_TRUE(FAILED(RewriteText("<FixedPage>&bogus;</FixedPage>", out, L"")));
+    EXPECT_TRUE(FAILED(RewriteText("", out, L"")));
+    EXPECT_TRUE(FAILED(RewriteText("<!DOCTYPE x [<!ENTITY a \"b\">]><x>&a;</x>", out, L"")));
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter(nullptr));
+    EXPECT_EQ(E_POINTER, rewriter->Rewrite(nullptr));
+    EXPECT_EQ(E_POINTER, rewriter->WriteTo(nullptr));
+}
+
+// --- the markup builder ----------------------------------------------------------------------
+
+TEST(WatermarkMarkup, TextGlyphsAreEscapedAndWellFormed) {
+    PrintSchema::Watermark::WatermarkData data;
+    data.type = PrintSchema::Watermark::WatermarkTypeText;
+    data.text.text = L"{<&>\"'}\U0001F600\x01\x7Fz\tq";
+    data.text.color = L"#1A2B3C";
+    data.density = 50;
+    data.text.fontSizePoints = 72;
+    data.xOffset = 10;
+    data.yOffset = -20;
+    const std::wstring markup = watermark::TextMarkup(data, 800, 1000, L"", L"/f.ttf");
+    const std::string xml = "<FixedPage xmlns=\"http://schemas.microsoft.com/xps/2005/06\">" +
+                            platform::WideToUtf8(markup) + "</FixedPage>";
+    ASSERT_TRUE(ParsesAsXml(xml)) << xml;
+    EXPECT_EQ("{}{<&>\"'}\xF0\x9F\x98\x80\x7Fz q", AttributeOf(xml, "Glyphs", "UnicodeString"));
+    EXPECT_EQ("#801A2B3C", AttributeOf(xml, "Glyphs", "Fill"));
+    EXPECT_EQ("96", AttributeOf(xml, "Glyphs", "FontRenderingEmSize"));
+    EXPECT_EQ("410", AttributeOf(xml, "Glyphs", "OriginX"));
+    EXPECT_EQ("480", AttributeOf(xml, "Glyphs", "OriginY"));
+    EXPECT_EQ("", AttributeOf(xml, "Glyphs", "RenderTransform"));
+
+    data.text.font.lfEscapement = 900;
+    data.text.font.lfWeight = 700;
+    data.text.color = L"not a colour";
+    data.density = 250;
+    const std::string turned =
+        platform::WideToUtf8(watermark::TextMarkup(data, 800, 1000, L"p:", L"/f.ttf"));
+    EXPECT_NE(std::string::npos, turned.find("<p:Canvas><p:Glyphs ")) << turned;
+    EXPECT_NE(std::string::npos, turned.find("RenderTransform=\"0,-1,1,0,-70,890\"")) << turned;
+    EXPECT_NE(std::string::npos, turned.find("StyleSimulations=\"BoldSimulation\""));
+    EXPECT_NE(std::string::npos, turned.find("Fill=\"#FF000000\""));
+
+    data.text.text = L"\x01\x02";
+    EXPECT_TRUE(watermark::TextMarkup(data, 800, 1000, L"", L"/f.ttf").empty());
+    data.text.text = L"";
+    EXPECT_TRUE(watermark::TextMarkup(data, 800, 1000, L"", L"/f.ttf").empty());
+}
+
+TEST(WatermarkMarkup, ImageHeadersAndBox) {
+    const auto items = ReadZip(kSampleJob);
+    std::string png;
+    for (const auto& [name, bytes] : items) {
+        if (name == "Resources/Images/gradient.png") png = bytes;
+    }
+    ASSERT_FALSE(png.empty());
+    watermark::ImageInfo info;
+    ASSERT_TRUE(watermark::ReadImageInfo({png.begin(), png.end()}, info));
+    EXPECT_EQ(L"image/png", info.contentType);
+    EXPECT_GT(info.width, 0u);
+    EXPECT_GT(info.height, 0u);
+
+    // A baseline JPEG header (SOI, JFIF at 72 dpi, SOF0 of 30 x 20) and a TIFF header.
+    const std::vector<unsigned char> jpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',
+                                             'F',  0x00, 0x01, 0x01, 0x01, 0x00, 0x48, 0x00, 0x48,
+                                             0x00, 0x00, 0xFF, 0xC0, 0x00, 0x0B, 0x08, 0x00, 0x14,
+                                             0x00, 0x1E, 0x01, 0x01, 0x11, 0x00};
+    ASSERT_TRUE(watermark::ReadImageInfo(jpeg, info));
+    EXPECT_EQ(L"image/jpeg", info.contentType);
+    EXPECT_EQ(30u, info.width);
+    EXPECT_EQ(20u, info.height);
+    EXPECT_EQ(72.0, info.dpiX);
+    const std::vector<unsigned char> tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 2, 0, 0, 1,
+                                             3,   0,   1,  0, 0, 0, 7, 0, 0, 0, 1, 1,
+                                             4,   0,   1,  0, 0, 0, 9, 0, 0, 0};
+    ASSERT_TRUE(watermark::ReadImageInfo(tiff, info));
+    EXPECT_EQ(L"image/tiff", info.contentType);
+    EXPECT_EQ(7u, info.width);
+    EXPECT_EQ(9u, info.height);
+
+    EXPECT_FALSE(watermark::ReadImageInfo({}, info));
+    EXPECT_FALSE(watermark::ReadImageInfo({0x89, 'P', 'N', 'G'}, info));
+    EXPECT_FALSE(watermark::ReadImageInfo({0xFF, 0xD8, 0xFF, 0xC0, 0xFF, 0xFF}, info));
+    EXPECT_FALSE(watermark::ReadImageInfo({'M', 'M', 0, 42, 0xFF, 0xFF, 0xFF, 0xF0}, info));
+
+    PrintSchema::Watermark::WatermarkData data;
+    data.bitmapScale = 2.0f;
+    data.xOffset = 5;
+    watermark::ImageInfo image;
+    image.width = 100;
+    image.height = 50;
+    image.dpiX = image.dpiY = 192.0;
+    const watermark::Box box = watermark::ImageBox(data, image, 800, 1000);
+    EXPECT_DOUBLE_EQ(100.0, box.width);
+    EXPECT_DOUBLE_EQ(50.0, box.height);
+    EXPECT_DOUBLE_EQ(355.0, box.x);
+    EXPECT_DOUBLE_EQ(475.0, box.y);
+    const std::string xml =
+        "<FixedPage xmlns=\"http://schemas.microsoft.com/xps/2005/06\">" +
+        platform::WideToUtf8(watermark::ImageMarkup(data, image, 800, 1000, L"", L"/i&.png")) +
+        "</FixedPage>";
+    ASSERT_TRUE(ParsesAsXml(xml)) << xml;
+    EXPECT_EQ("/i&.png", AttributeOf(xml, "ImageBrush", "ImageSource"));
+    EXPECT_EQ("355,475,100,50", AttributeOf(xml, "ImageBrush", "Viewport"));
+    EXPECT_EQ("0.25", AttributeOf(xml, "Canvas", "Opacity"));
+}
+
+// --- whole jobs ------------------------------------------------------------------------------
+
+TEST(WatermarkJob, TextWatermarkChangesOnlyItsBoxAndTheFontIsWrittenOnce) {
+    ScratchDir dir;
+    WatermarkJob job(dir.path(), TextIni("WM&<x>"));
+    ASSERT_TRUE(job.TicketMade());
+    const fs::path out = dir.path() / "out.xps";
+    ASSERT_EQ(0, job.Filter(kSampleJob, out));
+
+    const auto items = ReadZip(out.string());
+    EXPECT_EQ(1, CountItems(items, "WatermarkDejaVuSans.ttf"));
+    int pages = 0;
+    for (const auto& [name, bytes] : items) {
+        if (name == "[Content_Types].xml") {
+            EXPECT_NE(std::string::npos, bytes.find("application/vnd.ms-opentype")) << bytes;
+        }
+        if (name.size() > 6 && name.substr(name.size() - 6) == ".fpage") {
+            ++pages;
+            EXPECT_TRUE(ParsesAsXml(bytes)) << name;
+            EXPECT_EQ("WM&<x>", AttributeOf(bytes, "Glyphs", "UnicodeString")) << name;
+            EXPECT_EQ("/Resources/Fonts/WatermarkDejaVuSans.ttf",
+                      AttributeOf(bytes, "Glyphs", "FontUri"));
+            EXPECT_EQ("#99C80000", AttributeOf(bytes, "Glyphs", "Fill"));
+        }
+        if (name.find("_rels/") != std::string::npos &&
+            name.find(".fpage.rels") != std::string::npos) {
+            EXPECT_NE(std::string::npos, bytes.find("/Resources/Fonts/WatermarkDejaVuSans.ttf"));
+        }
+    }
+    EXPECT_EQ(3, pages);
+    ExpectTextOnlyInBox(job.Render(kSampleJob, "in"), job.Render(out, "out"), 36.0);
+}
+
+TEST(WatermarkJob, CorpusJobGetsTheWatermarkOnEveryPage) {
+    const std::string input = std::string(FU_CORPUS_DIR) + "/xps/wpftest_word.xps";
+    if (!fs::exists(input)) GTEST_SKIP() << "corpus job missing";
+    ScratchDir dir;
+    WatermarkJob job(dir.path(), TextIni("Corpus", 24));
+    const fs::path out = dir.path() / "out.xps";
+    ASSERT_EQ(0, job.Filter(input, out));
+    const auto items = ReadZip(out.string());
+    EXPECT_EQ(1, CountItems(items, "WatermarkDejaVuSans.ttf"));
+    for (const auto& [name, bytes] : items) {
+        if (name.size() > 6 && name.substr(name.size() - 6) == ".fpage") {
+            EXPECT_TRUE(ParsesAsXml(bytes)) << name;
+            EXPECT_NE(std::string::npos, bytes.find("UnicodeString=\"Corpus\"")) << name;
+        }
+    }
+    ExpectTextOnlyInBox(job.Render(input, "in"), job.Render(out, "out"), 24.0);
+}
+
+TEST(WatermarkJob, EscapingAndCharactersBeyondTheBasicPlaneSurvive) {
+    ScratchDir dir;
+    const std::string text = "<&>\"' \xF0\x9F\x98\x80 {x} \xC3\xA9";
+    WatermarkJob job(dir.path(), TextIni(text));
+    const fs::path out = dir.path() / "out.xps";
+    ASSERT_EQ(0, job.Filter(kSampleJob, out));
+    int pages = 0;
+    for (const auto& [name, bytes] : ReadZip(out.string())) {
+        if (name.size() > 6 && name.substr(name.size() - 6) == ".fpage") {
+            ++pages;
+            ASSERT_TRUE(ParsesAsXml(bytes)) << bytes;
+            EXPECT_EQ(text, AttributeOf(bytes, "Glyphs", "UnicodeString"));
+        }
+    }
+    EXPECT_EQ(3, pages);
+}
+
+TEST(WatermarkJob, NoWatermarkLeavesPagesPixelIdentical) {
+    ScratchDir dir;
+    const std::vector<Image> input = WatermarkJob(dir.path(), "", false).Render(kSampleJob, "in");
+    ASSERT_EQ(3u, input.size());
+    struct Case {
+        const char* what;
+        std::string ini;
+        bool ticket;
+    };
+    const Case cases[] = {
+        {"no settings file", "", true},
+        {"no section for the watermark", "[13]\nText=Other\n", true},
+        {"no watermark type", "[12]\nWatermark Type=7\nText=X\n", true},
+        {"no private data in the ticket", TextIni("X"), false},
+        {"a bitmap that does not exist", "[12]\nWatermark Type=2\nBmpFile=/nonexistent/x.png\n",
+         true},
+    };
+    int index = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        const fs::path sub = dir.path() / std::to_string(index++);
+        fs::create_directories(sub);
+        WatermarkJob job(sub, c.ini, c.ticket);
+        const fs::path out = sub / "out.xps";
+        ASSERT_EQ(0, job.Filter(kSampleJob, out));
+        const auto items = ReadZip(out.string());
+        EXPECT_EQ(0, CountItems(items, "Watermark"));
+        const std::vector<Image> output = job.Render(out, "out");
+        ASSERT_EQ(input.size(), output.size());
+        for (std::size_t i = 0; i < input.size(); ++i) {
+            EXPECT_EQ(input[i].rgb, output[i].rgb) << "page " << i + 1;
+        }
+    }
+}
+
+TEST(WatermarkJob, BitmapWatermarkIsDrawnInsideItsBox) {
+    ScratchDir dir;
+    std::string png;
+    for (const auto& [name, bytes] : ReadZip(kSampleJob)) {
+        if (name == "Resources/Images/gradient.png") png = bytes;
+    }
+    ASSERT_FALSE(png.empty());
+    const fs::path bitmap = dir.path() / "mark.png";
+    std::ofstream(bitmap, std::ios::binary) << png;
+    watermark::ImageInfo info;
+    ASSERT_TRUE(watermark::ReadImageInfo({png.begin(), png.end()}, info));
+
+    WatermarkJob job(dir.path(), "[12]\nWatermark Type=2\nDENSITY=80\nScale=2\nBmpFile=" +
+                                     bitmap.string() + "\n");
+    const fs::path out = dir.path() / "out.xps";
+    ASSERT_EQ(0, job.Filter(kSampleJob, out));
+    const auto items = ReadZip(out.string());
+    EXPECT_EQ(1, CountItems(items, "Resources/Images/Watermark1.png"));
+    for (const auto& [name, bytes] : items) {
+        if (name.size() > 6 && name.substr(name.size() - 6) == ".fpage") {
+            EXPECT_TRUE(ParsesAsXml(bytes)) << name;
+            EXPECT_NE(std::string::npos,
+                      bytes.find("ImageSource=\"/Resources/Images/Watermark1.png\""))
+                << name;
+        }
+    }
+    const std::vector<Image> before = job.Render(kSampleJob, "in");
+    const std::vector<Image> after = job.Render(out, "out");
+    ASSERT_EQ(3u, before.size());
+    ASSERT_EQ(before.size(), after.size());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        PrintSchema::Watermark::WatermarkData data;
+        data.bitmapScale = 2.0f;
+        // The box in page units (1/96 inch), then at 72 dpi with a pixel of slack.
+        const watermark::Box box = watermark::ImageBox(data, info, before[i].width * 96.0 / 72.0,
+                                                       before[i].height * 96.0 / 72.0);
+        const double k = 72.0 / 96.0;
+        const Difference d = Compare(before[i], after[i], box.x * k - 1, box.y * k - 1,
+                                     (box.x + box.width) * k + 1, (box.y + box.height) * k + 1);
+        EXPECT_GT(d.inside, 100) << "page " << i + 1;
+        EXPECT_EQ(0, d.outside) << "page " << i + 1;
+    }
+}
+
+}  // namespace
