@@ -197,20 +197,37 @@ HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IPartPrin
     if (sequential == nullptr) return E_OUTOFMEMORY;
     hr = LoadFrom(document, sequential);
     if (FAILED(hr)) return hr;
-    return MergeTicket(scope, document.p);
+    // The document just loaded from the part is referenced by nothing else: it becomes the
+    // scope's own ticket as it stands, where a copy (serialised and parsed again) would only
+    // double the cost of every part that brings a ticket.
+    if (IXMLDOMDocument2** slot = OwnTicketSlot(scope)) {
+        ReleaseSlot(*slot);
+        *slot = document;
+        (*slot)->AddRef();
+    }
+    if (!m_mergeEnabled) return S_OK;
+    return MergeIntoMergedSlot(scope, document.p);
+}
+
+IXMLDOMDocument2** PrintTicketManager::OwnTicketSlot(EPrintTicketScope scope) {
+    switch (scope) {
+        case kPTPageScope: return &m_pageTicket;
+        case kPTDocumentScope: return &m_documentTicket;
+        case kPTJobScope: return &m_jobTicket;
+        default: return nullptr;
+    }
 }
 
 HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IXMLDOMDocument2* delta) {
     auto* source = const_cast<IXMLDOMDocument2*>(delta);
     HRESULT hr = S_OK;
-    switch (scope) {
-        case kPTPageScope: hr = SetPTFromDOMDoc(source, &m_pageTicket); break;
-        case kPTDocumentScope: hr = SetPTFromDOMDoc(source, &m_documentTicket); break;
-        case kPTJobScope: hr = SetPTFromDOMDoc(source, &m_jobTicket); break;
-        default: break;
-    }
+    if (IXMLDOMDocument2** slot = OwnTicketSlot(scope)) hr = SetPTFromDOMDoc(source, slot);
     if (!m_mergeEnabled) return hr;
+    return MergeIntoMergedSlot(scope, delta);
+}
 
+HRESULT PrintTicketManager::MergeIntoMergedSlot(EPrintTicketScope scope,
+                                                const IXMLDOMDocument2* delta) {
     if (delta == nullptr) return E_POINTER;
     IXMLDOMDocument2* base = nullptr;
     IXMLDOMDocument2** mergedSlot = nullptr;
@@ -223,7 +240,7 @@ HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IXMLDOMDo
     if (base == nullptr) return E_PENDING;
 
     IXMLDOMDocument2* merged = nullptr;
-    hr = GetMergedTicket(scope, delta, base, &merged);
+    HRESULT hr = GetMergedTicket(scope, delta, base, &merged);
     if (SUCCEEDED(hr) && merged != *mergedSlot) {
         ReleaseSlot(*mergedSlot);
         *mergedSlot = merged;

@@ -62,6 +62,11 @@ private:
     static HRESULT SetPTFromDOMDoc(IXMLDOMDocument2* source, IXMLDOMDocument2** result);
     HRESULT MergeTicket(EPrintTicketScope scope, const IPartPrintTicket* ticket);
     HRESULT MergeTicket(EPrintTicketScope scope, const IXMLDOMDocument2* delta);
+    // The scope's own slot (page, document, job); null for any other scope.
+    IXMLDOMDocument2** OwnTicketSlot(EPrintTicketScope scope);
+    // With merging enabled: the scope's merged ticket from the delta and the merged ticket
+    // above.
+    HRESULT MergeIntoMergedSlot(EPrintTicketScope scope, const IXMLDOMDocument2* delta);
     HRESULT GetMergedTicket(EPrintTicketScope scope, const IXMLDOMDocument2* delta,
                             IXMLDOMDocument2* base, IXMLDOMDocument2** result);
     HRESULT UpdateDefaultPTs(EPrintTicketScope scope);

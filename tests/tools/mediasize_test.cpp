@@ -254,6 +254,44 @@ TEST_F(MediaSizeCommandTest, SetMediaDeclaresThePrivateNamespaceForAUserForm) {
         << run.out;
 }
 
+// A ticket that does not declare the namespaces the new PageMediaSize is written in gets them on
+// its root; its own prefixes are kept, and a prefix in use for something else is not taken.
+TEST_F(MediaSizeCommandTest, SetMediaDeclaresTheNamespacesItWritesIn) {
+    const fs::path bare = m_dir / "bare.xml";
+    std::ofstream(bare) << "<psf:PrintTicket xmlns:psf=\"http://schemas.microsoft.com/windows/2003/"
+                           "08/printing/printschemaframework\" xmlns:psk=\"urn:not-keywords\" "
+                           "version=\"1\"/>";
+    Outcome run =
+        Run({"ticket", "set-media", bare.string(), "--printer", kSample, "--size", "210x297mm"});
+    ASSERT_EQ(run.exitCode, kOk) << run.err;
+    EXPECT_NE(run.out.find("xmlns:psk1=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+                           "printschemakeywords\""),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find("xmlns:psk=\"urn:not-keywords\""), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("<psf:Feature name=\"psk1:PageMediaSize\"><psf:Option "
+                           "name=\"psk1:ISOA4\">"),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.out.find("xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""), std::string::npos);
+    EXPECT_NE(run.out.find("<psf:Value xsi:type=\"xsd:integer\">210000<"), std::string::npos)
+        << run.out;
+    EXPECT_EQ(run.out.find("xmlns:zk="), std::string::npos) << "no private option, no declaration";
+    EXPECT_NE(run.err.find("psk1:ISOA4"), std::string::npos) << run.err;
+
+    const fs::path other = m_dir / "other.xml";
+    std::ofstream(other) << "<p:PrintTicket xmlns:p=\"http://schemas.microsoft.com/windows/2003/08/"
+                            "printing/printschemaframework\" xmlns:k=\"http://schemas.microsoft."
+                            "com/windows/2003/08/printing/printschemakeywords\" version=\"1\"/>";
+    run = Run({"ticket", "set-media", other.string(), "--printer", kSample, "--size", "100x150mm"});
+    ASSERT_EQ(run.exitCode, kOk) << run.err;
+    EXPECT_NE(run.out.find("<p:Feature name=\"k:PageMediaSize\"><p:Option "
+                           "name=\"zk:UserForm_258_1000x1500\"><p:ScoredProperty "
+                           "name=\"k:MediaSizeWidth\">"),
+              std::string::npos)
+        << run.out;
+}
+
 TEST_F(MediaSizeCommandTest, SetMediaFallsBackToTheCustomSize) {
     Outcome run = SetMedia("123x456mm");
     ASSERT_EQ(run.exitCode, kOk) << run.err;

@@ -13,81 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "../pipelinehost/testpackages.h"
+#include "toolrunner.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Outcome {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together
-};
-
-std::string Quote(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
-Outcome Shell(const std::string& command) {
-    Outcome outcome;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) return outcome;
-    char buffer[4096];
-    std::size_t got;
-    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.output.append(buffer, got);
-    int status = pclose(pipe);
-    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
-std::string Tool() {
-    return std::string(FU_BINARY_DIR) + "/bin/xpsfilter";
-}
-
-Outcome RunTool(const std::vector<std::string>& args) {
-    std::string command = Quote(Tool());
-    for (const std::string& arg : args) command += " " + Quote(arg);
-    return Shell(command);
-}
-
-fs::path WorkDir(const std::string& name) {
-    fs::path dir = testpackages::ProcessTempDir() / name;
-    fs::remove_all(dir);
-    fs::create_directories(dir);
-    return dir;
-}
-
-// Renders every page at 72 dpi; returns the PNG files in page order (empty when MuPDF fails).
-std::vector<std::string> Render(const std::string& xps, const fs::path& dir) {
-    fs::create_directories(dir);
-    Outcome drawn =
-        Shell("mutool draw -q -r 72 -o " + Quote((dir / "page%d.png").string()) + " " + Quote(xps));
-    std::vector<std::string> pages;
-    if (drawn.exitCode != 0) return pages;
-    for (int i = 1; fs::exists(dir / ("page" + std::to_string(i) + ".png")); ++i) {
-        std::ifstream in(dir / ("page" + std::to_string(i) + ".png"), std::ios::binary);
-        std::ostringstream bytes;
-        bytes << in.rdbuf();
-        pages.push_back(bytes.str());
-    }
-    return pages;
-}
-
-// Rewrites a ZIP entry by entry from its central directory (Python's zipfile), repairing
-// containers whose local headers MuPDF cannot follow.
-std::string Repack(const std::string& input, const fs::path& dir) {
-    std::string output = (dir / "repacked.xps").string();
-    Shell("python3 -c " +
-          Quote("import sys, zipfile\n"
-                "src = zipfile.ZipFile(sys.argv[1])\n"
-                "with zipfile.ZipFile(sys.argv[2], 'w', zipfile.ZIP_DEFLATED) as dst:\n"
-                "    for info in src.infolist():\n"
-                "        dst.writestr(info.filename, src.read(info))\n") +
-          " " + Quote(input) + " " + Quote(output));
-    return output;
-}
+using namespace toolrunner;
 
 std::vector<std::string> CorpusJobs() {
     std::vector<std::string> names;
@@ -97,13 +28,6 @@ std::vector<std::string> CorpusJobs() {
     std::sort(names.begin(), names.end());
     names.push_back("samples/sample_job.xps");
     return names;
-}
-
-// Inputs whose ZIP container MuPDF misreads (local file headers left unfilled by a streaming
-// writer: MuPDF follows them and loses the font). Their output is compared with the input
-// rewritten from its central directory instead.
-bool MuPdfMisreadsContainer(const std::string& name) {
-    return name == "libarchive_test_compat_zip_5.zip";
 }
 
 class CorpusRoundTrip : public ::testing::TestWithParam<std::string> {};

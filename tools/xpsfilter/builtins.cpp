@@ -1,8 +1,12 @@
-// builtins.cpp: the built-in filter names. "passthrough" forwards every part unchanged; it is
-// the host's interface-level pass-through until the filter library's own pass-through filter
-// (built on XpsFilterBase) is registered here in its place.
+// builtins.cpp: the built-in filter names. "passthrough" is the filter library's pass-through
+// (XpsFilterBase with nothing overridden: tickets installed in the ticket manager, every part
+// forwarded unchanged); "rawpassthrough" forwards parts at the interface level without the
+// library, which helps tell a library problem from a host problem.
 #include "builtins.h"
 
+#include "filters/passthrough/passthroughfilter.h"
+#include "filters/setticket/setticketfilter.h"
+#include "filters/stamp/stampfilter.h"
 #include "pipelinehost/rawpassthroughfilter.h"
 #ifdef XPSFILTER_HAS_WATERMARK
 #include "filters/watermark/watermarkfilter.h"
@@ -11,7 +15,10 @@
 namespace xpsfilter {
 
 void RegisterBuiltinFilters(pipelinehost::FilterRegistry& registry) {
-    registry.AddBuiltin("passthrough", &pipelinehost::CreateRawPassThroughFilter);
+    registry.AddBuiltin("passthrough", &CreatePassThroughFilter);
+    registry.AddBuiltin("rawpassthrough", &pipelinehost::CreateRawPassThroughFilter);
+    registry.AddBuiltin("setticket", &CreateSetTicketFilter);
+    registry.AddBuiltin("stamp", &CreateStampFilter);
 #ifdef XPSFILTER_HAS_WATERMARK
     registry.AddBuiltin("watermark", &CreateWatermarkFilter);
 #endif

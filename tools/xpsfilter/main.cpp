@@ -5,6 +5,7 @@
 #include <iostream>
 
 XPSFILTER_SUBCOMMAND(Run);
+XPSFILTER_SUBCOMMAND(Ticket);
 XPSFILTER_SUBCOMMAND(Devmode);
 
 namespace xpsfilter {

@@ -208,26 +208,58 @@ std::unique_ptr<PrintTicketXmlDocument> WrapTicket(IXMLDOMDocument2* document,
     }
 }
 
-bool HasPrivateKeywordsPrefix(const PrintTicketXmlDocument& ticket) {
-    const CComBSTR prefix = ticket.GetUserKeywordsNsPrefix();
-    return prefix.m_str != nullptr &&
-           std::wstring(prefix.m_str) == PrintSchema::PrivateKeywordsPrefix;
+std::wstring Text(const CComBSTR& text) {
+    return text.m_str == nullptr ? std::wstring() : std::wstring(text.m_str);
 }
 
-// A private option name needs the private-keywords namespace declared in the ticket: declares it
-// on the root element (as zk) and wraps the document again, so that the name gets its prefix.
-std::unique_ptr<PrintTicketXmlDocument> DeclarePrivateKeywords(IXMLDOMDocument2* document,
-                                                               const std::string& path) {
-    CComPtr<IXMLDOMElement> root;
-    std::wstring prefix(PrintSchema::PrivateKeywordsPrefix);
-    prefix.pop_back();  // its colon
-    const CComBSTR attribute((L"xmlns:" + prefix).c_str());
-    if (FAILED(document->get_documentElement(&root)) || !root ||
-        FAILED(
-            root->setAttribute(attribute, CComVariant(PrintSchema::PrivateKeywordsNamespaceUri)))) {
-        throw CommandError(kExitInternal, "cannot declare the private keywords namespace");
+// Declares `uri` on the root element, as `preferred` or, when the root already declares that
+// prefix, as the first of preferred1, preferred2, ... that it does not.
+void DeclareNamespace(IXMLDOMElement* root, const std::wstring& preferred, const wchar_t* uri) {
+    for (int suffix = 0; suffix < 100; ++suffix) {
+        const std::wstring prefix = suffix == 0 ? preferred : preferred + std::to_wstring(suffix);
+        const CComBSTR attribute((L"xmlns:" + prefix).c_str());
+        CComVariant existing;
+        if (root->getAttribute(attribute, &existing) == S_OK) continue;
+        if (SUCCEEDED(root->setAttribute(attribute, CComVariant(uri)))) return;
+        break;
     }
-    return WrapTicket(document, path);
+    throw CommandError(kExitInternal, "cannot declare the namespace " + platform::WideToUtf8(uri) +
+                                          " in the ticket");
+}
+
+// The ticket, with the namespaces the new PageMediaSize is written in declared on its root
+// element when it does not declare them yet: the Print Schema keywords, XML Schema and its
+// instance namespace, and (for a private option) the driver's private keywords. Undeclared, the
+// names would be written without a prefix, or with one the ticket does not bind.
+std::unique_ptr<PrintTicketXmlDocument> PrepareTicket(
+    IXMLDOMDocument2* document, std::unique_ptr<PrintTicketXmlDocument> ticket, bool privateOption,
+    const std::string& path) {
+    struct Namespace {
+        bool missing;
+        const wchar_t* preferred;
+        const wchar_t* uri;
+    };
+    const Namespace namespaces[] = {
+        {ticket->GetKeywordsNsPrefix().m_str == nullptr, L"psk", PrintSchema::KeywordsNamespaceUri},
+        {ticket->GetXmlSchemaNsPrefix().m_str == nullptr, L"xsd",
+         PrintSchema::XmlSchemaNamespaceUri},
+        {ticket->GetXmlSchemaInstanceNsPrefix().m_str == nullptr, L"xsi",
+         PrintSchema::XmlSchemaInstanceNamespaceUri},
+        {privateOption &&
+             Text(ticket->GetUserKeywordsNsPrefix()) != PrintSchema::PrivateKeywordsPrefix,
+         L"zk", PrintSchema::PrivateKeywordsNamespaceUri},
+    };
+    bool declared = false;
+    for (const Namespace& ns : namespaces) {
+        if (!ns.missing) continue;
+        CComPtr<IXMLDOMElement> root;
+        if (FAILED(document->get_documentElement(&root)) || !root) {
+            throw CommandError(kExitInternal, "the ticket has no root element");
+        }
+        DeclareNamespace(root, ns.preferred, ns.uri);
+        declared = true;
+    }
+    return declared ? WrapTicket(document, path) : std::move(ticket);
 }
 
 int SetMedia(const SetMediaOptions& options) {
@@ -255,18 +287,19 @@ int SetMedia(const SetMediaOptions& options) {
                                                    platform::WideToUtf8(platform::FormName(form)) +
                                                    " " + name.error);
     }
-    if (name.ns == PrintSchema::MsPrintTicketUserKeywordsNamespace &&
-        !HasPrivateKeywordsPrefix(*ticket)) {
-        ticket = DeclarePrivateKeywords(document, options.ticket);
-    }
+    ticket =
+        PrepareTicket(document, std::move(ticket),
+                      name.ns == PrintSchema::MsPrintTicketUserKeywordsNamespace, options.ticket);
     PageMediaSizePtPcHelper::AddOrReplacePageMediaSize(*ticket, options.postScript, dictionary,
                                                        form);
     WriteOutput(options.output, Serialise(document));
 
+    const std::wstring prefix = Text(name.ns == PrintSchema::MsPrintTicketUserKeywordsNamespace
+                                         ? ticket->GetUserKeywordsNsPrefix()
+                                         : ticket->GetKeywordsNsPrefix());
     std::cerr << "xpsfilter: PageMediaSize "
               << (name.name.empty() ? std::string("(unnamed option)")
-                                    : std::string(NamespaceLabel(name.ns)) + ":" +
-                                          platform::WideToUtf8(name.name))
+                                    : platform::WideToUtf8(prefix + name.name))
               << ", " << form.width << "x" << form.height << " tenths of a millimetre"
               << (match == S_OK
                       ? ", form \"" + platform::WideToUtf8(platform::FormName(form)) + "\""

@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "documenttesting.h"
+#include "filterpipeline/filterutilities/xpsfilterprintticket.h"
 #include "mediasizetesting.h"
+#include "privatedatatesting.h"
 #include "support/utilities/setthreadtokenwrapper.h"
 #include "utilitiesstaticlib/pagesizedictionary.h"
 
@@ -519,12 +521,11 @@ TEST(PageMediaSizeTicketTest, AFormThatCannotBeWrittenLeavesTheTicketAlone) {
     EXPECT_EQ(RawXml(XmlOf(*ticket)).Strings("//psf:ScoredProperty/psf:Value")[0], "2147483600");
 }
 
-// Every page size of the dictionary that has a fixed size goes from a driver form of that size
-// to an option name, into a ticket and back out with the same size.
-TEST(PageMediaSizeRoundTripTest, EveryFixedSizeOfTheDictionary) {
-    PageSizeDictionary dictionary(nullptr);
-    Helper::FormsInfoList forms;
-    std::vector<const PageSizeDictionaryEntry*> entries;
+// The dictionary's entries of a fixed size (neither custom nor roll), and a predefined form of
+// each.
+void FixedSizeForms(const PageSizeDictionary& dictionary,
+                    std::vector<const PageSizeDictionaryEntry*>& entries,
+                    Helper::FormsInfoList& forms) {
     for (std::size_t i = 0; i < dictionary.GetEntryCount(); ++i) {
         const PageSizeDictionaryEntry& entry = dictionary.GetEntry(i);
         if (entry.IsCustomSize() || entry.IsRoll()) continue;
@@ -535,6 +536,15 @@ TEST(PageMediaSizeRoundTripTest, EveryFixedSizeOfTheDictionary) {
             static_cast<DWORD>(entry.GetHeightMicrons() / 100), entry.GetValueId().GetValueEnum()));
     }
     ASSERT_GE(entries.size(), 160u);
+}
+
+// Every page size of the dictionary that has a fixed size goes from a driver form of that size
+// to an option name, into a ticket and back out with the same size.
+TEST(PageMediaSizeRoundTripTest, EveryFixedSizeOfTheDictionary) {
+    PageSizeDictionary dictionary(nullptr);
+    Helper::FormsInfoList forms;
+    std::vector<const PageSizeDictionaryEntry*> entries;
+    ASSERT_NO_FATAL_FAILURE(FixedSizeForms(dictionary, entries, forms));
 
     for (const PageSizeDictionaryEntry* entry : entries) {
         const std::string keyword = entry->GetMsPageMediaSizeOptionName().ToUtf8();
@@ -572,6 +582,54 @@ TEST(PageMediaSizeRoundTripTest, EveryFixedSizeOfTheDictionary) {
         EXPECT_EQ(width, entry->GetWidthMicrons() / 100 * 100);
         EXPECT_EQ(height, entry->GetHeightMicrons() / 100 * 100);
     }
+}
+
+// The same through the typed ticket view a filter reads the media size with. The view reports a
+// ticket's media size only when the ticket carries the driver's attributes, so each ticket has a
+// page device mode snapshot with one.
+TEST(PageMediaSizeRoundTripTest, EveryFixedSizeReadsBackThroughTheTypedView) {
+    PageSizeDictionary dictionary(nullptr);
+    Helper::FormsInfoList forms;
+    std::vector<const PageSizeDictionaryEntry*> entries;
+    ASSERT_NO_FATAL_FAILURE(FixedSizeForms(dictionary, entries, forms));
+    AttributeBytesRawList attributes;
+    attributes.Add(AttributeBytesItem::MakeOptionValue(DataModelIds::FeatureEdgeToEdge,
+                                                       DataModelIds::ValueEdgeToEdgeOff));
+    const ByteBuffer devmode = privatedatatesting::DevmodeWithAttributes(attributes);
+
+    XpsFilterPrintTicket view;
+    CXString printer(L"Round Trip Printer");
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const PageSizeDictionaryEntry* entry = entries[i];
+        SCOPED_TRACE(entry->GetMsPageMediaSizeOptionName().ToUtf8());
+        CComPtr<IXMLDOMDocument2> dom = LoadXml(privatedatatesting::TicketWithSnapshot(
+            devmode, Feature(L"PageMediaSize", L"NorthAmericaLetter")));
+        ASSERT_TRUE(dom);
+        {
+            PrintTicketXmlDocument ticket(dom);
+            ASSERT_EQ(Helper::AddOrReplacePageMediaSize(ticket, false, dictionary, forms[i]), S_OK);
+        }
+        view.Initialize(kPTPageScope, nullptr, nullptr, nullptr, dom, nullptr, printer, nullptr);
+        bool found = false;
+        HRESULT status = E_FAIL;
+        const PrintSchema::PageMediaSize::PageMediaSizeData& size =
+            view.GetPageMediaSize(&found, &status);
+        EXPECT_TRUE(found);
+        EXPECT_EQ(status, S_OK);
+        EXPECT_EQ(size.width, entry->GetWidthMicrons() / 100 * 100);
+        EXPECT_EQ(size.height, entry->GetHeightMicrons() / 100 * 100);
+    }
+
+    // Without the driver's attributes the view keeps its default size whatever the ticket says.
+    CComPtr<IXMLDOMDocument2> plain = LoadXml(Ticket(L"", PrivateDeclaration()));
+    ASSERT_TRUE(plain);
+    {
+        PrintTicketXmlDocument ticket(plain);
+        Form a4 = MakeForm(25001, 9, 2100, 2970, kA4);
+        ASSERT_EQ(Helper::AddOrReplacePageMediaSize(ticket, false, dictionary, a4), S_OK);
+    }
+    view.Initialize(kPTPageScope, nullptr, nullptr, nullptr, plain, nullptr, printer, nullptr);
+    EXPECT_EQ(view.GetPageMediaSize().width, 215900);
 }
 
 }  // namespace

@@ -57,7 +57,10 @@ public:
     HRESULT WriteBytes(const void* data, ULONG count, ULONG* written) override {
         ++writeCalls;
         if (closed) return E_FAIL;
-        if (failWrites) return E_ACCESSDENIED;
+        if (failWrites || (failAfterWrites >= 0 && writeCalls > failAfterWrites)) {
+            return E_ACCESSDENIED;
+        }
+        largestWrite = std::max(largestWrite, count);
         bytes.append(static_cast<const char*>(data), count);
         if (written != nullptr) *written = count;
         return S_OK;
@@ -67,7 +70,9 @@ public:
     std::string bytes;
     bool closed = false;
     bool failWrites = false;
+    int failAfterWrites = -1;  // >= 0: the writes after that many succeed fail
     int writeCalls = 0;
+    ULONG largestWrite = 0;
     int closeCalls = 0;
 };
 

@@ -1,0 +1,16 @@
+// module.cpp: the setticket filter as a loadable filter module: the pipeline host opens the
+// shared object and calls CreatePipelineFilter.
+#include <cwchar>
+
+#include "filters/setticket/setticketfilter.h"
+
+extern "C" HRESULT CreatePipelineFilter(const wchar_t* filterClass, IPrintPipelineFilter** filter) {
+    if (filter == nullptr) return E_POINTER;
+    *filter = nullptr;
+    // The module has one filter class; it answers to no class name or to its own.
+    if (filterClass != nullptr && *filterClass != L'\0' &&
+        std::wcscmp(filterClass, L"SetTicketFilter") != 0) {
+        return E_INVALIDARG;
+    }
+    return CreateSetTicketFilter(filter);
+}

@@ -1,0 +1,481 @@
+// Tests of the setticket sample filter: reading its configuration, a walk over fake parts in
+// which pages share tickets, and real jobs through xpsfilter whose tickets read back with the
+// new values at the right scope, whose pages render as before and whose shared page tickets
+// stay shared.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <set>
+
+#include "filtertesting.h"
+#include "filters/setticket/setticketfilter.h"
+#include "platform/win32/debugoutput.h"
+
+namespace {
+
+using namespace filtertesting;
+using toolrunner::Outcome;
+using toolrunner::RunTool;
+using toolrunner::WorkDir;
+
+std::string Narrow(const std::wstring& text) {
+    return platform::WideToUtf8(text);
+}
+
+// --- Configuration ---
+
+class SetTicketSettings : public ::testing::Test {
+protected:
+    void Set(const wchar_t* name, const wchar_t* value) {
+        CComVariant text(value);
+        bag->AddProperty(name, &text);
+    }
+    HRESULT Read() { return SetTicketFilter::ReadSettings(bag, settings, error); }
+
+    CComPtr<fakes::PropertyBag> bag = Make<fakes::PropertyBag>();
+    std::vector<SetTicketFilter::Setting> settings;
+    std::string error;
+};
+
+TEST_F(SetTicketSettings, TheScopeComesFromTheKeywordsPrefix) {
+    Set(L"PageMediaSize", L"ISOA4");
+    Set(L"DocumentCollate", L" Collated ");
+    Set(L"JobCopiesAllDocuments", L"002");
+    Set(L"PageWatermarkTextText", L"Draft & <copy>");
+    Set(L"Unrelated", L"ignored");
+    ASSERT_EQ(Read(), S_OK) << error;
+    ASSERT_EQ(settings.size(), 4u);
+    std::map<std::string, SetTicketFilter::Setting> byName;
+    for (const auto& setting : settings) byName.emplace(Narrow(setting.keyword), setting);
+    EXPECT_EQ(byName.at("PageMediaSize").scope, kPTPageScope);
+    EXPECT_EQ(byName.at("PageMediaSize").kind, SetTicketFilter::SettingKind::Feature);
+    EXPECT_EQ(byName.at("DocumentCollate").scope, kPTDocumentScope);
+    EXPECT_EQ(Narrow(byName.at("DocumentCollate").value), "Collated");
+    EXPECT_EQ(byName.at("JobCopiesAllDocuments").scope, kPTJobScope);
+    EXPECT_EQ(byName.at("JobCopiesAllDocuments").kind,
+              SetTicketFilter::SettingKind::IntegerParameter);
+    EXPECT_EQ(Narrow(byName.at("JobCopiesAllDocuments").value), "2");
+    EXPECT_EQ(byName.at("PageWatermarkTextText").kind,
+              SetTicketFilter::SettingKind::StringParameter);
+}
+
+TEST_F(SetTicketSettings, ScopeOverridesEveryPrefix) {
+    Set(L"PageOrientation", L"Landscape");
+    Set(L"JobCopiesAllDocuments", L"3");
+    Set(L"Scope", L"Document");
+    ASSERT_EQ(Read(), S_OK) << error;
+    ASSERT_EQ(settings.size(), 2u);
+    for (const auto& setting : settings) EXPECT_EQ(setting.scope, kPTDocumentScope);
+}
+
+TEST_F(SetTicketSettings, BadValuesAreRefusedWithAReason) {
+    struct Case {
+        const wchar_t* name;
+        const wchar_t* value;
+        const char* reason;
+    };
+    for (const Case& bad : {Case{L"Scope", L"sideways", "Scope must be page, document or job"},
+                            Case{L"PageOrientation", L"psk:Landscape", "option keyword"},
+                            Case{L"PageOrientation", L"Land scape", "option keyword"},
+                            Case{L"PageOrientation", L"   ", "needs a value"},
+                            Case{L"JobCopiesAllDocuments", L"-1", "whole number"},
+                            Case{L"JobCopiesAllDocuments", L"two", "whole number"},
+                            Case{L"JobCopiesAllDocuments", L"99999999999", "whole number"}}) {
+        bag = Make<fakes::PropertyBag>();
+        Set(bad.name, bad.value);
+        EXPECT_EQ(Read(), E_INVALIDARG) << Narrow(bad.name) << "=" << Narrow(bad.value);
+        EXPECT_NE(error.find(bad.reason), std::string::npos) << error;
+        EXPECT_TRUE(settings.empty());
+    }
+    bag = Make<fakes::PropertyBag>();
+    CComVariant number(7);
+    bag->AddProperty(L"PageOrientation", &number);
+    EXPECT_EQ(Read(), E_INVALIDARG);
+    EXPECT_EQ(SetTicketFilter::ReadSettings(nullptr, settings, error), E_POINTER);
+}
+
+TEST(SetTicketFilterObject, ABadConfigurationFailsInitialisationAndSaysWhy) {
+    FakeJob job;
+    job.SetParameter(L"PageMediaSize", L"ISO A4");
+    CComPtr<IPrintPipelineFilter> filter;
+    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
+    platform::DebugOutputCapture capture;
+    EXPECT_EQ(job.Initialize(filter), E_INVALIDARG);
+    EXPECT_NE(capture.Text().find("setticket: PageMediaSize needs an option keyword"),
+              std::string::npos)
+        << capture.Text();
+    EXPECT_EQ(CreateSetTicketFilter(nullptr), E_POINTER);
+}
+
+// --- A walk over fake parts ---
+
+std::string FakeTicket(const std::string& orientation) {
+    return "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
+           "printschemaframework' xmlns:psk='http://schemas.microsoft.com/windows/2003/08/"
+           "printing/printschemakeywords' version='1'><psf:Feature name='psk:PageOrientation'>"
+           "<psf:Option name='psk:" +
+           orientation + "'/></psf:Feature></psf:PrintTicket>";
+}
+
+std::string TicketText(IPartPrintTicket* ticket) {
+    CComPtr<IPrintReadStream> stream;
+    EXPECT_EQ(ticket->GetStream(&stream), S_OK);
+    std::string bytes;
+    char buffer[4096];
+    ULONG read = 0;
+    BOOL eof = FALSE;
+    while (SUCCEEDED(stream->ReadBytes(buffer, sizeof buffer, &read, &eof)) && read > 0) {
+        bytes.append(buffer, read);
+    }
+    return bytes;
+}
+
+std::wstring UriOf(IPartPrintTicket* ticket) {
+    CComBSTR uri;
+    ticket->GetUri(&uri);
+    return uri.m_str == nullptr ? L"" : uri.m_str;
+}
+
+TEST(SetTicketFilterObject, RewritesEachScopeAndKeepsSharedPageTicketsShared) {
+    FakeJob job;
+    job.SetParameter(L"PageOrientation", L"Landscape");
+    job.SetParameter(L"DocumentCollate", L"Collated");
+    job.SetParameter(L"JobCopiesAllDocuments", L"2");
+
+    auto sequence = Make<fakes::Sequence>();
+    sequence->ticket = fakes::MakeTicket(L"/Metadata/Job_PT.xml", FakeTicket("Portrait"));
+    auto document = Make<fakes::Document>();
+    auto shared = fakes::MakeTicket(L"/Documents/1/Metadata/Page1_PT.xml", FakeTicket("Portrait"));
+    auto first = Make<fakes::Page>();
+    first->ticket = shared;
+    auto second = Make<fakes::Page>();
+    second->ticket = shared;
+    auto bare = Make<fakes::Page>();
+    job.provider->parts = {static_cast<IFixedDocumentSequence*>(sequence.p),
+                           static_cast<IFixedDocument*>(document.p),
+                           static_cast<IFixedPage*>(first.p), static_cast<IFixedPage*>(second.p),
+                           static_cast<IFixedPage*>(bare.p)};
+
+    CComPtr<IPrintPipelineFilter> filter;
+    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
+    ASSERT_EQ(job.Run(filter), S_OK);
+    EXPECT_EQ(job.consumer->sent,
+              (std::vector<std::string>{"sequence", "fixeddocument", "page", "page", "page"}));
+    EXPECT_TRUE(job.control->shutdownReasons.empty());
+
+    // The job ticket keeps its name and gains the copy count; its orientation is untouched.
+    EXPECT_EQ(UriOf(sequence->ticket), L"/Metadata/Job_PT.xml");
+    EXPECT_EQ(ParameterValue(TicketText(sequence->ticket), L"JobCopiesAllDocuments"), "2");
+    EXPECT_EQ(FeatureOption(TicketText(sequence->ticket), L"PageOrientation"), "Portrait");
+
+    // The document had no ticket: it gets a new one with only its setting.
+    ASSERT_TRUE(document->ticket);
+    EXPECT_TRUE(std::regex_match(Narrow(UriOf(document->ticket)),
+                                 std::regex(R"(/METADATA/Doc_1_PT_[0-9]+\.xml)")));
+    EXPECT_EQ(FeatureOption(TicketText(document->ticket), L"DocumentCollate"), "Collated");
+    EXPECT_EQ(FeatureOption(TicketText(document->ticket), L"PageOrientation"), "");
+
+    // The two pages that shared a ticket share the one rewritten part.
+    EXPECT_EQ(first->ticket.p, second->ticket.p);
+    EXPECT_EQ(UriOf(first->ticket), L"/Documents/1/Metadata/Page1_PT_p.xml");
+    EXPECT_EQ(FeatureOption(TicketText(first->ticket), L"PageOrientation"), "Landscape");
+    EXPECT_TRUE(std::regex_match(Narrow(UriOf(bare->ticket)),
+                                 std::regex(R"(/METADATA/Page_3_PT_[0-9]+\.xml)")));
+    EXPECT_EQ(FeatureOption(TicketText(bare->ticket), L"PageOrientation"), "Landscape");
+
+    // Four new ticket parts: job, document, the shared page ticket, the bare page's.
+    EXPECT_EQ(job.consumer->newPartCalls, 4);
+}
+
+TEST(SetTicketFilterObject, WithoutSettingsTicketsPassUnchanged) {
+    FakeJob job;
+    auto page = Make<fakes::Page>();
+    auto ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", FakeTicket("Portrait"));
+    page->ticket = ticket;
+    job.provider->parts = {static_cast<IFixedPage*>(page.p)};
+    CComPtr<IPrintPipelineFilter> filter;
+    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
+    platform::DebugOutputCapture capture;
+    ASSERT_EQ(job.Run(filter), S_OK);
+    EXPECT_EQ(page->ticket.p, static_cast<IPartPrintTicket*>(ticket.p));
+    EXPECT_EQ(job.consumer->newPartCalls, 0);
+    EXPECT_NE(capture.Text().find("no Print Schema keyword"), std::string::npos);
+}
+
+TEST(SetTicketFilterObject, ATicketThatDoesNotParseStopsTheJob) {
+    FakeJob job;
+    job.SetParameter(L"PageOrientation", L"Landscape");
+    auto page = Make<fakes::Page>();
+    page->ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", "<psf:PrintTicket");
+    job.provider->parts = {static_cast<IFixedPage*>(page.p)};
+    CComPtr<IPrintPipelineFilter> filter;
+    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
+    EXPECT_EQ(job.Run(filter), E_FAIL);
+    EXPECT_EQ(job.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
+    EXPECT_TRUE(job.consumer->sent.empty());
+    ASSERT_EQ(job.consumer->newStreams.size(), 1u);
+    EXPECT_TRUE(job.consumer->newStreams[0]->closed);
+    EXPECT_EQ(job.consumer->closeCalls, 1);
+}
+
+// --- Whole jobs through xpsfilter ---
+
+struct JobRun {
+    fs::path dir;
+    std::string output;
+    Outcome outcome;
+};
+
+JobRun RunSetTicket(const std::string& name, const std::string& input,
+                    const std::vector<std::pair<std::string, std::string>>& parameters,
+                    const std::string& attributes = "name=\"st\" builtin=\"setticket\"") {
+    JobRun run;
+    run.dir = WorkDir("setticket_" + name);
+    run.output = (run.dir / "out.xps").string();
+    const std::string config = WriteConfig(run.dir, {{attributes, parameters}});
+    run.outcome = RunTool({"run", "-q", "--pipeline", config, input, run.output});
+    return run;
+}
+
+void ExpectSameRendering(const std::string& name, const std::string& input, const JobRun& run) {
+    const std::string reference = toolrunner::RenderReference(name, input, run.dir);
+    const std::vector<std::string> expected = toolrunner::Render(reference, run.dir / "in");
+    const std::vector<std::string> actual = toolrunner::Render(run.output, run.dir / "out");
+    ASSERT_FALSE(expected.empty()) << "MuPDF cannot render " << reference;
+    ASSERT_EQ(actual.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_TRUE(actual[i] == expected[i]) << name << ": page " << i + 1 << " differs";
+    }
+}
+
+const std::vector<std::pair<std::string, std::string>> kAllScopes = {
+    {"PageMediaSize", "ISOA4"},
+    {"PageOrientation", "Landscape"},
+    {"DocumentCollate", "Collated"},
+    {"JobCopiesAllDocuments", "2"}};
+
+TEST(SetTicketJobs, PagesThatSharedATicketShareTheRewrittenOne) {
+    const std::string input = testpackages::CorpusFile("winprintrs_test_document.xps");
+    JobRun run = RunSetTicket("shared", input, kAllScopes);
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
+    ASSERT_TRUE(package.Valid());
+    const std::vector<std::string> pages = package.Pages();
+    ASSERT_EQ(pages.size(), 2u);
+    const std::string ticket = package.TicketOf(pages[0]);
+    EXPECT_EQ(ticket, "/Documents/1/Metadata/Page1_PT_p.xml");
+    EXPECT_EQ(package.TicketOf(pages[1]), ticket);
+    EXPECT_EQ(package.ItemCount(ticket), 1);
+    EXPECT_EQ(package.ItemCount("/Documents/1/Metadata/Page1_PT.xml"), 0);  // replaced
+
+    const std::string xml = package.Part(ticket);
+    EXPECT_EQ(FeatureOption(xml, L"PageMediaSize"), "ISOA4");
+    EXPECT_EQ(ScoredValue(xml, L"PageMediaSize", L"MediaSizeWidth"), 210000);
+    EXPECT_EQ(ScoredValue(xml, L"PageMediaSize", L"MediaSizeHeight"), 297000);
+    EXPECT_EQ(FeatureOption(xml, L"PageOrientation"), "Landscape");
+    // What the ticket had besides stays.
+    EXPECT_EQ(FeatureOption(xml, L"PageOutputColor"), "Color");
+    EXPECT_EQ(FeatureOption(xml, L"DocumentCollate"), "");
+
+    const std::string jobTicket = package.TicketOf(package.SequenceName());
+    EXPECT_EQ(jobTicket, "/Metadata/Job_PT.xml");
+    EXPECT_EQ(ParameterValue(package.Part(jobTicket), L"JobCopiesAllDocuments"), "2");
+    const std::string documentTicket = package.TicketOf(package.Documents().at(0));
+    EXPECT_EQ(documentTicket, "/Metadata/MXDC_Empty_PT_d.xml");
+    EXPECT_EQ(FeatureOption(package.Part(documentTicket), L"DocumentCollate"), "Collated");
+
+    ExpectSameRendering("winprintrs_test_document.xps", input, run);
+}
+
+TEST(SetTicketJobs, EachScopeReadsBackItsNewValues) {
+    const std::string input = testpackages::CorpusFile("wpftest_word.xps");
+    JobRun run = RunSetTicket("scopes", input, kAllScopes);
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
+    const std::string document = package.Documents().at(0);
+    const std::string page = package.Pages().at(0);
+    const std::string jobXml = package.Part(package.TicketOf(package.SequenceName()));
+    const std::string documentXml = package.Part(package.TicketOf(document));
+    const std::string pageXml = package.Part(package.TicketOf(page));
+
+    // Page settings in the page ticket only; the job ticket keeps its own orientation.
+    EXPECT_EQ(FeatureOption(pageXml, L"PageOrientation"), "Landscape");
+    EXPECT_EQ(FeatureOption(pageXml, L"PageMediaSize"), "ISOA4");
+    EXPECT_EQ(FeatureOption(jobXml, L"PageOrientation"), "Portrait");
+    EXPECT_EQ(FeatureOption(documentXml, L"PageOrientation"), "");
+    EXPECT_EQ(FeatureOption(documentXml, L"DocumentCollate"), "Collated");
+    EXPECT_EQ(ParameterValue(jobXml, L"JobCopiesAllDocuments"), "2");
+    EXPECT_EQ(ParameterValue(pageXml, L"JobCopiesAllDocuments"), "");
+
+    // The library's typed view sees the same at each scope.
+    bool found = false;
+    EXPECT_EQ(ViewedOrientation(package, document, page, kPTPageScope, &found),
+              PrintSchema::PageOrientation::Landscape);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(ViewedOrientation(package, document, page, kPTJobScope, &found),
+              PrintSchema::PageOrientation::Portrait);
+
+    // So does `xpsfilter ticket show`.
+    const std::string pageFile = (run.dir / "page_ticket.xml").string();
+    std::ofstream(pageFile) << pageXml;
+    Outcome shown = RunTool({"ticket", "show", "--json", pageFile});
+    ASSERT_EQ(shown.exitCode, 0) << shown.output;
+    EXPECT_NE(shown.output.find("\"orientation\": {\"value\": \"Landscape\", \"found\": true}"),
+              std::string::npos)
+        << shown.output;
+    EXPECT_NE(shown.output.find("{\"name\": \"psk:PageMediaSize\", \"value\": \"psk:ISOA4\""),
+              std::string::npos)
+        << shown.output;
+
+    ExpectSameRendering("wpftest_word.xps", input, run);
+}
+
+TEST(SetTicketJobs, ScopeJobPutsPageSettingsIntoTheJobTicket) {
+    const std::string input = testpackages::CorpusFile("wpftest_word.xps");
+    JobRun run =
+        RunSetTicket("scopejob", input, {{"PageOrientation", "Landscape"}, {"Scope", "job"}});
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
+    outputpackage::Package original(input);
+    const std::string document = package.Documents().at(0);
+    const std::string page = package.Pages().at(0);
+    EXPECT_EQ(
+        FeatureOption(package.Part(package.TicketOf(package.SequenceName())), L"PageOrientation"),
+        "Landscape");
+    // The page ticket is the original, unchanged part.
+    EXPECT_EQ(package.TicketOf(page), "/Documents/1/Metadata/Page1_PT.xml");
+    EXPECT_EQ(package.Part(package.TicketOf(page)), original.Part(original.TicketOf(page)));
+    bool found = false;
+    EXPECT_EQ(ViewedOrientation(package, document, page, kPTJobScope, &found),
+              PrintSchema::PageOrientation::Landscape);
+    EXPECT_EQ(ViewedOrientation(package, document, page, kPTPageScope, &found),
+              PrintSchema::PageOrientation::Portrait);
+}
+
+TEST(SetTicketJobs, PagesSharingATicketApartStayShared) {
+    // Pages 1 and 3 share one ticket, page 2 has its own.
+    const std::string input = std::string(FU_SOURCE_DIR) + "/samples/sample_job.xps";
+    JobRun run = RunSetTicket("apart", input, {{"PageOrientation", "Landscape"}},
+                              "name=\"st\" dll=\"" + ModulePath("setticket") + "\"");
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
+    const std::vector<std::string> pages = package.Pages();
+    ASSERT_EQ(pages.size(), 3u);
+    EXPECT_EQ(package.TicketOf(pages[0]), package.TicketOf(pages[2]));
+    EXPECT_NE(package.TicketOf(pages[0]), package.TicketOf(pages[1]));
+    for (const std::string& page : pages) {
+        EXPECT_EQ(FeatureOption(package.Part(package.TicketOf(page)), L"PageOrientation"),
+                  "Landscape")
+            << page;
+    }
+    ExpectSameRendering("sample_job.xps", input, run);
+}
+
+TEST(SetTicketJobs, TicketsWithoutTheKeywordsNamespaceGetItDeclared) {
+    // The small job's tickets declare only the framework namespace; its four pages share one.
+    const std::string input = testpackages::WriteZip("bare_tickets.xps", testpackages::SmallJob(4));
+    JobRun run = RunSetTicket("bare", input, kAllScopes);
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
+    const std::vector<std::string> pages = package.Pages();
+    ASSERT_EQ(pages.size(), 4u);
+    const std::string ticket = package.TicketOf(pages[0]);
+    for (const std::string& page : pages) EXPECT_EQ(package.TicketOf(page), ticket);
+    const std::string xml = package.Part(ticket);
+    EXPECT_NE(xml.find("xmlns:psk=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+                       "printschemakeywords\""),
+              std::string::npos)
+        << xml;
+    EXPECT_EQ(FeatureOption(xml, L"PageOrientation"), "Landscape");
+    EXPECT_EQ(ScoredValue(xml, L"PageMediaSize", L"MediaSizeWidth"), 210000);
+    EXPECT_NE(xml.find("<!--page-->"), std::string::npos) << xml;  // the rest is kept
+    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
+                             L"JobCopiesAllDocuments"),
+              "2");
+}
+
+TEST(SetTicketJobs, AJobWhoseTicketDoesNotParseStopsWithoutOutput) {
+    std::vector<testpackages::Entry> entries = testpackages::SmallJob(2);
+    for (auto& entry : entries) {
+        if (entry.name == "Documents/1/Metadata/Page_PT.xml") entry.content = "<psf:PrintTicket";
+    }
+    const std::string input = testpackages::WriteZip("broken_ticket.xps", entries);
+    JobRun run = RunSetTicket("broken", input, {{"PageOrientation", "Landscape"}});
+    EXPECT_EQ(run.outcome.exitCode, 9) << run.outcome.output;
+    EXPECT_NE(run.outcome.output.find("filter \"st\""), std::string::npos) << run.outcome.output;
+    EXPECT_FALSE(fs::exists(run.output));
+    for (const auto& entry : fs::directory_iterator(run.dir)) {
+        EXPECT_EQ(entry.path().filename().string().rfind(".out.xps", 0), std::string::npos);
+    }
+}
+
+TEST(SetTicketJobs, ABadConfigurationStopsTheJobWithoutOutput) {
+    const std::string input = testpackages::CorpusFile("wpftest_word.xps");
+    JobRun run = RunSetTicket("badconfig", input, {{"JobCopiesAllDocuments", "many"}});
+    EXPECT_EQ(run.outcome.exitCode, 9) << run.outcome.output;
+    EXPECT_NE(run.outcome.output.find("failed to initialise (0x80070057)"), std::string::npos)
+        << run.outcome.output;
+    EXPECT_FALSE(fs::exists(run.output));
+}
+
+// Every corpus job through setticket and stamp: every page ends up with a Landscape ticket,
+// pages render as before, and the stamp's part is written once.
+class CorpusThroughSampleFilters : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(CorpusThroughSampleFilters, TicketsChangeAndPagesRenderAsBefore) {
+    const std::string name = GetParam();
+    const std::string input = testpackages::CorpusFile(name);
+    JobRun run;
+    run.dir = WorkDir("corpus_" + name);
+    run.output = (run.dir / "out.xps").string();
+    const std::string config =
+        WriteConfig(run.dir, {{"name=\"st\" dll=\"" + ModulePath("setticket") + "\"", kAllScopes},
+                              {"name=\"stamp\" builtin=\"stamp\"", {}}});
+    run.outcome = RunTool({"run", "-q", "--pipeline", config, input, run.output});
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+
+    outputpackage::Package package(run.output);
+    const std::vector<std::string> pages = package.Pages();
+    ASSERT_FALSE(pages.empty());
+    std::set<std::string> pageTickets;
+    for (const std::string& page : pages) {
+        const std::string ticket = package.TicketOf(page);
+        ASSERT_FALSE(ticket.empty()) << page;
+        pageTickets.insert(ticket);
+        EXPECT_EQ(FeatureOption(package.Part(ticket), L"PageOrientation"), "Landscape") << page;
+        int stamps = 0;
+        for (const auto& relationship : package.Relationships(page)) {
+            if (outputpackage::IsResourceRel(relationship.type) &&
+                relationship.target == "/Resources/Stamp/stamp.png") {
+                ++stamps;
+            }
+        }
+        EXPECT_EQ(stamps, 1) << page;
+    }
+    for (const std::string& ticket : pageTickets) EXPECT_EQ(package.ItemCount(ticket), 1);
+    EXPECT_EQ(package.ItemCount("/Resources/Stamp/stamp.png"), 1);
+    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
+                             L"JobCopiesAllDocuments"),
+              "2");
+    ExpectSameRendering(name, input, run);
+    fs::remove_all(run.dir);
+}
+
+std::vector<std::string> CorpusJobs() {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/xps")) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(Corpus, CorpusThroughSampleFilters, ::testing::ValuesIn(CorpusJobs()),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                             std::string name;
+                             for (char c : info.param) name += std::isalnum(c) ? c : '_';
+                             return name;
+                         });
+
+}  // namespace
