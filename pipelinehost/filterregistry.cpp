@@ -36,18 +36,18 @@ FilterModules::~FilterModules() {
 }
 
 CComPtr<IPrintPipelineFilter> FilterModules::Create(const FilterRegistry& registry,
-                                                    const FilterSpec& spec) {
+                                                    const FilterEntry& filterEntry) {
     CComPtr<IPrintPipelineFilter> filter;
     HRESULT hr = E_FAIL;
-    if (!spec.builtin.empty()) {
-        auto found = registry.m_builtins.find(spec.builtin);
+    if (!filterEntry.builtin.empty()) {
+        auto found = registry.m_builtins.find(filterEntry.builtin);
         if (found == registry.m_builtins.end()) {
             std::string known;
             for (const auto& entry : registry.m_builtins) {
                 known += (known.empty() ? "" : ", ") + entry.first;
             }
-            throw JobError(ErrorKind::Config, "filter \"" + spec.name +
-                                                  "\": no built-in filter \"" + spec.builtin +
+            throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name +
+                                                  "\": no built-in filter \"" + filterEntry.builtin +
                                                   "\" (built-in: " + known + ")");
         }
         try {
@@ -57,25 +57,25 @@ CComPtr<IPrintPipelineFilter> FilterModules::Create(const FilterRegistry& regist
         }
     } else {
         void* module = nullptr;
-        auto loaded = m_modules.find(spec.dll);
+        auto loaded = m_modules.find(filterEntry.dll);
         if (loaded != m_modules.end()) {
             module = loaded->second;
         } else {
-            module = dlopen(spec.dll.c_str(), RTLD_NOW | RTLD_LOCAL);
+            module = dlopen(filterEntry.dll.c_str(), RTLD_NOW | RTLD_LOCAL);
             if (module == nullptr) {
                 const char* why = dlerror();
-                throw JobError(ErrorKind::Config, "filter \"" + spec.name + "\": cannot load " +
-                                                      spec.dll + ": " + (why ? why : "?"));
+                throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name + "\": cannot load " +
+                                                      filterEntry.dll + ": " + (why ? why : "?"));
             }
-            m_modules[spec.dll] = module;
+            m_modules[filterEntry.dll] = module;
         }
         auto factory = reinterpret_cast<CreatePipelineFilterFunction>(
             dlsym(module, FU_PIPELINE_FILTER_FACTORY));
         if (factory == nullptr) {
-            throw JobError(ErrorKind::Config, "filter \"" + spec.name + "\": " + spec.dll +
+            throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name + "\": " + filterEntry.dll +
                                                   " does not export " FU_PIPELINE_FILTER_FACTORY);
         }
-        std::wstring className = platform::Utf8ToWide(spec.className);
+        std::wstring className = platform::Utf8ToWide(filterEntry.className);
         try {
             hr = factory(className.c_str(), &filter);
         } catch (...) {
@@ -83,7 +83,7 @@ CComPtr<IPrintPipelineFilter> FilterModules::Create(const FilterRegistry& regist
         }
     }
     if (FAILED(hr) || !filter) {
-        throw JobError(ErrorKind::Config, "filter \"" + spec.name + "\" could not be created (" +
+        throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name + "\" could not be created (" +
                                               Hex(FAILED(hr) ? hr : E_POINTER) + ")");
     }
     return filter;

@@ -172,8 +172,8 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         ProcessToken token;
         FilterModules modules;
         std::vector<CComPtr<IPrintPipelineFilter>> filters;
-        for (const FilterSpec& spec : config.filters)
-            filters.push_back(modules.Create(registry, spec));
+        for (const FilterEntry& filterEntry : config.filters)
+            filters.push_back(modules.Create(registry, filterEntry));
         if (options.output.empty()) throw JobError(ErrorKind::Output, "no output file named");
         CComPtr<JobWriter> writer;
         writer.Attach(new JobWriter(options.output, status));
@@ -201,9 +201,9 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         Add(bag, XPS_FP_OUTPUT_FILE, CComVariant(platform::Utf8ToWide(options.output).c_str()));
 
         auto chain = std::make_shared<Chain>();
-        for (const FilterSpec& spec : config.filters) {
+        for (const FilterEntry& filterEntry : config.filters) {
             FilterReport report;
-            report.name = spec.name;
+            report.name = filterEntry.name;
             chain->reports.push_back(report);
         }
 

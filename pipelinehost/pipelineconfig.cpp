@@ -55,33 +55,33 @@ PipelineConfig ParsePipelineConfig(const std::string& xml, const std::string& ba
     for (const xmlNode* node = root->children; node != nullptr; node = node->next) {
         if (node->type != XML_ELEMENT_NODE) continue;
         if (Name(node) != "Filter") Bad("unexpected element <" + std::string(Name(node)) + ">");
-        FilterSpec spec;
-        spec.name = Attribute(node, "name").value_or("");
-        if (spec.name.empty()) Bad("a <Filter> has no name");
-        if (!names.insert(spec.name).second) Bad("two filters are named \"" + spec.name + "\"");
-        spec.builtin = Attribute(node, "builtin").value_or("");
+        FilterEntry filterEntry;
+        filterEntry.name = Attribute(node, "name").value_or("");
+        if (filterEntry.name.empty()) Bad("a <Filter> has no name");
+        if (!names.insert(filterEntry.name).second) Bad("two filters are named \"" + filterEntry.name + "\"");
+        filterEntry.builtin = Attribute(node, "builtin").value_or("");
         std::string dll = Attribute(node, "dll").value_or("");
-        if (spec.builtin.empty() == dll.empty()) {
-            Bad("filter \"" + spec.name + "\" needs exactly one of builtin=\"...\" or dll=\"...\"");
+        if (filterEntry.builtin.empty() == dll.empty()) {
+            Bad("filter \"" + filterEntry.name + "\" needs exactly one of builtin=\"...\" or dll=\"...\"");
         }
         if (!dll.empty()) {
             std::filesystem::path path(dll);
             if (path.is_relative() && !baseDirectory.empty()) {
                 path = std::filesystem::path(baseDirectory) / path;
             }
-            spec.dll = path.string();
+            filterEntry.dll = path.string();
         }
-        spec.className = Attribute(node, "class").value_or("");
+        filterEntry.className = Attribute(node, "class").value_or("");
         for (const xmlNode* child = node->children; child != nullptr; child = child->next) {
             if (child->type != XML_ELEMENT_NODE || Name(child) != "Parameter") continue;
             std::optional<std::string> name = Attribute(child, "name");
             std::optional<std::string> value = Attribute(child, "value");
             if (!name || name->empty() || !value) {
-                Bad("filter \"" + spec.name + "\" has a <Parameter> without name or value");
+                Bad("filter \"" + filterEntry.name + "\" has a <Parameter> without name or value");
             }
-            spec.parameters.emplace_back(*name, *value);
+            filterEntry.parameters.emplace_back(*name, *value);
         }
-        config.filters.push_back(std::move(spec));
+        config.filters.push_back(std::move(filterEntry));
     }
     if (config.filters.empty()) Bad("no <Filter> is named");
     return config;
@@ -99,7 +99,7 @@ PipelineConfig LoadPipelineConfig(const std::string& path) {
 
 PipelineConfig DefaultPipelineConfig() {
     PipelineConfig config;
-    FilterSpec pass;
+    FilterEntry pass;
     pass.name = "passthrough";
     pass.builtin = "passthrough";
     config.filters.push_back(pass);

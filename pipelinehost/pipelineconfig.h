@@ -21,7 +21,7 @@
 
 namespace pipelinehost {
 
-struct FilterSpec {
+struct FilterEntry {
     std::string name;
     std::string builtin;
     std::string dll;  // resolved path
@@ -30,7 +30,7 @@ struct FilterSpec {
 };
 
 struct PipelineConfig {
-    std::vector<FilterSpec> filters;
+    std::vector<FilterEntry> filters;
 };
 
 // Throws JobError(Config) naming the problem.

@@ -51,13 +51,13 @@ private:
 };
 
 template <class T>
-std::string CFormat(const std::string& spec, T value) {
+std::string CFormat(const std::string& cformat, T value) {
     char small[128];
-    int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+    int n = std::snprintf(small, sizeof small, cformat.c_str(), value);
     if (n < 0) return {};
     if (static_cast<std::size_t>(n) < sizeof small) return std::string(small, n);
     std::string big(static_cast<std::size_t>(n), '\0');
-    std::snprintf(big.data(), big.size() + 1, spec.c_str(), value);
+    std::snprintf(big.data(), big.size() + 1, cformat.c_str(), value);
     return big;
 }
 
@@ -333,12 +333,12 @@ private:
     }
 
     std::string NumberSpec(const Conversion& conv, const char* length) const {
-        std::string spec = "%" + conv.flags;
-        if (conv.width > 0) spec += std::to_string(conv.width);
-        if (conv.precision >= 0) spec += "." + std::to_string(conv.precision);
-        spec += length;
-        spec.push_back(conv.type);
-        return spec;
+        std::string cformat = "%" + conv.flags;
+        if (conv.width > 0) cformat += std::to_string(conv.width);
+        if (conv.precision >= 0) cformat += "." + std::to_string(conv.precision);
+        cformat += length;
+        cformat.push_back(conv.type);
+        return cformat;
     }
 
     bool EmitSigned(const Conversion& conv) {

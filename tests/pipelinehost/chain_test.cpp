@@ -29,10 +29,10 @@ struct Chain {
                 *filter = new testfilters::TestFilter(mode, seen);
                 return S_OK;
             });
-            FilterSpec spec;
-            spec.name = name;
-            spec.builtin = name;
-            config.filters.push_back(spec);
+            FilterEntry filterEntry;
+            filterEntry.name = name;
+            filterEntry.builtin = name;
+            config.filters.push_back(filterEntry);
         }
     }
 };
@@ -159,10 +159,10 @@ TEST(FilterChain, UnknownBuiltinAndMissingModuleAreConfigurationErrors) {
     std::string input = testpackages::WriteZip("chain_cfg.xps", testpackages::SmallJob(1));
     FilterRegistry registry;
     PipelineConfig config;
-    FilterSpec spec;
-    spec.name = "x";
-    spec.builtin = "nonesuch";
-    config.filters.push_back(spec);
+    FilterEntry filterEntry;
+    filterEntry.name = "x";
+    filterEntry.builtin = "nonesuch";
+    config.filters.push_back(filterEntry);
     JobResult result = RunJob(config, registry, Options(input, testpackages::TempPath("c.xps")));
     ASSERT_TRUE(result.error.has_value());
     EXPECT_EQ(result.error->Kind(), ErrorKind::Config);

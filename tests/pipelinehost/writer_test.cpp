@@ -108,10 +108,10 @@ JobResult RunWith(FilterFactory factory, const std::string& input, const std::st
     FilterRegistry registry;
     registry.AddBuiltin("f", std::move(factory));
     PipelineConfig config;
-    FilterSpec spec;
-    spec.name = "f";
-    spec.builtin = "f";
-    config.filters.push_back(spec);
+    FilterEntry filterEntry;
+    filterEntry.name = "f";
+    filterEntry.builtin = "f";
+    config.filters.push_back(filterEntry);
     JobOptions options;
     options.input = input;
     options.output = output;
