@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "../filterpipeline/filterutilities/pipelinefakes.h"
 #include "filters/watermark/pagerewriter.h"
 #include "filters/watermark/watermarkfilter.h"
 #include "filters/watermark/watermarkmarkup.h"
@@ -558,6 +559,78 @@ TEST(WatermarkJob, BitmapWatermarkIsDrawnInsideItsBox) {
         EXPECT_GT(d.inside, 100) << "page " << i + 1;
         EXPECT_EQ(0, d.outside) << "page " << i + 1;
     }
+}
+
+// --- the filter over fake pipeline parts -----------------------------------------------------
+
+// Runs a WatermarkFilter over one fake page with the ticket naming watermark 12 and the given
+// settings; the page's write stream is not available, so a page the filter rewrites fails.
+struct FakePageRun {
+    FakePageRun(const ScratchDir& dir, const std::string& ini, const std::string& markup,
+                const wchar_t* fontFile = nullptr) {
+        WatermarkJob job(dir.path(), ini);
+        EXPECT_TRUE(job.TicketMade());
+        std::ifstream in(dir.path() / "ticket.xml");
+        std::ostringstream ticket;
+        ticket << in.rdbuf();
+        bag.Attach(new fakes::PropertyBag());
+        bag->FillJobProperties(ticket.str());
+        if (fontFile != nullptr) {
+            CComVariant value(fontFile);
+            bag->AddProperty(L"FontFile", &value);
+        }
+        provider.Attach(new fakes::Provider());
+        consumer.Attach(new fakes::Consumer());
+        communicator.Attach(new fakes::Communicator());
+        communicator->reader_ = static_cast<IXpsDocumentProvider*>(provider.p);
+        communicator->writer_ = static_cast<IXpsDocumentConsumer*>(consumer.p);
+        control.Attach(new fakes::ManagerControl());
+        page.Attach(new fakes::Page());
+        page->markup = markup;
+        provider->parts.emplace_back(static_cast<IFixedPage*>(page.p));
+        filter.Attach(new WatermarkFilter());
+
+        const std::string config = (dir.path() / "config").string();
+        ::setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+        result = filter->InitializeFilter(communicator, bag, control);
+        if (SUCCEEDED(result)) {
+            result = static_cast<IPrintPipelineFilter*>(filter.p)->StartOperation();
+        }
+        ::unsetenv("XDG_CONFIG_HOME");
+    }
+
+    CComPtr<fakes::PropertyBag> bag;
+    CComPtr<fakes::Provider> provider;
+    CComPtr<fakes::Consumer> consumer;
+    CComPtr<fakes::Communicator> communicator;
+    CComPtr<fakes::ManagerControl> control;
+    CComPtr<fakes::Page> page;
+    CComPtr<WatermarkFilter> filter;
+    HRESULT result = E_FAIL;
+};
+
+TEST(WatermarkFilterOverFakes, PageMarkupThatDoesNotParseIsPassedOnUnchanged) {
+    ScratchDir dir;
+    FakePageRun run(dir, TextIni("X"), "<FixedPage Width='10' Height='10'><Path></FixedPage>");
+    EXPECT_EQ(S_OK, run.result);
+    EXPECT_EQ(1u, run.filter->PagesNotParsed());
+    EXPECT_EQ(0u, run.filter->PagesMarked());
+    EXPECT_EQ(std::vector<std::string>{"page"}, run.consumer->sent);
+    EXPECT_EQ(0, run.consumer->newPartCalls);
+    EXPECT_TRUE(run.page->resources.empty());
+}
+
+TEST(WatermarkFilterOverFakes, AFontThatCannotBeReadFailsTheJobButOnlyWhenTextIsDrawn) {
+    ScratchDir dir;
+    const std::string page = "<FixedPage Width='10' Height='10'/>";
+    FakePageRun failing(dir, TextIni("X"), page, L"/nonexistent/font.ttf");
+    EXPECT_TRUE(FAILED(failing.result));
+    EXPECT_EQ(0, failing.consumer->newPartCalls);
+
+    ScratchDir other;
+    FakePageRun empty(other, TextIni(""), page, L"/nonexistent/font.ttf");
+    EXPECT_EQ(S_OK, empty.result);
+    EXPECT_EQ(std::vector<std::string>{"page"}, empty.consumer->sent);
 }
 
 }  // namespace
