@@ -3,6 +3,7 @@
 
 #include "filterpipeline/filterutilities/printreadstreamtoistream.h"
 #include "filterpipeline/filterutilities/printticketmanager.h"
+#include "filterpipeline/filterutilities/printticketxmldocument.h"
 #include "pipelinefakes.h"
 #include "platform/win32/kernel.h"
 #include "platform/win32/security.h"
@@ -111,6 +112,11 @@ TEST_F(ManagerTest, ScopesWithoutTicketsInheritTopDown) {
     EXPECT_EQ(OptionSeen(kPTDocumentScope, L"JobCopiesAllDocuments"), L"Two");
     // The job ticket lacks orientation: the view goes on to the default ticket.
     EXPECT_EQ(OptionSeen(kPTJobScope, L"PageOrientation"), L"Portrait");
+
+    // Without merging there is no merged ticket to hand to the view.
+    XpsFilterPrintTicket* view = nullptr;
+    ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
+    EXPECT_EQ(view->GetMergedTicket(), nullptr);
 }
 
 TEST_F(ManagerTest, APageTicketLastsUntilTheNextPage) {
@@ -147,8 +153,17 @@ TEST_F(ManagerTest, MergingComputesMergedTicketsPerScope) {
     ASSERT_EQ(manager.InitializeWithPrintTicket(sequence), S_OK);
     ASSERT_EQ(manager.InitializeWithPrintTicket(kPTDocumentScope, nullptr), S_OK);
     XpsFilterPrintTicket* view = nullptr;
-    EXPECT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
-    EXPECT_NE(view, nullptr);
+    ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
+    ASSERT_NE(view, nullptr);
+    // The page's merged ticket is the default with the job's delta applied, handed down.
+    PrintTicketXmlDocument* merged = view->GetMergedTicket();
+    ASSERT_NE(merged, nullptr);
+    CComBSTR copies;
+    ASSERT_EQ(merged->GetFeatureOption(CComBSTR(L"JobCopiesAllDocuments"), &copies, nullptr), S_OK);
+    EXPECT_TRUE(copies == L"Two");
+    CComBSTR orientation;
+    ASSERT_EQ(merged->GetFeatureOption(CComBSTR(L"PageOrientation"), &orientation, nullptr), S_OK);
+    EXPECT_TRUE(orientation == L"Portrait");
     EXPECT_EQ(manager.GetTicket(static_cast<EPrintTicketScope>(7), &view), E_FAIL);
 }
 
