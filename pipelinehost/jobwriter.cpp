@@ -369,43 +369,11 @@ void JobWriter::FinishDocument() {
     IHostPart* host = AsHostPart(m_document);
     std::string name = host ? host->State().name : Uri(m_document);
     if (name.empty()) throw JobError(ErrorKind::Filter, "a fixed document without a URI was sent");
-    const ContainerState* container = host ? host->Container() : nullptr;
-    const Listing* original = container ? container->listing.get() : nullptr;
-    bool sameList = original != nullptr && original->entries.size() == m_documentPages.size();
-    for (std::size_t i = 0; sameList && i < m_documentPages.size(); ++i) {
-        sameList = PartKey(original->entries[i].part) == PartKey(m_documentPages[i].name);
-    }
-    CComPtr<IPartPrintTicket> ticket = TicketOf(m_document.p);
-    if (ticket) WriteContent(ticket, PartKind::PrintTicket);
     if (Written(name)) {
         throw JobError(ErrorKind::Filter, "fixed document " + name + " was sent twice");
     }
-    if (host && host->State().source && sameList && !host->State().compressionChanged) {
-        CopySourcePart(*host->State().package, *host->State().source);
-    } else {
-        m_out.WriteBytes(ItemName(name), ListingXml(original, m_documentPages, name, false), 6);
-        std::string type = host ? host->State().contentType : std::string();
-        if (type.empty()) {
-            type = m_package && m_package->OpenXps() ? xps::kOpenFixedDocumentContentType
-                                                     : xps::kFixedDocumentContentType;
-        }
-        MarkWritten(name, type);
-    }
-    bool openXps = m_package && m_package->OpenXps();
-    if (container && !container->ticketChanged && container->hadRelsPart && host->State().package) {
-        const SourcePart* rels = host->State().package->Find(RelationshipsPartName(name));
-        if (rels != nullptr && !Written(rels->name)) CopySourcePart(*host->State().package, *rels);
-        KeepReachable(container->sourceRels);
-    } else {
-        std::vector<Relationship> rels;
-        if (container) rels = KeptRelationships(*container);
-        KeepReachable(rels);
-        if (ticket) {
-            rels.push_back({"", std::string(openXps ? xps::kOpenPrintTicket : xps::kMsPrintTicket),
-                            PartNameOf(ticket), false, PartNameOf(ticket)});
-        }
-        WriteRelationships(name, rels);
-    }
+    const ContainerState* container =
+        WriteContainer(host, name, TicketOf(m_document.p), m_documentPages, false);
     m_documents.push_back({name, container ? container->listingXml : std::string(),
                            container ? container->listingParent : std::string()});
     m_document.Release();
@@ -422,26 +390,37 @@ void JobWriter::FinishSequence() {
     IHostPart* host = AsHostPart(m_sequence);
     std::string name = host ? host->State().name : Uri(m_sequence);
     if (name.empty()) throw JobError(ErrorKind::Filter, "a sequence without a URI was sent");
+    WriteContainer(host, name, TicketOf(m_sequence.p), m_documents, true);
+}
+
+const ContainerState* JobWriter::WriteContainer(IHostPart* host, const std::string& name,
+                                                const CComPtr<IPartPrintTicket>& ticket,
+                                                const std::vector<Listed>& children,
+                                                bool isSequence) {
     const ContainerState* container = host ? host->Container() : nullptr;
     const Listing* original = container ? container->listing.get() : nullptr;
-    bool sameList = original != nullptr && original->entries.size() == m_documents.size();
-    for (std::size_t i = 0; sameList && i < m_documents.size(); ++i) {
-        sameList = PartKey(original->entries[i].part) == PartKey(m_documents[i].name);
+    bool sameList = original != nullptr && original->entries.size() == children.size();
+    for (std::size_t i = 0; sameList && i < children.size(); ++i) {
+        sameList = PartKey(original->entries[i].part) == PartKey(children[i].name);
     }
-    CComPtr<IPartPrintTicket> ticket = TicketOf(m_sequence.p);
     if (ticket) WriteContent(ticket, PartKind::PrintTicket);
+    const bool openXps = m_package && m_package->OpenXps();
+    // The listing is copied as its compressed bytes when it still lists the source's children.
     if (host && host->State().source && sameList && !host->State().compressionChanged) {
         CopySourcePart(*host->State().package, *host->State().source);
     } else {
-        m_out.WriteBytes(ItemName(name), ListingXml(original, m_documents, name, true), 6);
+        m_out.WriteBytes(ItemName(name), ListingXml(original, children, name, isSequence), 6);
         std::string type = host ? host->State().contentType : std::string();
         if (type.empty()) {
-            type = m_package && m_package->OpenXps() ? xps::kOpenFixedDocumentSequenceContentType
-                                                     : xps::kFixedDocumentSequenceContentType;
+            if (isSequence) {
+                type = openXps ? xps::kOpenFixedDocumentSequenceContentType
+                               : xps::kFixedDocumentSequenceContentType;
+            } else {
+                type = openXps ? xps::kOpenFixedDocumentContentType : xps::kFixedDocumentContentType;
+            }
         }
         MarkWritten(name, type);
     }
-    bool openXps = m_package && m_package->OpenXps();
     if (container && !container->ticketChanged && container->hadRelsPart && host->State().package) {
         const SourcePart* rels = host->State().package->Find(RelationshipsPartName(name));
         if (rels != nullptr && !Written(rels->name)) CopySourcePart(*host->State().package, *rels);
@@ -456,6 +435,7 @@ void JobWriter::FinishSequence() {
         }
         WriteRelationships(name, rels);
     }
+    return container;
 }
 
 void JobWriter::WritePackageRelationships() {

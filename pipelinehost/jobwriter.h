@@ -65,6 +65,11 @@ private:
     void WritePage(IFixedPage* page);
     void FinishDocument();
     void FinishSequence();
+    // Writes a fixed document or the sequence: its ticket, its listing of children (the source's
+    // compressed bytes when unchanged) and its relationships. Returns the source's container state.
+    const ContainerState* WriteContainer(IHostPart* host, const std::string& name,
+                                         const CComPtr<IPartPrintTicket>& ticket,
+                                         const std::vector<Listed>& children, bool isSequence);
     void WritePackageRelationships();
     void CopyReachable();
     void CopyUnlistedResources();
