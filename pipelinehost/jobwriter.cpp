@@ -416,7 +416,8 @@ const ContainerState* JobWriter::WriteContainer(IHostPart* host, const std::stri
                 type = openXps ? xps::kOpenFixedDocumentSequenceContentType
                                : xps::kFixedDocumentSequenceContentType;
             } else {
-                type = openXps ? xps::kOpenFixedDocumentContentType : xps::kFixedDocumentContentType;
+                type =
+                    openXps ? xps::kOpenFixedDocumentContentType : xps::kFixedDocumentContentType;
             }
         }
         MarkWritten(name, type);
