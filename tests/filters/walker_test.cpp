@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "../pipelinehost/testfilters.h"
 #include "../pipelinehost/testpackages.h"
 #include "filterpipeline/filterutilities/xpsfilterbase.h"
 #include "outputpackage.h"
@@ -90,78 +91,6 @@ private:
     PageHook m_onPage;
 };
 
-// Filters written against the bare interfaces, placed before the probe to shape what it gets.
-enum class Feed {
-    Nothing,    // closes its output at once
-    ExtraPart,  // forwards the job and sends a part of no walked kind after the sequence
-};
-
-class FeedFilter final : public platform::ComObject<IPrintPipelineFilter> {
-public:
-    explicit FeedFilter(Feed feed) : m_feed(feed) {}
-
-    HRESULT InitializeFilter(IInterFilterCommunicator* communicator, IPrintPipelinePropertyBag*,
-                             IPrintPipelineManagerControl* control) override {
-        m_communicator = communicator;
-        m_control = control;
-        return S_OK;
-    }
-    HRESULT ShutdownOperation() override { return S_OK; }
-
-    HRESULT StartOperation() override {
-        HRESULT hr = Pump();
-        m_control->FilterFinished();
-        return hr;
-    }
-
-private:
-    HRESULT Pump() {
-        CComPtr<IXpsDocumentProvider> provider;
-        CComPtr<IXpsDocumentConsumer> consumer;
-        HRESULT hr = m_communicator->RequestReader(reinterpret_cast<void**>(&provider));
-        if (SUCCEEDED(hr)) hr = m_communicator->RequestWriter(reinterpret_cast<void**>(&consumer));
-        if (FAILED(hr)) return hr;
-        if (m_feed == Feed::Nothing) return consumer->CloseSender();
-        for (;;) {
-            CComPtr<IUnknown> part;
-            hr = provider->GetXpsPart(&part);
-            if (FAILED(hr)) return hr;
-            if (!part) return consumer->CloseSender();
-            if (CComQIPtr<IXpsDocument> xps = part) {
-                hr = consumer->SendXpsDocument(xps);
-            } else if (CComQIPtr<IFixedDocumentSequence> sequence = part) {
-                hr = consumer->SendFixedDocumentSequence(sequence);
-                if (SUCCEEDED(hr)) hr = SendExtraPart(consumer);
-            } else if (CComQIPtr<IFixedDocument> document = part) {
-                hr = consumer->SendFixedDocument(document);
-            } else if (CComQIPtr<IFixedPage> page = part) {
-                hr = consumer->SendFixedPage(page);
-            } else {
-                hr = consumer->SendXpsUnknown(part);
-            }
-            if (FAILED(hr)) return hr;
-        }
-    }
-
-    static HRESULT SendExtraPart(IXpsDocumentConsumer* consumer) {
-        CComPtr<IUnknown> part;
-        CComPtr<IPrintWriteStream> stream;
-        HRESULT hr = consumer->GetNewEmptyPart(L"/Resources/Images/extra.png", IID_IPartImage,
-                                               reinterpret_cast<void**>(&part), &stream);
-        if (FAILED(hr)) return hr;
-        const std::string bytes = "extra image bytes";
-        ULONG written = 0;
-        hr = stream->WriteBytes(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
-        stream->Close();
-        if (FAILED(hr)) return hr;
-        return consumer->SendXpsUnknown(part);
-    }
-
-    Feed m_feed;
-    CComPtr<IInterFilterCommunicator> m_communicator;
-    CComPtr<IPrintPipelineManagerControl> m_control;
-};
-
 std::string OrientationTicket(const char* option) {
     return std::string(
                "<psf:PrintTicket "
@@ -232,9 +161,10 @@ struct HostJob {
             return S_OK;
         });
     }
-    void AddFeed(Feed feed) {
-        Add([feed](IPrintPipelineFilter** filter) {
-            *filter = new FeedFilter(feed);
+    // A filter written against the bare interfaces, placed before a probe to shape its input.
+    void AddFeed(testfilters::Mode mode) {
+        Add([mode](IPrintPipelineFilter** filter) {
+            *filter = new testfilters::TestFilter(mode, std::make_shared<testfilters::Observed>());
             return S_OK;
         });
     }
@@ -252,6 +182,17 @@ struct HostJob {
     bool OutputExists() const { return std::filesystem::exists(output); }
     std::string Error() const { return result.error ? result.error->what() : std::string(); }
 };
+
+// Every filter was told to shut down once and reported completion. A filter's report from its
+// walk and the one from ShutdownOperation can race (the flag's test and set are not one step),
+// so two reports are possible.
+void ExpectEveryFilterShutDown(const JobResult& result) {
+    for (const FilterReport& report : result.filters) {
+        EXPECT_GE(report.filterFinishedCalls, 1u) << report.name;
+        EXPECT_LE(report.filterFinishedCalls, 2u) << report.name;
+        EXPECT_EQ(report.shutdownOperationCalls, 1u) << report.name;
+    }
+}
 
 const std::vector<std::string> kWalkOfTheTwoDocumentJob = {
     "document 1",        "page 1.1 portrait",  "page 1.2 landscape", "document 2",
@@ -283,7 +224,7 @@ TEST(WalkerOnTheHost, HandlersSeeJobWideCountersAndInheritedTicketsInEveryFilter
 TEST(WalkerOnTheHost, AnEmptyInputFinalisesOnceAndTheJobFailsWithoutOutput) {
     auto log = std::make_shared<Log>();
     HostJob run;
-    run.AddFeed(Feed::Nothing);
+    run.AddFeed(testfilters::Mode::EmptyOutput);
     run.AddProbe(log);
     run.Go(TwoDocumentJob());
     EXPECT_EQ(log->Events(), std::vector<std::string>{"finalize"});
@@ -298,13 +239,14 @@ TEST(WalkerOnTheHost, AnEmptyInputFinalisesOnceAndTheJobFailsWithoutOutput) {
 TEST(WalkerOnTheHost, APartOfNoWalkedKindIsForwardedWithoutAHandler) {
     auto log = std::make_shared<Log>();
     HostJob run;
-    run.AddFeed(Feed::ExtraPart);
+    run.AddFeed(testfilters::Mode::ExtraPart);
     run.AddProbe(log);
     run.Go(TwoDocumentJob());
     ASSERT_TRUE(run.result.succeeded) << run.Error();
     EXPECT_EQ(log->Events(), kWalkOfTheTwoDocumentJob);
     outputpackage::Package out(run.output);
-    EXPECT_EQ(out.Part("/Resources/Images/extra.png"), "extra image bytes");
+    EXPECT_EQ(out.Part(platform::WideToUtf8(testfilters::kExtraPartName)),
+              testfilters::kExtraPartBytes);
 }
 
 TEST(WalkerOnTheHost, AHandlerFailureStopsTheJobAndNamesTheFilter) {
@@ -325,14 +267,7 @@ TEST(WalkerOnTheHost, AHandlerFailureStopsTheJobAndNamesTheFilter) {
     ASSERT_EQ(run.result.filters.size(), 2u);
     EXPECT_EQ(run.result.filters[0].startResult, E_ACCESSDENIED);
     EXPECT_EQ(run.result.filters[0].shutdownRequest, E_ACCESSDENIED);
-    // Every filter was told to shut down and reported completion. A filter's report from its
-    // walk and the one from ShutdownOperation can race (the flag's test and set are not one
-    // step), so two reports are possible.
-    for (const FilterReport& report : run.result.filters) {
-        EXPECT_GE(report.filterFinishedCalls, 1u) << report.name;
-        EXPECT_LE(report.filterFinishedCalls, 2u) << report.name;
-        EXPECT_EQ(report.shutdownOperationCalls, 1u) << report.name;
-    }
+    ExpectEveryFilterShutDown(run.result);
     // The next filter never got past what the failing one had sent.
     for (const std::string& event : after->Events()) EXPECT_NE(event, "page 1.2 landscape");
 }
@@ -360,14 +295,7 @@ TEST(WalkerOnTheHost, AShutdownDuringAHandlerEndsTheWalkQuietly) {
     ASSERT_EQ(run.result.filters.size(), 2u);
     EXPECT_EQ(run.result.filters[0].startResult, S_OK);
     EXPECT_EQ(run.result.filters[0].shutdownRequest, E_ABORT);
-    // Every filter was told to shut down and reported completion. A filter's report from its
-    // walk and the one from ShutdownOperation can race (the flag's test and set are not one
-    // step), so two reports are possible.
-    for (const FilterReport& report : run.result.filters) {
-        EXPECT_GE(report.filterFinishedCalls, 1u) << report.name;
-        EXPECT_LE(report.filterFinishedCalls, 2u) << report.name;
-        EXPECT_EQ(report.shutdownOperationCalls, 1u) << report.name;
-    }
+    ExpectEveryFilterShutDown(run.result);
 }
 
 }  // namespace
