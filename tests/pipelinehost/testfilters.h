@@ -1,6 +1,7 @@
 // testfilters.h: small filters written directly against the pipeline interfaces, for driving
 // the host in tests: pass-through, failing, throwing, shutdown-requesting, forgetful (never
-// reports FilterFinished), slow, and one that records the property bag it was given; a base for
+// reports FilterFinished), slow, one that closes its output at once, one that adds a part of no
+// walked kind after the sequence, and one that records the property bag it was given; a base for
 // filters that edit pages; and a helper that runs a job through one filter.
 #pragma once
 
@@ -81,7 +82,19 @@ private:
     CComPtr<IPrintPipelineManagerControl> m_control;
 };
 
-enum class Mode { PassThrough, FailAfterFirstPart, Throw, RequestShutdown, Forgetful, Slow };
+enum class Mode {
+    PassThrough,
+    FailAfterFirstPart,
+    Throw,
+    RequestShutdown,
+    Forgetful,
+    Slow,
+    EmptyOutput,  // sends nothing and closes its output
+    ExtraPart,    // sends kExtraPartName, a new image part, as an unknown part after the sequence
+};
+
+inline constexpr const wchar_t* kExtraPartName = L"/Resources/Images/extra.png";
+inline constexpr const char* kExtraPartBytes = "extra image bytes";
 
 struct Observed {
     std::atomic<int> shutdownOperations{0};
@@ -151,6 +164,7 @@ private:
         HRESULT hr = m_communicator->RequestReader(reinterpret_cast<void**>(&provider));
         if (SUCCEEDED(hr)) hr = m_communicator->RequestWriter(reinterpret_cast<void**>(&consumer));
         if (FAILED(hr)) return hr;
+        if (m_mode == Mode::EmptyOutput) return consumer->CloseSender();
         while (!m_stop) {
             CComPtr<IUnknown> part;
             hr = provider->GetXpsPart(&part);
@@ -164,10 +178,28 @@ private:
             }
             if (m_mode == Mode::Slow) std::this_thread::sleep_for(std::chrono::milliseconds(2));
             hr = ForwardPart(consumer, part);
+            if (SUCCEEDED(hr) && m_mode == Mode::ExtraPart &&
+                CComQIPtr<IFixedDocumentSequence>(part)) {
+                hr = SendExtraPart(consumer);
+            }
             if (FAILED(hr)) return m_stop ? S_OK : hr;
         }
         if (m_stop) return S_OK;
         return consumer->CloseSender();
+    }
+
+    static HRESULT SendExtraPart(IXpsDocumentConsumer* consumer) {
+        CComPtr<IUnknown> part;
+        CComPtr<IPrintWriteStream> stream;
+        HRESULT hr = consumer->GetNewEmptyPart(kExtraPartName, IID_IPartImage,
+                                               reinterpret_cast<void**>(&part), &stream);
+        if (FAILED(hr)) return hr;
+        const std::string bytes = kExtraPartBytes;
+        ULONG written = 0;
+        hr = stream->WriteBytes(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
+        stream->Close();
+        if (FAILED(hr)) return hr;
+        return consumer->SendXpsUnknown(part);
     }
 
     Mode m_mode;
