@@ -28,16 +28,11 @@ std::string ItemName(const std::string& partName) {
     return partName.substr(1);
 }
 
-std::string Uri(IFixedDocument* document) {
+// The URI of a fixed document or sequence the host did not make.
+template <class Part>
+std::string Uri(Part* part) {
     BSTR uri = nullptr;
-    if (FAILED(document->GetUri(&uri)) || uri == nullptr) return {};
-    std::string name = platform::WideToUtf8(std::wstring_view(uri, SysStringLen(uri)));
-    SysFreeString(uri);
-    return name;
-}
-std::string Uri(IFixedDocumentSequence* sequence) {
-    BSTR uri = nullptr;
-    if (FAILED(sequence->GetUri(&uri)) || uri == nullptr) return {};
+    if (FAILED(part->GetUri(&uri)) || uri == nullptr) return {};
     std::string name = platform::WideToUtf8(std::wstring_view(uri, SysStringLen(uri)));
     SysFreeString(uri);
     return name;
@@ -368,7 +363,7 @@ std::string JobWriter::ListingXml(const Listing* original, const std::vector<Lis
 void JobWriter::FinishDocument() {
     if (!m_document) return;
     IHostPart* host = AsHostPart(m_document);
-    std::string name = host ? host->State().name : Uri(m_document);
+    std::string name = host ? host->State().name : Uri(m_document.p);
     if (name.empty()) throw JobError(ErrorKind::Filter, "a fixed document without a URI was sent");
     if (Written(name)) {
         throw JobError(ErrorKind::Filter, "fixed document " + name + " was sent twice");
@@ -389,7 +384,7 @@ void JobWriter::FinishSequence() {
                                                 "document sequence");
     }
     IHostPart* host = AsHostPart(m_sequence);
-    std::string name = host ? host->State().name : Uri(m_sequence);
+    std::string name = host ? host->State().name : Uri(m_sequence.p);
     if (name.empty()) throw JobError(ErrorKind::Filter, "a sequence without a URI was sent");
     WriteContainer(host, name, TicketOf(m_sequence.p), m_documents, true);
 }
@@ -442,7 +437,7 @@ const ContainerState* JobWriter::WriteContainer(IHostPart* host, const std::stri
 
 void JobWriter::WritePackageRelationships() {
     std::string sequence =
-        AsHostPart(m_sequence) ? AsHostPart(m_sequence)->State().name : Uri(m_sequence);
+        AsHostPart(m_sequence) ? AsHostPart(m_sequence)->State().name : Uri(m_sequence.p);
     bool openXps = m_package && m_package->OpenXps();
     std::vector<Relationship> rels;
     std::string startId;
@@ -502,8 +497,15 @@ void JobWriter::CopyUnlistedResources() {
 }
 
 void JobWriter::WriteContentTypes() {
+    // Overrides in the order of the part keys, as a sorted map would give them.
+    std::vector<const std::pair<const std::string, std::pair<std::string, std::string>>*> types;
+    types.reserve(m_types.size());
+    for (const auto& type : m_types) types.push_back(&type);
+    std::sort(types.begin(), types.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
     std::map<std::string, std::map<std::string, unsigned>> byExtension;
-    for (const auto& [key, entry] : m_types) {
+    for (const auto* type : types) {
+        const auto& entry = type->second;
         if (entry.second.empty()) continue;
         ++byExtension[PartExtension(entry.first)][entry.second];
     }
@@ -521,7 +523,8 @@ void JobWriter::WriteContentTypes() {
         xml += "<Default Extension=\"" + EscapeXml(ext) + "\" ContentType=\"" + EscapeXml(type) +
                "\"/>";
     }
-    for (const auto& [key, entry] : m_types) {
+    for (const auto* type : types) {
+        const auto& entry = type->second;
         if (entry.second.empty()) continue;
         auto def = defaults.find(PartExtension(entry.first));
         if (def != defaults.end() && def->second == entry.second) continue;

@@ -16,6 +16,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/com/atl.h"
@@ -88,7 +89,8 @@ private:
     CComPtr<IFixedDocument> m_document;
     std::vector<Listed> m_documentPages;
     std::vector<Listed> m_documents;
-    std::map<std::string, std::pair<std::string, std::string>> m_types;  // key -> name, type
+    // Parts written: key -> name, content type (hashed: looked up several times for every part).
+    std::unordered_map<std::string, std::pair<std::string, std::string>> m_types;
     std::deque<std::string> m_reachable;
     bool m_closed = false;
     bool m_failed = false;

@@ -1,5 +1,6 @@
 // packagewriter.cpp: streaming ZIP output through minizip: raw copies of source items, and
-// written items compressed in chunks on a DeflatePool and appended in order as raw data.
+// written items compressed in chunks on a DeflatePool, appended in order as raw data by an
+// output thread.
 #include "pipelinehost/packagewriter.h"
 
 #include <sys/stat.h>
@@ -23,6 +24,11 @@ namespace pipelinehost {
 namespace {
 
 constexpr std::uint64_t kZip64Threshold = 0xFFFFFFFFull;
+// The sleeping output thread is woken when this many records or bytes wait, or when the caller
+// needs room, not for every record: a pass-through queues thousands of small copies.
+constexpr std::size_t kWakeRecords = 32;
+constexpr std::size_t kWakeBytes = std::size_t{1} << 20;
+constexpr std::size_t kCopyBufferSize = std::size_t{1} << 16;
 
 zip_fileinfo FileInfo(std::time_t when) {
     zip_fileinfo info{};
@@ -77,7 +83,7 @@ PackageWriter::~PackageWriter() {
 }
 
 void PackageWriter::Discard() {
-    m_pool.reset();
+    StopThreads(false);
     m_queue.clear();
     if (m_zip != nullptr) {
         zipClose(m_zip, nullptr);
@@ -111,12 +117,6 @@ void PackageWriter::CopyRaw(const std::string& itemName,
     Guarded([&] {
         CheckOpen();
         if (!package) Fail("no source package to copy " + itemName + " from", m_target);
-        WriteReady(false);
-        if (m_queue.empty()) {
-            CopyNow(itemName, *package, item);
-            return;
-        }
-        MakeRoom();
         Record record;
         record.itemName = itemName;
         record.package = std::move(package);
@@ -136,13 +136,13 @@ void PackageWriter::CopyNow(const std::string& itemName, const SourcePackage& pa
         Fail("cannot add " + itemName, m_target);
     }
     std::unique_ptr<SourcePackage::RawReader> raw = package.OpenRaw(item);
-    std::vector<char> buffer(1 << 16);
+    m_copyBuffer.resize(kCopyBufferSize);
     std::uint64_t copied = 0;
     for (;;) {
-        std::size_t got = raw->Read(buffer.data(), buffer.size());
+        std::size_t got = raw->Read(m_copyBuffer.data(), m_copyBuffer.size());
         if (got == 0) break;
         copied += got;
-        if (zipWriteInFileInZip(m_zip, buffer.data(), static_cast<unsigned>(got)) != ZIP_OK) {
+        if (zipWriteInFileInZip(m_zip, m_copyBuffer.data(), static_cast<unsigned>(got)) != ZIP_OK) {
             Fail("write error in " + itemName, m_target);
         }
     }
@@ -172,7 +172,6 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
             buffer.resize(got);
             return got == kChunkSize;
         };
-        MakeRoom();
         std::string current;
         bool full = fill(current);
         std::string dictionary;
@@ -180,10 +179,7 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
             // One chunk is read ahead to know whether the current one ends the item.
             std::string next;
             bool nextFull = false;
-            if (full) {
-                MakeRoom();
-                nextFull = fill(next);
-            }
+            if (full) nextFull = fill(next);
             auto chunk = std::make_shared<DeflateChunk>();
             chunk->level = level;
             chunk->final = next.empty();
@@ -213,7 +209,7 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
                 DeflateChunkNow(*chunk);
                 chunk->ready = true;
             } else {
-                if (!m_pool) m_pool = std::make_unique<DeflatePool>(m_threads);
+                StartThreads();
                 m_pool->Submit(chunk);
                 record.pooled = true;
             }
@@ -227,31 +223,96 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
     });
 }
 
+void PackageWriter::StartThreads() {
+    if (m_output.joinable()) return;
+    m_pool = std::make_unique<DeflatePool>(m_threads);
+    m_output = std::thread([this] { Output(); });
+}
+
+void PackageWriter::StopThreads(bool writeRest) {
+    if (m_output.joinable()) {
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            (writeRest ? m_closing : m_stop) = true;
+        }
+        m_work.notify_all();
+        m_output.join();
+    }
+    m_pool.reset();
+}
+
+bool PackageWriter::OutputHasWork() const {
+    if (m_stop || m_closing) return true;
+    return !m_queue.empty() &&
+           (m_callerWaiting || m_queue.size() >= kWakeRecords || m_queuedBytes >= kWakeBytes);
+}
+
 void PackageWriter::Queue(Record record) {
+    if (m_threads == 0) {
+        WriteRecord(record);
+        return;
+    }
+    if (!record.chunk) {
+        // A copy with nothing queued before it is made here and now: a pass-through starts no
+        // thread, and its copies cost no hand-off. The output thread is idle while the queue is
+        // empty, and only this thread adds to it.
+        bool idle = !m_output.joinable();
+        if (!idle) {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_error) std::rethrow_exception(m_error);
+            idle = m_queue.empty();
+        }
+        if (idle) {
+            WriteRecord(record);
+            return;
+        }
+    }
+    StartThreads();
+    std::unique_lock<std::mutex> lock(m_mutex);
+    auto full = [&] {
+        return !m_queue.empty() && (m_queuedBytes + record.bytes > kMaxQueuedBytes ||
+                                    m_queue.size() >= kMaxQueuedRecords);
+    };
+    if (!m_error && full()) {
+        m_callerWaiting = true;
+        m_work.notify_one();
+        m_room.wait(lock, [&] { return m_error || !full(); });
+        m_callerWaiting = false;
+    }
+    if (m_error) std::rethrow_exception(m_error);
     m_queuedBytes += record.bytes;
     m_queue.push_back(std::move(record));
-    WriteReady(false);
+    if (m_outputSleeping && OutputHasWork()) m_work.notify_one();
 }
 
-void PackageWriter::MakeRoom() {
-    WriteReady(false);
-    while (!m_queue.empty() &&
-           (m_queuedBytes + kChunkSize > kMaxQueuedBytes || m_queue.size() >= kMaxQueuedRecords)) {
-        WriteReady(true);
-    }
-}
-
-void PackageWriter::WriteReady(bool wait) {
-    while (!m_queue.empty()) {
-        Record& head = m_queue.front();
-        if (head.pooled && !m_pool->Ready(*head.chunk)) {
-            if (!wait) return;
-            m_pool->Wait(*head.chunk);
-            wait = false;
+void PackageWriter::Output() {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+        if (m_queue.empty() && !m_stop && !m_closing) {
+            m_outputSleeping = true;
+            m_work.wait(lock, [&] { return OutputHasWork(); });
+            m_outputSleeping = false;
         }
-        WriteRecord(head);
-        m_queuedBytes -= head.bytes;
+        if (m_stop || m_queue.empty()) {
+            if (m_stop || m_closing) return;
+            continue;
+        }
+        // The caller only appends, which leaves references to queued records valid.
+        Record& record = m_queue.front();
+        lock.unlock();
+        try {
+            if (record.pooled) m_pool->Wait(*record.chunk);
+            WriteRecord(record);
+        } catch (...) {
+            lock.lock();
+            m_error = std::current_exception();
+            m_room.notify_all();
+            return;
+        }
+        lock.lock();
+        m_queuedBytes -= record.bytes;
         m_queue.pop_front();
+        if (m_callerWaiting) m_room.notify_one();
     }
 }
 
@@ -315,8 +376,8 @@ void PackageWriter::Finish() {
     if (m_finished) return;
     Guarded([&] {
         if (m_zip == nullptr) Fail("the package is already closed", m_target);
-        while (!m_queue.empty()) WriteReady(true);
-        m_pool.reset();
+        StopThreads(true);
+        if (m_error) std::rethrow_exception(m_error);
         int result = zipClose(m_zip, nullptr);
         m_zip = nullptr;
         if (result != ZIP_OK) Fail("cannot write the ZIP directory", m_target);

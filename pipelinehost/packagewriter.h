@@ -1,19 +1,27 @@
 // packagewriter.h: the output ZIP, written as the job goes (minizip). Items are either copied
 // from a source package as their compressed bytes (no inflate, no deflate) or written from
 // content the host inflated or a filter produced. Written content is cut into chunks that a
-// DeflatePool compresses on every core; the items go into the ZIP strictly in the order they
-// were given, as raw pre-compressed data. A bounded number of bytes is in flight at a time.
+// DeflatePool compresses on every core. Compressed chunks, and the copies given after them, are
+// queued in order and appended to the ZIP, as raw data, by one output thread, so that the thread
+// sending parts goes on while they are compressed and written; a copy with nothing queued before
+// it is made at once. A bounded amount is in flight at a time.
 // Everything goes to a temporary file beside the target; Commit renames it over the target,
 // and a writer destroyed without Commit removes it, so a failed job leaves nothing behind.
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <ctime>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 #include "pipelinehost/sourcepackage.h"
 
@@ -33,8 +41,9 @@ public:
     static constexpr std::size_t kMaxQueuedRecords = 256;
 
     // Creates the temporary file; throws JobError(Output). compressionThreads: the workers that
-    // deflate written content (DeflatePool::DefaultThreads() by default, started with the first
-    // written item); 0 compresses on the writing thread.
+    // deflate written content (DeflatePool::DefaultThreads() by default), started with the
+    // output thread when the first item is queued; 0 compresses and writes everything on the
+    // calling thread.
     explicit PackageWriter(std::string target);
     PackageWriter(std::string target, unsigned compressionThreads);
     ~PackageWriter();
@@ -60,7 +69,7 @@ public:
 
     const std::string& Target() const { return m_target; }
     // Items in the ZIP so far (queued ones not counted).
-    std::uint64_t ItemCount() const { return m_items; }
+    std::uint64_t ItemCount() const { return m_items.load(); }
     unsigned CompressionThreads() const { return m_threads; }
 
 private:
@@ -82,13 +91,17 @@ private:
     template <class Body>
     void Guarded(Body&& body);
     void CheckOpen() const;
-    void CopyNow(const std::string& itemName, const SourcePackage& package, const ZipItem& item);
+    // Hands a record to the output thread (waiting while the queue is full), or writes it at
+    // once without one. Rethrows an error the output thread met.
     void Queue(Record record);
-    void Submit(const std::shared_ptr<DeflateChunk>& chunk);
-    // Writes the queued records that are ready; with wait, also waits for the oldest one.
-    void WriteReady(bool wait);
+    void StartThreads();
+    // Ends the output thread, after it wrote every queued record (writeRest) or at once.
+    void StopThreads(bool writeRest);
+    bool OutputHasWork() const;
+    // The output thread: writes the queued records in order.
+    void Output();
     void WriteRecord(Record& record);
-    void MakeRoom();
+    void CopyNow(const std::string& itemName, const SourcePackage& package, const ZipItem& item);
     void Discard();
 
     std::string m_target;
@@ -97,14 +110,27 @@ private:
     bool m_finished = false;
     bool m_committed = false;
     bool m_broken = false;
-    std::uint64_t m_items = 0;
+    std::atomic<std::uint64_t> m_items{0};
     unsigned m_threads = 0;
     std::unique_ptr<DeflatePool> m_pool;
-    std::deque<Record> m_queue;
+    std::thread m_output;
+
+    // Shared with the output thread.
+    std::mutex m_mutex;
+    std::condition_variable m_work;  // the output thread waits for records
+    std::condition_variable m_room;  // the caller waits for room in the queue
+    std::deque<Record> m_queue;      // the front one is being written
     std::size_t m_queuedBytes = 0;
-    // The written item that is open in the ZIP.
+    bool m_outputSleeping = false;
+    bool m_callerWaiting = false;
+    bool m_closing = false;  // no more records: write the rest and end
+    bool m_stop = false;     // end without writing the rest
+    std::exception_ptr m_error;
+
+    // Used by whichever thread writes: the item open in the ZIP, and the copy buffer.
     std::uint32_t m_itemCrc = 0;
     std::uint64_t m_itemSize = 0;
+    std::vector<char> m_copyBuffer;
 };
 
 }  // namespace pipelinehost

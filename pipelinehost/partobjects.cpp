@@ -14,20 +14,25 @@
 namespace pipelinehost {
 namespace {
 
-// Runs a COM method body: JobErrors become their HRESULT (and are recorded against the part's
-// package), allocation failures E_OUTOFMEMORY, anything else E_FAIL.
+// Runs a COM method body: JobErrors become their HRESULT (and are recorded against the
+// package the part comes from, if any), allocation failures E_OUTOFMEMORY, anything else E_FAIL.
 template <class Body>
-HRESULT Guarded(const PartState& state, Body&& body) {
+HRESULT GuardedFor(const SourcePackage* package, Body&& body) {
     try {
         return body();
     } catch (const JobError& error) {
-        if (state.package) state.package->Report(error);
+        if (package != nullptr) package->Report(error);
         return HResultFor(error.Kind());
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     } catch (...) {
         return E_FAIL;
     }
+}
+
+template <class Body>
+HRESULT Guarded(const PartState& state, Body&& body) {
+    return GuardedFor(state.package.get(), std::forward<Body>(body));
 }
 
 HRESULT CopyName(const std::string& name, BSTR* out) {
@@ -60,7 +65,7 @@ public:
         : m_stream(std::move(stream)), m_package(std::move(package)) {}
 
     HRESULT Seek(LONGLONG move, DWORD origin, ULONGLONG* newPosition) override {
-        return Run([&] {
+        return GuardedFor(m_package.get(), [&] {
             LONGLONG base = 0;
             switch (origin) {
                 case STREAM_SEEK_SET:
@@ -90,7 +95,7 @@ public:
         }
         *read = 0;
         *endOfFile = FALSE;
-        return Run([&] {
+        return GuardedFor(m_package.get(), [&] {
             std::size_t done = 0;
             if (m_logical <= m_stream->Size()) {
                 while (done < requested) {
@@ -108,20 +113,6 @@ public:
     }
 
 private:
-    template <class Body>
-    HRESULT Run(Body&& body) {
-        try {
-            return body();
-        } catch (const JobError& error) {
-            if (m_package) m_package->Report(error);
-            return HResultFor(error.Kind());
-        } catch (const std::bad_alloc&) {
-            return E_OUTOFMEMORY;
-        } catch (...) {
-            return E_FAIL;
-        }
-    }
-
     std::unique_ptr<PartStream> m_stream;
     std::shared_ptr<const SourcePackage> m_package;
     std::uint64_t m_logical = 0;
@@ -160,40 +151,86 @@ HRESULT OpenReadStream(const PartState& state, IPrintReadStream** stream) {
     });
 }
 
-// IPartBase for every kind of part with content.
+// The host state behind every part object, reached by the writer through IHostPart.
 template <class I>
-class ContentPart : public platform::ComObject<I, IHostPart> {
+class HostPart : public platform::ComObject<I, IHostPart> {
 public:
-    explicit ContentPart(PartState state) : m_state(std::move(state)) {}
+    explicit HostPart(PartState state) : m_state(std::move(state)) {}
+    PartState& State() override { return m_state; }
+    ContainerState* Container() override { return nullptr; }
 
-    HRESULT GetUri(BSTR* uri) override { return CopyName(m_state.name, uri); }
+protected:
+    PartState m_state;
+};
+
+// IPartBase over the state: every kind of part with content, fixed pages included.
+template <class I>
+class ContentPart : public HostPart<I> {
+public:
+    using HostPart<I>::HostPart;
+
+    HRESULT GetUri(BSTR* uri) override { return CopyName(this->m_state.name, uri); }
     HRESULT GetStream(IPrintReadStream** stream) override {
-        return OpenReadStream(m_state, stream);
+        return OpenReadStream(this->m_state, stream);
     }
     HRESULT GetPartCompression(EXpsCompressionOptions* compression) override {
         if (compression == nullptr) return E_POINTER;
-        *compression = m_state.compression;
+        *compression = this->m_state.compression;
         return S_OK;
     }
     HRESULT SetPartCompression(EXpsCompressionOptions compression) override {
         if (compression < Compression_NotCompressed || compression > Compression_Fast) {
             return E_INVALIDARG;
         }
-        if (compression != m_state.compression) m_state.compressionChanged = true;
-        m_state.compression = compression;
+        if (compression != this->m_state.compression) this->m_state.compressionChanged = true;
+        this->m_state.compression = compression;
         return S_OK;
     }
-    PartState& State() override { return m_state; }
-    ContainerState* Container() override { return nullptr; }
 
 protected:
     HRESULT QueryBase(REFIID iid, void** object) override {
         if (iid == IID_IPartBase) return this->template Answer<IPartBase>(object);
         return E_NOINTERFACE;
     }
-
-    PartState m_state;
 };
+
+// Adds the ContainerState of sequences, documents, pages and the XPS document.
+template <class Base>
+class ContainerPart : public Base {
+public:
+    ContainerPart(PartState state, ContainerState container)
+        : Base(std::move(state)), m_container(std::move(container)) {}
+    ContainerState* Container() override { return &m_container; }
+
+protected:
+    ContainerState m_container;
+};
+
+// Adds the ticket of sequences, documents and pages.
+template <class Base>
+class TicketPart : public ContainerPart<Base> {
+public:
+    using ContainerPart<Base>::ContainerPart;
+    HRESULT GetPrintTicket(IPartPrintTicket** ticket) override {
+        if (ticket == nullptr) return E_POINTER;
+        *ticket = nullptr;
+        if (!this->m_container.ticket) return E_ELEMENT_NOT_FOUND;
+        return this->m_container.ticket.CopyTo(ticket);
+    }
+    HRESULT SetPrintTicket(IPartPrintTicket* ticket) override {
+        if (ticket != nullptr && PartNameOf(ticket).empty()) return E_INVALIDARG;
+        this->m_container.ticket = ticket;
+        this->m_container.ticketChanged = true;
+        return S_OK;
+    }
+};
+
+// SetFontContent, SetImageContent, SetThumbnailContent.
+HRESULT SetContentType(PartState& state, const wchar_t* contentType) {
+    if (contentType == nullptr) return E_POINTER;
+    state.contentType = platform::WideToUtf8(contentType);
+    return S_OK;
+}
 
 class PrintTicketPart final : public ContentPart<IPartPrintTicket> {
     using ContentPart::ContentPart;
@@ -214,9 +251,7 @@ public:
         return CopyName(m_state.contentType, contentType);
     }
     HRESULT SetFontContent(const wchar_t* contentType) override {
-        if (contentType == nullptr) return E_POINTER;
-        m_state.contentType = platform::WideToUtf8(contentType);
-        return S_OK;
+        return SetContentType(m_state, contentType);
     }
     HRESULT SetFontOptions(EXpsFontOptions options) override {
         if (options != Font_Normal && options != Font_Obfusticate) return E_INVALIDARG;
@@ -232,9 +267,7 @@ public:
         return CopyName(m_state.contentType, contentType);
     }
     HRESULT SetImageContent(const wchar_t* contentType) override {
-        if (contentType == nullptr) return E_POINTER;
-        m_state.contentType = platform::WideToUtf8(contentType);
-        return S_OK;
+        return SetContentType(m_state, contentType);
     }
 };
 
@@ -245,51 +278,21 @@ public:
         return CopyName(m_state.contentType, contentType);
     }
     HRESULT SetThumbnailContent(const wchar_t* contentType) override {
-        if (contentType == nullptr) return E_POINTER;
-        m_state.contentType = platform::WideToUtf8(contentType);
-        return S_OK;
+        return SetContentType(m_state, contentType);
     }
 };
 
-// Shared by sequence, document and page: tickets.
-HRESULT GetTicket(const ContainerState& container, IPartPrintTicket** ticket) {
-    if (ticket == nullptr) return E_POINTER;
-    *ticket = nullptr;
-    if (!container.ticket) return E_ELEMENT_NOT_FOUND;
-    return container.ticket.CopyTo(ticket);
-}
-
-HRESULT SetTicket(ContainerState& container, IPartPrintTicket* ticket) {
-    if (ticket != nullptr && PartNameOf(ticket).empty()) return E_INVALIDARG;
-    container.ticket = ticket;
-    container.ticketChanged = true;
-    return S_OK;
-}
-
+// Fixed document sequences and fixed documents.
 template <class I>
-class TicketHolder : public platform::ComObject<I, IHostPart> {
+class ListingPart final : public TicketPart<HostPart<I>> {
 public:
-    TicketHolder(PartState state, ContainerState container)
-        : m_state(std::move(state)), m_container(std::move(container)) {}
-    HRESULT GetUri(BSTR* uri) override { return CopyName(m_state.name, uri); }
-    HRESULT GetPrintTicket(IPartPrintTicket** ticket) override {
-        return GetTicket(m_container, ticket);
-    }
-    HRESULT SetPrintTicket(IPartPrintTicket* ticket) override {
-        return SetTicket(m_container, ticket);
-    }
-    PartState& State() override { return m_state; }
-    ContainerState* Container() override { return &m_container; }
-
-private:
-    PartState m_state;
-    ContainerState m_container;
+    using TicketPart<HostPart<I>>::TicketPart;
+    HRESULT GetUri(BSTR* uri) override { return CopyName(this->m_state.name, uri); }
 };
 
-class XpsDocumentPart final : public platform::ComObject<IXpsDocument, IHostPart> {
+class XpsDocumentPart final : public ContainerPart<HostPart<IXpsDocument>> {
 public:
-    XpsDocumentPart(PartState state, ContainerState container)
-        : m_state(std::move(state)), m_container(std::move(container)) {}
+    using ContainerPart::ContainerPart;
     HRESULT GetThumbnail(IPartThumbnail** thumbnail) override {
         if (thumbnail == nullptr) return E_POINTER;
         *thumbnail = nullptr;
@@ -302,12 +305,6 @@ public:
         m_container.thumbnailChanged = true;
         return S_OK;
     }
-    PartState& State() override { return m_state; }
-    ContainerState* Container() override { return &m_container; }
-
-private:
-    PartState m_state;
-    ContainerState m_container;
 };
 
 class PartIterator final : public platform::ComObject<IXpsPartIterator> {
@@ -343,34 +340,9 @@ bool IsResourcePart(IUnknown* part) {
     return false;
 }
 
-class FixedPagePart final : public platform::ComObject<IFixedPage, IHostPart> {
+class FixedPagePart final : public TicketPart<ContentPart<IFixedPage>> {
 public:
-    FixedPagePart(PartState state, ContainerState container)
-        : m_state(std::move(state)), m_container(std::move(container)) {}
-
-    HRESULT GetUri(BSTR* uri) override { return CopyName(m_state.name, uri); }
-    HRESULT GetStream(IPrintReadStream** stream) override {
-        return OpenReadStream(m_state, stream);
-    }
-    HRESULT GetPartCompression(EXpsCompressionOptions* compression) override {
-        if (compression == nullptr) return E_POINTER;
-        *compression = m_state.compression;
-        return S_OK;
-    }
-    HRESULT SetPartCompression(EXpsCompressionOptions compression) override {
-        if (compression < Compression_NotCompressed || compression > Compression_Fast) {
-            return E_INVALIDARG;
-        }
-        if (compression != m_state.compression) m_state.compressionChanged = true;
-        m_state.compression = compression;
-        return S_OK;
-    }
-    HRESULT GetPrintTicket(IPartPrintTicket** ticket) override {
-        return GetTicket(m_container, ticket);
-    }
-    HRESULT SetPrintTicket(IPartPrintTicket* ticket) override {
-        return SetTicket(m_container, ticket);
-    }
+    using TicketPart::TicketPart;
 
     HRESULT GetPagePart(const wchar_t* uri, IUnknown** part) override {
         if (uri == nullptr || part == nullptr) return E_POINTER;
@@ -443,19 +415,6 @@ public:
             return S_OK;
         });
     }
-
-    PartState& State() override { return m_state; }
-    ContainerState* Container() override { return &m_container; }
-
-protected:
-    HRESULT QueryBase(REFIID iid, void** object) override {
-        if (iid == IID_IPartBase) return Answer<IPartBase>(object);
-        return E_NOINTERFACE;
-    }
-
-private:
-    PartState m_state;
-    ContainerState m_container;
 };
 
 std::string DefaultContentType(PartKind kind, std::string_view name) {
@@ -494,6 +453,48 @@ PartState SourceState(PartKind kind, const std::shared_ptr<const SourcePackage>&
     if (state.contentType.empty()) state.contentType = DefaultContentType(kind, part.name);
     if (state.contentType == xps::kObfuscatedFontContentType) state.fontOptions = Font_Obfusticate;
     return state;
+}
+
+// A sequence, document or page object over a part of the source package.
+template <class Object, class I>
+CComPtr<I> MakeContainerPart(PartKind kind, const std::shared_ptr<const SourcePackage>& package,
+                             const SourcePart& source, ContainerState state) {
+    CComPtr<I> part;
+    part.Attach(new Object(SourceState(kind, package, source), std::move(state)));
+    return part;
+}
+
+// A new object of the kind's class over the state (a page without container state).
+CComPtr<IUnknown> MakePartObject(PartKind kind, PartState state) {
+    CComPtr<IUnknown> object;
+    switch (kind) {
+        case PartKind::PrintTicket:
+            object.Attach(static_cast<IPartPrintTicket*>(new PrintTicketPart(std::move(state))));
+            break;
+        case PartKind::Font:
+            object.Attach(static_cast<IPartFont*>(new FontPart(std::move(state))));
+            break;
+        case PartKind::Image:
+            object.Attach(static_cast<IPartImage*>(new ImagePart(std::move(state))));
+            break;
+        case PartKind::ColorProfile:
+            object.Attach(static_cast<IPartColorProfile*>(new ColorProfilePart(std::move(state))));
+            break;
+        case PartKind::ResourceDictionary:
+            object.Attach(static_cast<IPartResourceDictionary*>(
+                new ResourceDictionaryPart(std::move(state))));
+            break;
+        case PartKind::Thumbnail:
+            object.Attach(static_cast<IPartThumbnail*>(new ThumbnailPart(std::move(state))));
+            break;
+        case PartKind::Page:
+            object.Attach(
+                static_cast<IFixedPage*>(new FixedPagePart(std::move(state), ContainerState{})));
+            break;
+        default:
+            break;
+    }
+    return object;
 }
 
 }  // namespace
@@ -538,32 +539,27 @@ CComPtr<IUnknown> CreateSourceResource(const std::shared_ptr<const SourcePackage
                                        const SourcePart& part, ResourceKind hint) {
     ResourceKind kind = ResourceKindOf(part.contentType);
     if (kind == ResourceKind::Other || hint == ResourceKind::Thumbnail) kind = hint;
-    CComPtr<IUnknown> object;
+    PartKind partKind;
     switch (kind) {
         case ResourceKind::Font:
-            object.Attach(
-                static_cast<IPartFont*>(new FontPart(SourceState(PartKind::Font, package, part))));
+            partKind = PartKind::Font;
             break;
         case ResourceKind::Image:
-            object.Attach(static_cast<IPartImage*>(
-                new ImagePart(SourceState(PartKind::Image, package, part))));
+            partKind = PartKind::Image;
             break;
         case ResourceKind::ColorProfile:
-            object.Attach(static_cast<IPartColorProfile*>(
-                new ColorProfilePart(SourceState(PartKind::ColorProfile, package, part))));
+            partKind = PartKind::ColorProfile;
             break;
         case ResourceKind::ResourceDictionary:
-            object.Attach(static_cast<IPartResourceDictionary*>(new ResourceDictionaryPart(
-                SourceState(PartKind::ResourceDictionary, package, part))));
+            partKind = PartKind::ResourceDictionary;
             break;
         case ResourceKind::Thumbnail:
-            object.Attach(static_cast<IPartThumbnail*>(
-                new ThumbnailPart(SourceState(PartKind::Thumbnail, package, part))));
+            partKind = PartKind::Thumbnail;
             break;
-        case ResourceKind::Other:
-            break;
+        default:
+            return {};
     }
-    return object;
+    return MakePartObject(partKind, SourceState(partKind, package, part));
 }
 
 CComPtr<IPartPrintTicket> CreateSourceTicket(const std::shared_ptr<const SourcePackage>& package,
@@ -584,25 +580,20 @@ CComPtr<IXpsDocument> CreateXpsDocumentPart(std::shared_ptr<const SourcePackage>
 
 CComPtr<IFixedDocumentSequence> CreateSequencePart(std::shared_ptr<const SourcePackage> package,
                                                    const SourcePart& source, ContainerState state) {
-    CComPtr<IFixedDocumentSequence> sequence;
-    sequence.Attach(new TicketHolder<IFixedDocumentSequence>(
-        SourceState(PartKind::Sequence, package, source), std::move(state)));
-    return sequence;
+    return MakeContainerPart<ListingPart<IFixedDocumentSequence>, IFixedDocumentSequence>(
+        PartKind::Sequence, package, source, std::move(state));
 }
 
 CComPtr<IFixedDocument> CreateDocumentPart(std::shared_ptr<const SourcePackage> package,
                                            const SourcePart& source, ContainerState state) {
-    CComPtr<IFixedDocument> document;
-    document.Attach(new TicketHolder<IFixedDocument>(
-        SourceState(PartKind::Document, package, source), std::move(state)));
-    return document;
+    return MakeContainerPart<ListingPart<IFixedDocument>, IFixedDocument>(
+        PartKind::Document, package, source, std::move(state));
 }
 
 CComPtr<IFixedPage> CreatePagePart(std::shared_ptr<const SourcePackage> package,
                                    const SourcePart& source, ContainerState state) {
-    CComPtr<IFixedPage> page;
-    page.Attach(new FixedPagePart(SourceState(PartKind::Page, package, source), std::move(state)));
-    return page;
+    return MakeContainerPart<FixedPagePart, IFixedPage>(PartKind::Page, package, source,
+                                                        std::move(state));
 }
 
 HRESULT CreateNewPart(const wchar_t* uri, REFIID riid, void** part, IPrintWriteStream** stream) {
@@ -643,34 +634,7 @@ HRESULT CreateNewPart(const wchar_t* uri, REFIID riid, void** part, IPrintWriteS
         state.spool = std::make_shared<SpoolBuffer>();
         CComPtr<IPrintWriteStream> writer;
         writer.Attach(new SpoolWriteStream(state.spool));
-        CComPtr<IUnknown> object;
-        switch (kind) {
-            case PartKind::PrintTicket:
-                object.Attach(
-                    static_cast<IPartPrintTicket*>(new PrintTicketPart(std::move(state))));
-                break;
-            case PartKind::Font:
-                object.Attach(static_cast<IPartFont*>(new FontPart(std::move(state))));
-                break;
-            case PartKind::Image:
-                object.Attach(static_cast<IPartImage*>(new ImagePart(std::move(state))));
-                break;
-            case PartKind::ColorProfile:
-                object.Attach(
-                    static_cast<IPartColorProfile*>(new ColorProfilePart(std::move(state))));
-                break;
-            case PartKind::ResourceDictionary:
-                object.Attach(static_cast<IPartResourceDictionary*>(
-                    new ResourceDictionaryPart(std::move(state))));
-                break;
-            case PartKind::Thumbnail:
-                object.Attach(static_cast<IPartThumbnail*>(new ThumbnailPart(std::move(state))));
-                break;
-            default:
-                object.Attach(static_cast<IFixedPage*>(
-                    new FixedPagePart(std::move(state), ContainerState{})));
-                break;
-        }
+        CComPtr<IUnknown> object = MakePartObject(kind, std::move(state));
         HRESULT hr = object->QueryInterface(riid, part);
         if (FAILED(hr)) return hr;
         *stream = writer.Detach();

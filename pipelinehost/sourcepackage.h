@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "pipelinehost/hosterror.h"
@@ -129,9 +130,9 @@ private:
     zip* m_zip = nullptr;
     mutable std::mutex m_zipMutex;
     std::vector<SourcePart> m_parts;
-    std::map<std::string, std::size_t> m_byKey;
-    std::map<std::string, std::string> m_defaults;   // extension -> content type
-    std::map<std::string, std::string> m_overrides;  // part key -> content type
+    std::unordered_map<std::string, std::size_t> m_byKey;  // part key -> index in m_parts
+    std::map<std::string, std::string> m_defaults;         // extension -> content type
+    std::map<std::string, std::string> m_overrides;        // part key -> content type
     std::vector<Relationship> m_packageRels;
     std::string m_startPart;
     bool m_openXps = false;

@@ -256,6 +256,37 @@ TEST(ParallelCompression, OutputMatchesTheSequentialWriterItemForItem) {
     }
 }
 
+TEST(ParallelCompression, ThousandsOfCopiesAndSmallItemsPassTheQueueBounds) {
+    // Far more records than the queue holds, so the caller waits for room again and again.
+    std::string target = testpackages::TempPath("many_copies.zip");
+    Workload workload;
+    auto package = SourcePackage::Open(workload.source, ReaderLimits{});
+    const SourcePart* part = package->Find("/copied/a.xml");
+    ASSERT_NE(part, nullptr);
+    const std::string content = package->ReadMarkup(*part);
+    const std::size_t kCopies = PackageWriter::kMaxQueuedRecords * 12;
+    {
+        PackageWriter out(target, 2);
+        for (std::size_t i = 0; i < kCopies; ++i) {
+            out.CopyRaw("copies/" + std::to_string(i) + ".xml", package, part->items[0]);
+            if (i % 100 == 0) out.WriteBytes("written/" + std::to_string(i) + ".xml", "w", 6);
+        }
+        out.Finish();
+        out.Commit();
+    }
+    std::vector<Item> items = ReadZip(target);
+    ASSERT_EQ(items.size(), kCopies + (kCopies + 99) / 100);
+    std::size_t copy = 0;
+    for (const Item& item : items) {
+        if (item.name.rfind("written/", 0) == 0) {
+            EXPECT_EQ(item.name, "written/" + std::to_string(copy - 1) + ".xml");
+            continue;
+        }
+        EXPECT_EQ(item.name, "copies/" + std::to_string(copy++) + ".xml");
+        EXPECT_TRUE(item.content == content) << item.name;
+    }
+}
+
 TEST(ParallelCompression, AReaderFailingMidItemStopsThePackageAndLeavesNoFile) {
     std::string target = testpackages::TempPath("reader_fails.zip");
     std::filesystem::remove(target);
