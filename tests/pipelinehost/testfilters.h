@@ -1,7 +1,8 @@
 // testfilters.h: small filters written directly against the pipeline interfaces, for driving
 // the host in tests: pass-through, failing, throwing, shutdown-requesting, forgetful (never
 // reports FilterFinished), slow, one that closes its output at once, one that adds a part of no
-// walked kind after the sequence, and one that records the property bag it was given.
+// walked kind after the sequence, and one that records the property bag it was given; a base for
+// filters that edit pages; and a helper that runs a job through one filter.
 #pragma once
 
 #include <atomic>
@@ -18,8 +19,68 @@
 #include "platform/com/unicode.h"
 #include "platform/printpipeline/filterpipeline.h"
 #include "platform/win32/security.h"
+#include "pipelinehost/jobrunner.h"
 
 namespace testfilters {
+
+// Sends a part on by its kind.
+inline HRESULT ForwardPart(IXpsDocumentConsumer* consumer, IUnknown* part) {
+    if (CComQIPtr<IXpsDocument> document = part) return consumer->SendXpsDocument(document);
+    if (CComQIPtr<IFixedDocumentSequence> seq = part) {
+        return consumer->SendFixedDocumentSequence(seq);
+    }
+    if (CComQIPtr<IFixedDocument> document = part) return consumer->SendFixedDocument(document);
+    if (CComQIPtr<IFixedPage> page = part) return consumer->SendFixedPage(page);
+    return consumer->SendXpsUnknown(part);
+}
+
+// A filter that hands every page to EditPage (numbered from 1) and forwards every other part;
+// a failure ends the job through RequestShutdown.
+class PageEditingFilter : public platform::ComObject<IPrintPipelineFilter> {
+public:
+    HRESULT InitializeFilter(IInterFilterCommunicator* communicator, IPrintPipelinePropertyBag*,
+                             IPrintPipelineManagerControl* control) override {
+        m_communicator = communicator;
+        m_control = control;
+        return S_OK;
+    }
+    HRESULT ShutdownOperation() override { return S_OK; }
+    HRESULT StartOperation() override {
+        HRESULT hr = Pump();
+        if (FAILED(hr)) m_control->RequestShutdown(hr, nullptr);
+        m_control->FilterFinished();
+        return hr;
+    }
+
+protected:
+    // Edits the page and sends it on (or not).
+    virtual HRESULT EditPage(IXpsDocumentConsumer* consumer, IFixedPage* page, int number) = 0;
+
+private:
+    HRESULT Pump() {
+        CComPtr<IXpsDocumentProvider> provider;
+        CComPtr<IXpsDocumentConsumer> consumer;
+        m_communicator->RequestReader(reinterpret_cast<void**>(&provider));
+        m_communicator->RequestWriter(reinterpret_cast<void**>(&consumer));
+        int pages = 0;
+        for (;;) {
+            CComPtr<IUnknown> part;
+            HRESULT hr = provider->GetXpsPart(&part);
+            if (FAILED(hr)) return hr;
+            if (!part) break;
+            if (CComQIPtr<IFixedPage> page = part) {
+                hr = EditPage(consumer, page, ++pages);
+            } else {
+                hr = ForwardPart(consumer, part);
+            }
+            if (FAILED(hr)) return hr;
+        }
+        return consumer->CloseSender();
+    }
+
+    CComPtr<IInterFilterCommunicator> m_communicator;
+    CComPtr<IPrintPipelineManagerControl> m_control;
+};
 
 enum class Mode {
     PassThrough,
@@ -116,7 +177,7 @@ private:
                 return S_OK;
             }
             if (m_mode == Mode::Slow) std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            hr = Forward(consumer, part);
+            hr = ForwardPart(consumer, part);
             if (SUCCEEDED(hr) && m_mode == Mode::ExtraPart &&
                 CComQIPtr<IFixedDocumentSequence>(part)) {
                 hr = SendExtraPart(consumer);
@@ -141,21 +202,27 @@ private:
         return consumer->SendXpsUnknown(part);
     }
 
-    static HRESULT Forward(IXpsDocumentConsumer* consumer, IUnknown* part) {
-        if (CComQIPtr<IXpsDocument> document = part) return consumer->SendXpsDocument(document);
-        if (CComQIPtr<IFixedDocumentSequence> seq = part) {
-            return consumer->SendFixedDocumentSequence(seq);
-        }
-        if (CComQIPtr<IFixedDocument> document = part) return consumer->SendFixedDocument(document);
-        if (CComQIPtr<IFixedPage> page = part) return consumer->SendFixedPage(page);
-        return consumer->SendXpsUnknown(part);
-    }
-
     Mode m_mode;
     std::shared_ptr<Observed> m_observed;
     CComPtr<IInterFilterCommunicator> m_communicator;
     CComPtr<IPrintPipelineManagerControl> m_control;
     std::atomic<bool> m_stop{false};
 };
+
+// Runs a job through the one filter the factory makes.
+inline pipelinehost::JobResult RunWithFilter(pipelinehost::FilterFactory factory,
+                                             const std::string& input, const std::string& output) {
+    pipelinehost::FilterRegistry registry;
+    registry.AddBuiltin("f", std::move(factory));
+    pipelinehost::PipelineConfig config;
+    pipelinehost::FilterEntry filterEntry;
+    filterEntry.name = "f";
+    filterEntry.builtin = "f";
+    config.filters.push_back(filterEntry);
+    pipelinehost::JobOptions options;
+    options.input = input;
+    options.output = output;
+    return pipelinehost::RunJob(config, registry, options);
+}
 
 }  // namespace testfilters
