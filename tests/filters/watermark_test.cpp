@@ -405,8 +405,8 @@ TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
 }
 
 TEST(WatermarkPageRewriter, LargePagesInCanonicalFormComeBackByteForByte) {
-    // Markup already in the rewriter's own form (declaration, end tags, escaped values) comes
-    // (line feeds in text as references) back unchanged apart from the insert, however far the
+    // Markup already in the rewriter's own form (declaration, end tags, escaped values, line
+    // feeds in text as references) comes back unchanged apart from the insert, however far the
     // output buffer has to grow.
     std::string body;
     for (int i = 0; i < 20000; ++i) {
