@@ -269,24 +269,30 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
             });
         }
 
+        // A stop request sends ShutdownOperation to every filter once, and cancels the links so
+        // that no filter stays blocked on them. Filters that have already returned get it too:
+        // the request may come from the last filter to finish.
+        bool shutdownSent = false;
+        auto sendShutdown = [&] {
+            shutdownSent = true;
+            for (std::size_t i = 0; i < filters.size(); ++i) {
+                {
+                    std::lock_guard<std::mutex> count(chain->mutex);
+                    ++chain->reports[i].shutdownOperationCalls;
+                }
+                try {
+                    filters[i]->ShutdownOperation();
+                } catch (...) {
+                }
+            }
+            for (auto& link : links) link->Cancel();
+        };
         {
-            bool shutdownSent = false;
             std::unique_lock<std::mutex> lock(chain->mutex);
             while (chain->running > 0) {
                 if (chain->stopRequested && !shutdownSent) {
-                    shutdownSent = true;
                     lock.unlock();
-                    for (std::size_t i = 0; i < filters.size(); ++i) {
-                        {
-                            std::lock_guard<std::mutex> count(chain->mutex);
-                            ++chain->reports[i].shutdownOperationCalls;
-                        }
-                        try {
-                            filters[i]->ShutdownOperation();
-                        } catch (...) {
-                        }
-                    }
-                    for (auto& link : links) link->Cancel();
+                    sendShutdown();
                     lock.lock();
                     continue;
                 }
@@ -297,6 +303,9 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
                     lock.lock();
                 }
             }
+            const bool stopUnanswered = chain->stopRequested && !shutdownSent;
+            lock.unlock();
+            if (stopUnanswered) sendShutdown();
         }
         for (std::thread& thread : threads) thread.join();
         if (options.progress) options.progress(writer->PagesWritten());

@@ -150,7 +150,8 @@ void JobWriter::MarkWritten(const std::string& name, const std::string& contentT
     m_types[PartKey(name)] = {name, contentType};
 }
 
-void JobWriter::CopySourcePart(const SourcePackage& package, const SourcePart& part) {
+void JobWriter::CopySourcePart(const std::shared_ptr<const SourcePackage>& package,
+                               const SourcePart& part) {
     for (const ZipItem& item : part.items) m_out.CopyRaw(item.name, package, item);
     MarkWritten(part.name, part.contentType);
 }
@@ -164,7 +165,7 @@ void JobWriter::WriteContent(IUnknown* part, PartKind kind) {
         const PartState& state = host->State();
         if (state.source != nullptr && state.package && !state.ContentChanged() &&
             !state.compressionChanged) {
-            CopySourcePart(*state.package, *state.source);
+            CopySourcePart(state.package, *state.source);
             m_types[PartKey(name)].second = state.contentType;
             return;
         }
@@ -305,7 +306,7 @@ void JobWriter::WritePage(IFixedPage* page) {
         if (unchanged) {
             if (container.hadRelsPart) {
                 const SourcePart* rels = state.package->Find(RelationshipsPartName(state.name));
-                if (rels != nullptr && !Written(rels->name)) CopySourcePart(*state.package, *rels);
+                if (rels != nullptr && !Written(rels->name)) CopySourcePart(state.package, *rels);
                 KeepReachable(container.sourceRels);
             }
             m_documentPages.push_back({name, container.listingXml, container.listingParent});
@@ -407,7 +408,7 @@ const ContainerState* JobWriter::WriteContainer(IHostPart* host, const std::stri
     const bool openXps = m_package && m_package->OpenXps();
     // The listing is copied as its compressed bytes when it still lists the source's children.
     if (host && host->State().source && sameList && !host->State().compressionChanged) {
-        CopySourcePart(*host->State().package, *host->State().source);
+        CopySourcePart(host->State().package, *host->State().source);
     } else {
         m_out.WriteBytes(ItemName(name), ListingXml(original, children, name, isSequence), 6);
         std::string type = host ? host->State().contentType : std::string();
@@ -424,7 +425,7 @@ const ContainerState* JobWriter::WriteContainer(IHostPart* host, const std::stri
     }
     if (container && !container->ticketChanged && container->hadRelsPart && host->State().package) {
         const SourcePart* rels = host->State().package->Find(RelationshipsPartName(name));
-        if (rels != nullptr && !Written(rels->name)) CopySourcePart(*host->State().package, *rels);
+        if (rels != nullptr && !Written(rels->name)) CopySourcePart(host->State().package, *rels);
         KeepReachable(container->sourceRels);
     } else {
         std::vector<Relationship> rels;
@@ -483,10 +484,10 @@ void JobWriter::CopyReachable() {
         if (Written(name)) continue;
         const SourcePart* part = m_package->Find(name);
         if (part == nullptr) continue;
-        CopySourcePart(*m_package, *part);
+        CopySourcePart(m_package, *part);
         const SourcePart* rels = m_package->Find(RelationshipsPartName(part->name));
         if (rels != nullptr && !Written(rels->name)) {
-            CopySourcePart(*m_package, *rels);
+            CopySourcePart(m_package, *rels);
             KeepReachable(m_package->ReadRelationships(part->name));
         }
     }
@@ -496,7 +497,7 @@ void JobWriter::CopyUnlistedResources() {
     if (!m_package) return;
     for (const SourcePart& part : m_package->Parts()) {
         if (Written(part.name) || ResourceKindOf(part.contentType) == ResourceKind::Other) continue;
-        CopySourcePart(*m_package, part);
+        CopySourcePart(m_package, part);
     }
 }
 

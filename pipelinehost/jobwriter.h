@@ -58,7 +58,8 @@ private:
     void NotePackage(IUnknown* part);
     void WriteContent(IUnknown* part, PartKind kind);
     void WriteResource(IUnknown* part, unsigned depth);
-    void CopySourcePart(const SourcePackage& package, const SourcePart& part);
+    void CopySourcePart(const std::shared_ptr<const SourcePackage>& package,
+                        const SourcePart& part);
     void WriteRelationships(const std::string& source, const std::vector<Relationship>& rels);
     void KeepReachable(const std::vector<Relationship>& rels);
     std::vector<Relationship> KeptRelationships(const ContainerState& container) const;

@@ -1,18 +1,22 @@
-// packagewriter.cpp: streaming ZIP output through minizip, raw copies included.
+// packagewriter.cpp: streaming ZIP output through minizip: raw copies of source items, and
+// written items compressed in chunks on a DeflatePool and appended in order as raw data.
 #include "pipelinehost/packagewriter.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include <minizip/zip.h>
 #include <zlib.h>
 
+#include "pipelinehost/deflatepool.h"
 #include "pipelinehost/hosterror.h"
 
 namespace pipelinehost {
@@ -43,7 +47,11 @@ zip_fileinfo FileInfo(std::time_t when) {
 
 }  // namespace
 
-PackageWriter::PackageWriter(std::string target) : m_target(std::move(target)) {
+PackageWriter::PackageWriter(std::string target)
+    : PackageWriter(std::move(target), DeflatePool::DefaultThreads()) {}
+
+PackageWriter::PackageWriter(std::string target, unsigned compressionThreads)
+    : m_target(std::move(target)), m_threads(compressionThreads) {
     std::filesystem::path path(m_target);
     std::filesystem::path dir = path.parent_path();
     if (dir.empty()) dir = ".";
@@ -69,6 +77,8 @@ PackageWriter::~PackageWriter() {
 }
 
 void PackageWriter::Discard() {
+    m_pool.reset();
+    m_queue.clear();
     if (m_zip != nullptr) {
         zipClose(m_zip, nullptr);
         m_zip = nullptr;
@@ -79,9 +89,44 @@ void PackageWriter::Discard() {
     }
 }
 
-void PackageWriter::CopyRaw(const std::string& itemName, const SourcePackage& package,
-                            const ZipItem& item) {
+// Runs one public operation; after a failure inside, the package may hold half an item, so
+// every later operation fails too.
+template <class Body>
+void PackageWriter::Guarded(Body&& body) {
+    if (m_broken) Fail("an earlier error stopped the package", m_target);
+    try {
+        body();
+    } catch (...) {
+        m_broken = true;
+        throw;
+    }
+}
+
+void PackageWriter::CheckOpen() const {
     if (m_zip == nullptr || m_finished) Fail("the package is already finished", m_target);
+}
+
+void PackageWriter::CopyRaw(const std::string& itemName,
+                            std::shared_ptr<const SourcePackage> package, const ZipItem& item) {
+    Guarded([&] {
+        CheckOpen();
+        if (!package) Fail("no source package to copy " + itemName + " from", m_target);
+        WriteReady(false);
+        if (m_queue.empty()) {
+            CopyNow(itemName, *package, item);
+            return;
+        }
+        MakeRoom();
+        Record record;
+        record.itemName = itemName;
+        record.package = std::move(package);
+        record.item = item;
+        Queue(std::move(record));
+    });
+}
+
+void PackageWriter::CopyNow(const std::string& itemName, const SourcePackage& package,
+                            const ZipItem& item) {
     zip_fileinfo info = FileInfo(item.mtime);
     int zip64 = (item.size >= kZip64Threshold || item.compressedSize >= kZip64Threshold) ? 1 : 0;
     int method = item.method == 0 ? 0 : Z_DEFLATED;
@@ -112,26 +157,145 @@ void PackageWriter::CopyRaw(const std::string& itemName, const SourcePackage& pa
 
 void PackageWriter::Write(const std::string& itemName, const Reader& read, int level,
                           std::uint64_t sizeHint) {
-    if (m_zip == nullptr || m_finished) Fail("the package is already finished", m_target);
-    zip_fileinfo info = FileInfo(0);
-    int zip64 = sizeHint >= kZip64Threshold ? 1 : 0;
-    int method = level == 0 ? 0 : Z_DEFLATED;
-    if (zipOpenNewFileInZip4_64(m_zip, itemName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                                method, level == 0 ? Z_DEFAULT_COMPRESSION : level, 0, -MAX_WBITS,
-                                DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0, 0,
-                                zip64) != ZIP_OK) {
-        Fail("cannot add " + itemName, m_target);
-    }
-    std::vector<char> buffer(1 << 16);
-    for (;;) {
-        std::size_t got = read(buffer.data(), buffer.size());
-        if (got == 0) break;
-        if (zipWriteInFileInZip(m_zip, buffer.data(), static_cast<unsigned>(got)) != ZIP_OK) {
-            Fail("write error in " + itemName, m_target);
+    Guarded([&] {
+        CheckOpen();
+        if (level < 0 || level > 9) Fail("bad compression level for " + itemName, m_target);
+        // Fills a chunk; true when it is full, so that more may follow.
+        auto fill = [&](std::string& buffer) {
+            buffer.resize(kChunkSize);
+            std::size_t got = 0;
+            while (got < buffer.size()) {
+                std::size_t n = read(buffer.data() + got, buffer.size() - got);
+                if (n == 0) break;
+                got += n;
+            }
+            buffer.resize(got);
+            return got == kChunkSize;
+        };
+        MakeRoom();
+        std::string current;
+        bool full = fill(current);
+        std::string dictionary;
+        for (bool first = true;; first = false) {
+            // One chunk is read ahead to know whether the current one ends the item.
+            std::string next;
+            bool nextFull = false;
+            if (full) {
+                MakeRoom();
+                nextFull = fill(next);
+            }
+            auto chunk = std::make_shared<DeflateChunk>();
+            chunk->level = level;
+            chunk->final = next.empty();
+            chunk->dictionary = std::move(dictionary);
+            if (!chunk->final && level != 0) {
+                std::size_t tail = std::min(current.size(), DeflateChunk::kDictionarySize);
+                dictionary = current.substr(current.size() - tail);
+            }
+            Record record;
+            record.itemName = itemName;
+            record.method = level == 0 ? 0 : Z_DEFLATED;
+            record.level = level;
+            record.first = first;
+            record.last = chunk->final;
+            // A large item, or one of unknown size that spans chunks, gets Zip64 headers.
+            record.zip64 = sizeHint >= kZip64Threshold || (!chunk->final && sizeHint == 0);
+            record.bytes = current.size();
+            chunk->input = std::move(current);
+            if (level == 0) {
+                chunk->inputSize = chunk->input.size();
+                chunk->crc = static_cast<std::uint32_t>(crc32_z(
+                    crc32_z(0, nullptr, 0), reinterpret_cast<const Bytef*>(chunk->input.data()),
+                    chunk->input.size()));
+                chunk->output = std::move(chunk->input);
+                chunk->ready = true;
+            } else if (m_threads == 0) {
+                DeflateChunkNow(*chunk);
+                chunk->ready = true;
+            } else {
+                if (!m_pool) m_pool = std::make_unique<DeflatePool>(m_threads);
+                m_pool->Submit(chunk);
+                record.pooled = true;
+            }
+            record.chunk = std::move(chunk);
+            bool last = record.last;
+            Queue(std::move(record));
+            if (last) break;
+            current = std::move(next);
+            full = nextFull;
         }
+    });
+}
+
+void PackageWriter::Queue(Record record) {
+    m_queuedBytes += record.bytes;
+    m_queue.push_back(std::move(record));
+    WriteReady(false);
+}
+
+void PackageWriter::MakeRoom() {
+    WriteReady(false);
+    while (!m_queue.empty() &&
+           (m_queuedBytes + kChunkSize > kMaxQueuedBytes || m_queue.size() >= kMaxQueuedRecords)) {
+        WriteReady(true);
     }
-    if (zipCloseFileInZip(m_zip) != ZIP_OK) Fail("cannot close " + itemName, m_target);
-    ++m_items;
+}
+
+void PackageWriter::WriteReady(bool wait) {
+    while (!m_queue.empty()) {
+        Record& head = m_queue.front();
+        if (head.pooled && !m_pool->Ready(*head.chunk)) {
+            if (!wait) return;
+            m_pool->Wait(*head.chunk);
+            wait = false;
+        }
+        WriteRecord(head);
+        m_queuedBytes -= head.bytes;
+        m_queue.pop_front();
+    }
+}
+
+void PackageWriter::WriteRecord(Record& record) {
+    if (!record.chunk) {
+        CopyNow(record.itemName, *record.package, record.item);
+        return;
+    }
+    const DeflateChunk& chunk = *record.chunk;
+    if (!chunk.error.empty()) {
+        Fail("cannot compress " + record.itemName + " (" + chunk.error + ")", m_target);
+    }
+    if (record.first) {
+        zip_fileinfo info = FileInfo(0);
+        bool zip64 = record.zip64 || (record.last && (chunk.inputSize >= kZip64Threshold ||
+                                                      chunk.output.size() >= kZip64Threshold));
+        if (zipOpenNewFileInZip4_64(m_zip, record.itemName.c_str(), &info, nullptr, 0, nullptr, 0,
+                                    nullptr, record.method,
+                                    record.level == 0 ? Z_DEFAULT_COMPRESSION : record.level, 1,
+                                    -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0, 0,
+                                    zip64 ? 1 : 0) != ZIP_OK) {
+            Fail("cannot add " + record.itemName, m_target);
+        }
+        m_itemCrc = chunk.crc;
+        m_itemSize = chunk.inputSize;
+    } else {
+        m_itemCrc = static_cast<std::uint32_t>(
+            crc32_combine64(m_itemCrc, chunk.crc, static_cast<z_off64_t>(chunk.inputSize)));
+        m_itemSize += chunk.inputSize;
+    }
+    for (std::size_t done = 0; done < chunk.output.size();) {
+        unsigned block =
+            static_cast<unsigned>(std::min<std::size_t>(chunk.output.size() - done, 1u << 30));
+        if (zipWriteInFileInZip(m_zip, chunk.output.data() + done, block) != ZIP_OK) {
+            Fail("write error in " + record.itemName, m_target);
+        }
+        done += block;
+    }
+    if (record.last) {
+        if (zipCloseFileInZipRaw64(m_zip, m_itemSize, m_itemCrc) != ZIP_OK) {
+            Fail("cannot close " + record.itemName, m_target);
+        }
+        ++m_items;
+    }
 }
 
 void PackageWriter::WriteBytes(const std::string& itemName, std::string_view bytes, int level) {
@@ -149,11 +313,15 @@ void PackageWriter::WriteBytes(const std::string& itemName, std::string_view byt
 
 void PackageWriter::Finish() {
     if (m_finished) return;
-    if (m_zip == nullptr) Fail("the package is already closed", m_target);
-    int result = zipClose(m_zip, nullptr);
-    m_zip = nullptr;
-    if (result != ZIP_OK) Fail("cannot write the ZIP directory", m_target);
-    m_finished = true;
+    Guarded([&] {
+        if (m_zip == nullptr) Fail("the package is already closed", m_target);
+        while (!m_queue.empty()) WriteReady(true);
+        m_pool.reset();
+        int result = zipClose(m_zip, nullptr);
+        m_zip = nullptr;
+        if (result != ZIP_OK) Fail("cannot write the ZIP directory", m_target);
+        m_finished = true;
+    });
 }
 
 void PackageWriter::Commit() {

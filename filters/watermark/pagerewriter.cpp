@@ -1,14 +1,19 @@
-// pagerewriter.cpp: the re-serialising SAX handler of the watermark filter.
+// pagerewriter.cpp: the re-serialising SAX handler of the watermark filter. Every token is
+// escaped and encoded to UTF-8 in one pass straight into the output buffer, so a page costs one
+// growing byte buffer and no temporary strings.
 #include "filters/watermark/pagerewriter.h"
 
 #include <cwchar>
 #include <new>
+#include <type_traits>
 
 #include "platform/com/atl.h"
 #include "platform/msxml/msxml6.h"
 #include "support/errorframe/errorframe.h"
 
 namespace {
+
+using Unit = std::make_unsigned_t<wchar_t>;
 
 std::wstring_view View(const wchar_t* text, INT length) {
     if (text == nullptr || length <= 0) return {};
@@ -23,6 +28,89 @@ double ParseLength(std::wstring_view text) {
     return value;
 }
 
+// The replacement of each ASCII character in escaped text; null where it is copied. The first
+// five are CSaxHandler::EscapeEntity's table; the white-space references keep attribute values
+// from being normalised when the page is read again.
+struct EscapeTable {
+    const char* text[0x80] = {};
+    unsigned char length[0x80] = {};
+    constexpr EscapeTable() {
+        Set('&', "&amp;", 5);
+        Set('<', "&lt;", 4);
+        Set('>', "&gt;", 4);
+        Set('"', "&quot;", 6);
+        Set('\'', "&apos;", 6);
+        Set('\t', "&#9;", 4);
+        Set('\n', "&#10;", 5);
+        Set('\r', "&#13;", 5);
+    }
+    constexpr void Set(char c, const char* replacement, unsigned char size) {
+        text[static_cast<unsigned char>(c)] = replacement;
+        length[static_cast<unsigned char>(c)] = size;
+    }
+};
+constexpr EscapeTable kEscapes;
+
+// Appends one code point or wide unit at text[i] as UTF-8 and advances i past it: a surrogate
+// pair becomes its code point, a lone surrogate or a value beyond U+10FFFF becomes U+FFFD, as
+// the platform's UTF-8 converter writes them.
+void AppendNonAscii(std::string& out, std::wstring_view text, std::size_t& i) {
+    char32_t c = static_cast<Unit>(text[i++]);
+    if (c >= 0xD800 && c <= 0xDBFF && i < text.size()) {
+        const char32_t low = static_cast<Unit>(text[i]);
+        if (low >= 0xDC00 && low <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+            ++i;
+        }
+    }
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
+    if (c < 0x800) {
+        const char bytes[] = {static_cast<char>(0xC0 | (c >> 6)),
+                              static_cast<char>(0x80 | (c & 0x3F))};
+        out.append(bytes, 2);
+    } else if (c < 0x10000) {
+        const char bytes[] = {static_cast<char>(0xE0 | (c >> 12)),
+                              static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
+                              static_cast<char>(0x80 | (c & 0x3F))};
+        out.append(bytes, 3);
+    } else {
+        const char bytes[] = {
+            static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
+            static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
+        out.append(bytes, 4);
+    }
+}
+
+// Appends text as UTF-8, escaping ASCII characters with a table when `escape` is set. ASCII
+// runs are narrowed in place into space reserved up front (the encoded text is at least as long
+// as the wide text), which the compiler turns into a vector loop.
+template <bool escape>
+void AppendUtf8(std::string& out, std::wstring_view text) {
+    std::size_t i = 0;
+    while (i < text.size()) {
+        std::size_t run = i;
+        while (run < text.size() && static_cast<Unit>(text[run]) < 0x80 &&
+               (!escape || kEscapes.text[static_cast<Unit>(text[run])] == nullptr)) {
+            ++run;
+        }
+        if (run > i) {
+            const std::size_t at = out.size();
+            out.resize(at + (run - i));
+            char* target = out.data() + at;
+            for (std::size_t k = i; k < run; ++k) *target++ = static_cast<char>(text[k]);
+            i = run;
+            if (i == text.size()) break;
+        }
+        const Unit c = static_cast<Unit>(text[i]);
+        if (c < 0x80) {
+            out.append(kEscapes.text[c], kEscapes.length[c]);
+            ++i;
+        } else {
+            AppendNonAscii(out, text, i);
+        }
+    }
+}
+
 }  // namespace
 
 PageRewriter::PageRewriter(Inserter inserter) : m_inserter(std::move(inserter)) {}
@@ -30,6 +118,7 @@ PageRewriter::PageRewriter(Inserter inserter) : m_inserter(std::move(inserter)) 
 HRESULT PageRewriter::Rewrite(IUnknown* input) {
     if (input == nullptr) return E_POINTER;
     m_out.clear();
+    m_rootInsert.clear();
     m_pendingNamespaces.clear();
     m_depth = 0;
     m_inserted = false;
@@ -54,54 +143,43 @@ HRESULT PageRewriter::Rewrite(IUnknown* input) {
 
 HRESULT PageRewriter::WriteTo(IPrintWriteStream* stream) {
     if (stream == nullptr) return E_POINTER;
-    CXString text(m_out);
-    return WriteToPrintStream(&text, stream);
-}
-
-HRESULT PageRewriter::AppendEscaped(const wchar_t* text, INT length) {
-    const std::wstring_view source = View(text, length);
-    if (source.empty()) return S_OK;
-    // Most text needs no escaping: copy it straight.
-    if (source.find_first_of(L"&<>\"'\t\n\r") == std::wstring_view::npos) {
-        m_out += source;
-        return S_OK;
+    if (m_out.empty()) return E_FAIL;  // nothing was rebuilt
+    // One write of the whole page, as CSaxHandler::WriteToPrintStream would make; a stream that
+    // takes less is given the rest.
+    std::size_t done = 0;
+    while (done < m_out.size()) {
+        const std::size_t left = m_out.size() - done;
+        const ULONG block = left > 0x40000000u ? 0x40000000u : static_cast<ULONG>(left);
+        ULONG written = 0;
+        RETURN_IF_FAILED(stream->WriteBytes(m_out.data() + done, block, &written));
+        if (written == 0 || written > block) return STG_E_WRITEFAULT;
+        done += written;
     }
-    BSTR escaped = SysAllocStringLen(source.data(), static_cast<UINT>(source.size()));
-    if (escaped == nullptr) return E_OUTOFMEMORY;
-    const HRESULT hr = EscapeEntity(&escaped);
-    if (FAILED(hr)) {
-        SysFreeString(escaped);
-        return hr;
-    }
-    for (const wchar_t* c = escaped; c != nullptr && *c != L'\0'; ++c) {
-        switch (*c) {
-            case L'\t':
-                m_out += L"&#9;";
-                break;
-            case L'\n':
-                m_out += L"&#10;";
-                break;
-            case L'\r':
-                m_out += L"&#13;";
-                break;
-            default:
-                m_out += *c;
-                break;
-        }
-    }
-    SysFreeString(escaped);
     return S_OK;
 }
 
+void PageRewriter::AppendEscaped(std::wstring_view text) {
+    AppendUtf8<true>(m_out, text);
+}
+
+void PageRewriter::AppendRaw(std::wstring_view text) {
+    AppendUtf8<false>(m_out, text);
+}
+
 HRESULT PageRewriter::startDocument() {
-    m_out += L"<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+    m_out += "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
     return S_OK;
 }
 
 HRESULT PageRewriter::startPrefixMapping(const wchar_t* prefix, INT prefixLength,
                                          const wchar_t* uri, INT uriLength) {
-    m_pendingNamespaces.emplace_back(std::wstring(View(prefix, prefixLength)),
-                                     std::wstring(View(uri, uriLength)));
+    // Written into a side buffer: the declarations go inside the next start tag.
+    const std::wstring_view name = View(prefix, prefixLength);
+    m_pendingNamespaces += name.empty() ? " xmlns" : " xmlns:";
+    AppendUtf8<false>(m_pendingNamespaces, name);
+    m_pendingNamespaces += "=\"";
+    AppendUtf8<true>(m_pendingNamespaces, View(uri, uriLength));
+    m_pendingNamespaces += '"';
     return S_OK;
 }
 
@@ -117,15 +195,9 @@ HRESULT PageRewriter::startElement(const wchar_t* namespaceUri, INT namespaceUri
         if (colon != std::wstring_view::npos) root.prefix = std::wstring(name.substr(0, colon + 1));
         root.namespaceUri = std::wstring(View(namespaceUri, namespaceUriLength));
     }
-    m_out += L'<';
-    m_out += name;
-    for (const auto& [prefix, uri] : m_pendingNamespaces) {
-        m_out += prefix.empty() ? L" xmlns" : L" xmlns:";
-        m_out += prefix;
-        m_out += L"=\"";
-        RETURN_IF_FAILED(AppendEscaped(uri.c_str(), static_cast<INT>(uri.size())));
-        m_out += L'"';
-    }
+    m_out += '<';
+    AppendRaw(name);
+    m_out += m_pendingNamespaces;
     m_pendingNamespaces.clear();
     INT count = 0;
     if (attributes != nullptr) RETURN_IF_FAILED(attributes->getLength(&count));
@@ -135,28 +207,29 @@ HRESULT PageRewriter::startElement(const wchar_t* namespaceUri, INT namespaceUri
         const wchar_t* value = nullptr;
         INT valueLength = 0;
         RETURN_IF_FAILED(attributes->getQName(i, &attributeName, &attributeNameLength));
-        RETURN_IF_FAILED(attributes->getValue(i, &value, &valueLength));
         const std::wstring_view attribute = View(attributeName, attributeNameLength);
         if (attribute.empty()) return E_INVALIDARG;
         // Declarations reported as attributes were already written from the prefix mappings.
         if (attribute == std::wstring_view(L"xmlns") ||
             attribute.substr(0, 6) == std::wstring_view(L"xmlns:"))
             continue;
-        m_out += L' ';
-        m_out += attribute;
-        m_out += L"=\"";
-        RETURN_IF_FAILED(AppendEscaped(value, valueLength));
-        m_out += L'"';
+        RETURN_IF_FAILED(attributes->getValue(i, &value, &valueLength));
+        m_out += ' ';
+        AppendRaw(attribute);
+        m_out += "=\"";
+        AppendEscaped(View(value, valueLength));
+        m_out += '"';
         if (isRoot && attribute == std::wstring_view(L"Width"))
             root.width = ParseLength(View(value, valueLength));
         if (isRoot && attribute == std::wstring_view(L"Height"))
             root.height = ParseLength(View(value, valueLength));
     }
-    m_out += L'>';
+    m_out += '>';
     if (isRoot) {
         // The inserter runs now, while the root's attributes are known; its markup is kept
         // until the root closes. A second call (a new document) is impossible within one parse.
-        m_rootInsert = m_inserter ? m_inserter(root) : std::wstring();
+        m_rootInsert.clear();
+        if (m_inserter) AppendUtf8<false>(m_rootInsert, m_inserter(root));
     }
     ++m_depth;
     return S_OK;
@@ -171,18 +244,20 @@ HRESULT PageRewriter::endElement(const wchar_t*, INT, const wchar_t*, INT, const
         m_out += m_rootInsert;
         m_inserted = true;
     }
-    m_out += L"</";
-    m_out += name;
-    m_out += L'>';
+    m_out += "</";
+    AppendRaw(name);
+    m_out += '>';
     return S_OK;
 }
 
 HRESULT PageRewriter::characters(const wchar_t* chars, INT length) {
-    return AppendEscaped(chars, length);
+    AppendEscaped(View(chars, length));
+    return S_OK;
 }
 
 HRESULT PageRewriter::ignorableWhitespace(const wchar_t* chars, INT length) {
-    return AppendEscaped(chars, length);
+    AppendEscaped(View(chars, length));
+    return S_OK;
 }
 
 HRESULT PageRewriter::processingInstruction(const wchar_t* target, INT targetLength,
@@ -190,12 +265,12 @@ HRESULT PageRewriter::processingInstruction(const wchar_t* target, INT targetLen
     const std::wstring_view name = View(target, targetLength);
     const std::wstring_view body = View(data, dataLength);
     if (name.empty() || body.find(L"?>") != std::wstring_view::npos) return E_INVALIDARG;
-    m_out += L"<?";
-    m_out += name;
+    m_out += "<?";
+    AppendRaw(name);
     if (!body.empty()) {
-        m_out += L' ';
-        m_out += body;
+        m_out += ' ';
+        AppendRaw(body);
     }
-    m_out += L"?>";
+    m_out += "?>";
     return S_OK;
 }

@@ -1,14 +1,15 @@
 // pagerewriter.h: PageRewriter, a SAX content handler that re-serialises a fixed page's markup
 // as UTF-8 while the parser reads it — every element, attribute, namespace declaration, text
 // and processing instruction, escaped — and inserts extra markup (the watermark) just before
-// the closing tag of the root element. The result is kept in memory until the parse has
-// succeeded, so that markup that turns out not to be well-formed never reaches the output.
+// the closing tag of the root element. The result is kept in memory, already encoded as UTF-8,
+// until the parse has succeeded, so that markup that turns out not to be well-formed never
+// reaches the output.
 #pragma once
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
-#include <vector>
 
 #include "filterpipeline/filterutilities/saxhandler.h"
 
@@ -26,14 +27,17 @@ public:
     using Inserter = std::function<std::wstring(const RootInfo&)>;
 
     explicit PageRewriter(Inserter inserter);
+    // The inserter of the next Rewrite: one rewriter serves every page of a job, so its output
+    // buffer keeps its capacity from page to page.
+    void SetInserter(Inserter inserter) { m_inserter = std::move(inserter); }
 
     // Parses `input` (an IStream or ISequentialStream) with the MSXML SAX reader and rebuilds
     // the markup. S_OK: Output() holds the new page. Any failure (the parser's error for markup
     // that is not well-formed, the stream's error, E_OUTOFMEMORY) leaves Output() incomplete.
     HRESULT Rewrite(IUnknown* input);
 
-    // The rebuilt markup as wide text; WriteTo converts it to UTF-8 onto a stream.
-    const std::wstring& Output() const { return m_out; }
+    // The rebuilt markup as UTF-8; WriteTo writes it to a stream.
+    const std::string& Output() const { return m_out; }
     HRESULT WriteTo(IPrintWriteStream* stream);
 
     HRESULT startDocument() override;
@@ -50,16 +54,20 @@ public:
     HRESULT processingInstruction(const wchar_t* target, INT targetLength, const wchar_t* data,
                                   INT dataLength) override;
 
-    // Escapes text for an attribute value or element content: the five entity characters, and
-    // tab, line feed and carriage return as character references so that they survive the
-    // parser's normalisation.
-    HRESULT AppendEscaped(const wchar_t* text, INT length);
+    // Appends text escaped for an attribute value or element content, as UTF-8: the five
+    // entity characters as CSaxHandler::EscapeEntity writes them, and tab, line feed and
+    // carriage return as character references so that they survive the parser's
+    // normalisation.
+    void AppendEscaped(std::wstring_view text);
+    // Appends text as UTF-8 unchanged (names, processing instructions, inserted markup).
+    void AppendRaw(std::wstring_view text);
 
 private:
     Inserter m_inserter;
-    std::wstring m_out;
-    std::wstring m_rootInsert;
-    std::vector<std::pair<std::wstring, std::wstring>> m_pendingNamespaces;
+    std::string m_out;
+    std::string m_rootInsert;
+    // Namespace declarations of the next element, already written as ` xmlns:p="uri"`.
+    std::string m_pendingNamespaces;
     int m_depth = 0;
     bool m_inserted = false;
 };

@@ -48,15 +48,22 @@ HRESULT WatermarkFilter::RewritePage(
     input.Attach(new CPrintReadStreamToIStream(markup));
 
     bool hadMarkup = false;
-    CComPtr<PageRewriter> rewriter;
-    rewriter.Attach(new PageRewriter([&](const PageRewriter::RootInfo& root) {
+    PageRewriter::Inserter inserter = [&](const PageRewriter::RootInfo& root) {
         // Only a FixedPage root gets the watermark; its size comes from its own attributes.
         if (root.width <= 0.0 || root.height <= 0.0) return std::wstring();
         std::wstring text = insert(root.width, root.height, root.prefix);
         hadMarkup = !text.empty();
         return text;
-    }));
+    };
+    // One rewriter for the job: its output buffer is reused from page to page.
+    if (m_rewriter == nullptr) {
+        m_rewriter.Attach(new PageRewriter(std::move(inserter)));
+    } else {
+        m_rewriter->SetInserter(std::move(inserter));
+    }
+    PageRewriter* rewriter = m_rewriter;
     const HRESULT parsed = rewriter->Rewrite(input);
+    rewriter->SetInserter(nullptr);  // it refers to this call's locals
     if (FAILED(parsed)) {
         if (parsed == E_OUTOFMEMORY) return parsed;
         ++m_pagesNotParsed;

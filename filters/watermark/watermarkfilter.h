@@ -18,6 +18,7 @@
 #include <string>
 
 #include "filterpipeline/filterutilities/xpsfilterbase.h"
+#include "filters/watermark/pagerewriter.h"
 #include "filters/watermark/partfilewriter.h"
 #include "filters/watermark/watermarkmarkup.h"
 
@@ -63,6 +64,7 @@ private:
         watermark::ImageInfo info;
     };
     std::map<std::wstring, Bitmap> m_bitmaps;
+    CComPtr<PageRewriter> m_rewriter;
     ULONG m_pagesMarked = 0;
     ULONG m_pagesNotParsed = 0;
 };

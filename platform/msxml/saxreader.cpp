@@ -8,8 +8,14 @@
 #include <libxml/SAX2.h>
 #include <libxml/parser.h>
 
+#include <algorithm>
+#include <array>
 #include <climits>
+#include <cstdint>
+#include <cstring>
 #include <cwchar>
+#include <deque>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
@@ -39,88 +45,221 @@ std::wstring_view Name(const wchar_t* text) {
     return text == nullptr ? std::wstring_view() : std::wstring_view(text);
 }
 
-// Wide strings of one callback, each NUL-terminated, addressed by offset while being built.
-class WideArena {
+// The length of the leading ASCII part of UTF-8 text, eight bytes at a time.
+std::size_t AsciiPrefix(std::string_view utf8) {
+    std::size_t i = 0;
+    for (; i + 8 <= utf8.size(); i += 8) {
+        std::uint64_t block;
+        std::memcpy(&block, utf8.data() + i, 8);
+        if ((block & 0x8080808080808080ull) != 0) break;
+    }
+    while (i < utf8.size() && static_cast<unsigned char>(utf8[i]) < 0x80) ++i;
+    return i;
+}
+
+// Wide text built in place: new space is handed out without being cleared first, and the
+// capacity stays from one callback to the next.
+class WideBuffer {
 public:
-    void Clear() { m_text.clear(); }
-    std::size_t Add(std::string_view utf8) {
-        std::size_t at = m_text.size();
-        AppendWide(m_text, utf8);
-        m_text.push_back(L'\0');
+    void Clear() { m_size = 0; }
+    std::size_t Size() const { return m_size; }
+    const wchar_t* Data() const { return m_data.get(); }
+    // Room for `count` more characters at the end, to be written by the caller.
+    wchar_t* Extend(std::size_t count) {
+        if (m_size + count > m_capacity) Grow(m_size + count);
+        wchar_t* at = m_data.get() + m_size;
+        m_size += count;
         return at;
     }
-    std::size_t AddJoined(std::string_view prefix, std::string_view local) {
-        std::size_t at = m_text.size();
-        if (!prefix.empty()) {
-            AppendWide(m_text, prefix);
-            m_text.push_back(L':');
-        }
-        AppendWide(m_text, local);
-        m_text.push_back(L'\0');
-        return at;
-    }
-    const wchar_t* At(std::size_t offset) const { return m_text.data() + offset; }
-    INT LengthAt(std::size_t offset) const {
-        return static_cast<INT>(std::wcslen(m_text.data() + offset));
+    void Push(wchar_t c) { *Extend(1) = c; }
+    void Append(std::wstring_view text) {
+        if (!text.empty()) std::wmemcpy(Extend(text.size()), text.data(), text.size());
     }
 
 private:
-    std::wstring m_text;
+    void Grow(std::size_t needed) {
+        const std::size_t capacity = std::max({needed, m_capacity * 2, std::size_t{64}});
+        auto data = std::make_unique_for_overwrite<wchar_t[]>(capacity);
+        if (m_size != 0) std::wmemcpy(data.get(), m_data.get(), m_size);
+        m_data = std::move(data);
+        m_capacity = capacity;
+    }
+
+    std::unique_ptr<wchar_t[]> m_data;
+    std::size_t m_size = 0;
+    std::size_t m_capacity = 0;
 };
 
-struct AttributeEntry {
-    std::size_t uri;
-    std::size_t local;
-    std::size_t qname;
-    std::size_t value;
-    INT valueLength;
+// Appends UTF-8 text as wide characters. ASCII runs (nearly all of page markup) are widened in a
+// loop the compiler vectorises; each run of other bytes goes through the shared decoder, which
+// gives the same characters as decoding the whole text at once, since ASCII bytes never belong
+// to a multi-byte sequence.
+void AppendWideFast(WideBuffer& out, std::string_view utf8) {
+    while (!utf8.empty()) {
+        const std::size_t ascii = AsciiPrefix(utf8);
+        if (ascii > 0) {
+            wchar_t* target = out.Extend(ascii);
+            const auto* source = reinterpret_cast<const unsigned char*>(utf8.data());
+            for (std::size_t k = 0; k < ascii; ++k) target[k] = static_cast<wchar_t>(source[k]);
+            utf8.remove_prefix(ascii);
+        }
+        std::size_t other = 0;
+        while (other < utf8.size() && static_cast<unsigned char>(utf8[other]) >= 0x80) ++other;
+        if (other > 0) {
+            thread_local std::wstring decoded;
+            decoded.clear();
+            AppendWide(decoded, utf8.substr(0, other));
+            out.Append(decoded);
+            utf8.remove_prefix(other);
+        }
+    }
+}
+
+// Wide strings of one callback, each NUL-terminated, in one buffer reused from callback to
+// callback; addressed by offset while being built, with their lengths kept.
+class WideArena {
+public:
+    struct Piece {
+        std::size_t at = 0;
+        INT length = 0;
+    };
+    void Clear() { m_text.Clear(); }
+    Piece Add(std::string_view utf8) {
+        const std::size_t at = m_text.Size();
+        AppendWideFast(m_text, utf8);
+        return Close(at);
+    }
+    Piece AddJoined(std::string_view prefix, std::string_view local) {
+        const std::size_t at = m_text.Size();
+        if (!prefix.empty()) {
+            AppendWideFast(m_text, prefix);
+            m_text.Push(L':');
+        }
+        AppendWideFast(m_text, local);
+        return Close(at);
+    }
+    const wchar_t* At(Piece piece) const { return m_text.Data() + piece.at; }
+
+private:
+    Piece Close(std::size_t at) {
+        const std::size_t length = m_text.Size() - at;
+        m_text.Push(L'\0');
+        return {at, static_cast<INT>(length)};
+    }
+    WideBuffer m_text;
 };
 
+// The wide names of elements, converted once per distinct name. libxml2 hands names, prefixes
+// and namespace URIs over as strings of its dictionary, so the same pointers come back for every
+// element of a kind; the bytes are compared as well, so that a pointer reused for other text is
+// converted again. One lookup per callback: what it returns stays valid until the next.
+class ElementNames {
+public:
+    struct Names {
+        const wchar_t* uri;
+        INT uriLength;
+        const wchar_t* local;
+        INT localLength;
+        const wchar_t* qname;
+        INT qnameLength;
+    };
+
+    Names Lookup(const xmlChar* uri, const xmlChar* prefix, const xmlChar* local, bool namespaces) {
+        const auto key = [](const xmlChar* text) { return reinterpret_cast<std::uintptr_t>(text); };
+        Slot& slot =
+            m_slots[((key(local) >> 4) ^ (key(uri) >> 6) ^ (key(prefix) >> 8)) % m_slots.size()];
+        const std::string_view uriText = View(uri);
+        const std::string_view prefixText = View(prefix);
+        const std::string_view localText = View(local);
+        if (!slot.filled || slot.uri != uri || slot.prefix != prefix || slot.local != local ||
+            slot.uriText != uriText || slot.prefixText != prefixText ||
+            slot.localText != localText) {
+            slot.filled = true;
+            slot.uri = uri;
+            slot.prefix = prefix;
+            slot.local = local;
+            slot.uriText.assign(uriText);
+            slot.prefixText.assign(prefixText);
+            slot.localText.assign(localText);
+            slot.wide.Clear();
+            slot.u = slot.wide.Add(namespaces ? uriText : std::string_view());
+            slot.l = slot.wide.Add(namespaces ? localText : std::string_view());
+            slot.q = slot.wide.AddJoined(prefixText, localText);
+        }
+        return {slot.wide.At(slot.u), slot.u.length,        slot.wide.At(slot.l),
+                slot.l.length,        slot.wide.At(slot.q), slot.q.length};
+    }
+
+private:
+    struct Slot {
+        bool filled = false;
+        const xmlChar* uri = nullptr;
+        const xmlChar* prefix = nullptr;
+        const xmlChar* local = nullptr;
+        std::string uriText;
+        std::string prefixText;
+        std::string localText;
+        WideArena wide;
+        WideArena::Piece u;
+        WideArena::Piece l;
+        WideArena::Piece q;
+    };
+    std::array<Slot, 61> m_slots;
+};
+
+// The attributes of the element being reported. Names and values are converted to wide text
+// only when the handler asks for them (a re-serialiser needs qualified names and values, not
+// URIs and local names), each into a buffer of its own that keeps its capacity from element to
+// element, so that a string handed out stays valid while others are converted.
 class SaxAttributes final : public ComObject<ISAXAttributes> {
 public:
-    void Reset() {
-        m_arena.Clear();
-        m_entries.clear();
-    }
+    void Reset() { m_count = 0; }
+    // An attribute as libxml2 reports it; the texts stay valid during the callback.
     void Add(std::string_view uri, std::string_view prefix, std::string_view local,
              std::string_view value) {
-        AttributeEntry entry{};
-        entry.uri = m_arena.Add(uri);
-        entry.local = m_arena.Add(local);
-        entry.qname = m_arena.AddJoined(prefix, local);
-        entry.value = m_arena.Add(value);
-        entry.valueLength = m_arena.LengthAt(entry.value);
-        m_entries.push_back(entry);
+        Entry& entry = Next();
+        entry.uri.Set(uri);
+        entry.local.Set(local);
+        entry.qname.Set(local);
+        entry.prefix = prefix;
+        entry.value.Set(value);
     }
+    // An attribute whose qualified name or value had to be built: converted at once.
     void AddWithQName(std::string_view qname, std::string_view local, std::string_view value) {
-        AttributeEntry entry{};
-        entry.uri = m_arena.Add({});
-        entry.local = m_arena.Add(local);
-        entry.qname = m_arena.Add(qname);
-        entry.value = m_arena.Add(value);
-        entry.valueLength = m_arena.LengthAt(entry.value);
-        m_entries.push_back(entry);
+        Entry& entry = Next();
+        entry.uri.Set({});
+        entry.local.Set(local);
+        entry.qname.Set(qname);
+        entry.prefix = {};
+        entry.value.Set(value);
+        entry.qname.Convert({});
+        entry.value.Convert({});
+    }
+    void AddDecodedValue(std::string_view uri, std::string_view prefix, std::string_view local,
+                         std::string_view value) {
+        Add(uri, prefix, local, value);
+        m_entries[m_count - 1].value.Convert({});
     }
 
     HRESULT getLength(INT* length) override {
         if (length == nullptr) return E_POINTER;
-        *length = static_cast<INT>(m_entries.size());
+        *length = static_cast<INT>(m_count);
         return S_OK;
     }
     HRESULT getURI(INT index, const wchar_t** uri, INT* length) override {
-        return Field(index, &AttributeEntry::uri, uri, length);
+        return Get(index, &Entry::uri, uri, length);
     }
     HRESULT getLocalName(INT index, const wchar_t** local, INT* length) override {
-        return Field(index, &AttributeEntry::local, local, length);
+        return Get(index, &Entry::local, local, length);
     }
     HRESULT getQName(INT index, const wchar_t** qname, INT* length) override {
-        return Field(index, &AttributeEntry::qname, qname, length);
+        return Get(index, &Entry::qname, qname, length);
     }
     HRESULT getName(INT index, const wchar_t** uri, INT* uriLength, const wchar_t** local,
                     INT* localLength, const wchar_t** qname, INT* qnameLength) override {
-        FU_RETURN_IF_FAILED(Field(index, &AttributeEntry::uri, uri, uriLength));
-        FU_RETURN_IF_FAILED(Field(index, &AttributeEntry::local, local, localLength));
-        return Field(index, &AttributeEntry::qname, qname, qnameLength);
+        FU_RETURN_IF_FAILED(Get(index, &Entry::uri, uri, uriLength));
+        FU_RETURN_IF_FAILED(Get(index, &Entry::local, local, localLength));
+        return Get(index, &Entry::qname, qname, qnameLength);
     }
     HRESULT getIndexFromName(const wchar_t* uri, INT uriLength, const wchar_t* local,
                              INT localLength, INT* index) override {
@@ -131,8 +270,9 @@ public:
         std::wstring_view wantedUri(uri == nullptr ? L"" : uri,
                                     static_cast<std::size_t>(uriLength));
         std::wstring_view wantedLocal(local, static_cast<std::size_t>(localLength));
-        for (std::size_t i = 0; i < m_entries.size(); ++i) {
-            if (View(m_entries[i].uri) == wantedUri && View(m_entries[i].local) == wantedLocal) {
+        for (std::size_t i = 0; i < m_count; ++i) {
+            Entry& entry = m_entries[i];
+            if (entry.uri.Wide({}) == wantedUri && entry.local.Wide({}) == wantedLocal) {
                 *index = static_cast<INT>(i);
                 return S_OK;
             }
@@ -143,8 +283,9 @@ public:
     HRESULT getIndexFromQName(const wchar_t* qname, INT length, INT* index) override {
         if (index == nullptr || qname == nullptr || length < 0) return E_INVALIDARG;
         std::wstring_view wanted(qname, static_cast<std::size_t>(length));
-        for (std::size_t i = 0; i < m_entries.size(); ++i) {
-            if (View(m_entries[i].qname) == wanted) {
+        for (std::size_t i = 0; i < m_count; ++i) {
+            Entry& entry = m_entries[i];
+            if (entry.qname.Wide(entry.prefix) == wanted) {
                 *index = static_cast<INT>(i);
                 return S_OK;
             }
@@ -154,7 +295,7 @@ public:
     }
     HRESULT getType(INT index, const wchar_t** type, INT* length) override {
         if (type == nullptr || length == nullptr) return E_POINTER;
-        if (index < 0 || static_cast<std::size_t>(index) >= m_entries.size()) return E_INVALIDARG;
+        if (index < 0 || static_cast<std::size_t>(index) >= m_count) return E_INVALIDARG;
         *type = L"CDATA";  // without a DTD every attribute is CDATA
         *length = 5;
         return S_OK;
@@ -172,11 +313,7 @@ public:
         return getType(index, type, length);
     }
     HRESULT getValue(INT index, const wchar_t** value, INT* length) override {
-        if (value == nullptr || length == nullptr) return E_POINTER;
-        if (index < 0 || static_cast<std::size_t>(index) >= m_entries.size()) return E_INVALIDARG;
-        *value = m_arena.At(m_entries[static_cast<std::size_t>(index)].value);
-        *length = m_entries[static_cast<std::size_t>(index)].valueLength;
-        return S_OK;
+        return Get(index, &Entry::value, value, length);
     }
     HRESULT getValueFromName(const wchar_t* uri, INT uriLength, const wchar_t* local,
                              INT localLength, const wchar_t** value, INT* length) override {
@@ -192,21 +329,61 @@ public:
     }
 
 private:
-    std::wstring_view View(std::size_t offset) const {
-        return std::wstring_view(m_arena.At(offset));
+    // One name or value: its UTF-8 source and, once asked for, its wide form.
+    class Field {
+    public:
+        void Set(std::string_view utf8) {
+            m_utf8 = utf8;
+            m_ready = false;
+        }
+        // Converts on first use; a non-empty `prefix` is joined in front with a colon.
+        void Convert(std::string_view prefix) {
+            if (m_ready) return;
+            m_wide.Clear();
+            if (!prefix.empty()) {
+                AppendWideFast(m_wide, prefix);
+                m_wide.Push(L':');
+            }
+            AppendWideFast(m_wide, m_utf8);
+            m_wide.Push(L'\0');  // handed-out strings are terminated as well
+            m_ready = true;
+        }
+        std::wstring_view Wide(std::string_view prefix) {
+            Convert(prefix);
+            return {m_wide.Data(), m_wide.Size() - 1};
+        }
+
+    private:
+        std::string_view m_utf8;
+        WideBuffer m_wide;
+        bool m_ready = false;
+    };
+    struct Entry {
+        Field uri;
+        Field local;
+        Field qname;  // the local name until converted with the prefix
+        Field value;
+        std::string_view prefix;
+    };
+
+    Entry& Next() {
+        if (m_count == m_entries.size()) m_entries.emplace_back();
+        return m_entries[m_count++];
     }
-    HRESULT Field(INT index, std::size_t AttributeEntry::*member, const wchar_t** text,
-                  INT* length) const {
+    HRESULT Get(INT index, Field Entry::*member, const wchar_t** text, INT* length) {
         if (text == nullptr || length == nullptr) return E_POINTER;
-        if (index < 0 || static_cast<std::size_t>(index) >= m_entries.size()) return E_INVALIDARG;
-        std::size_t offset = m_entries[static_cast<std::size_t>(index)].*member;
-        *text = m_arena.At(offset);
-        *length = m_arena.LengthAt(offset);
+        if (index < 0 || static_cast<std::size_t>(index) >= m_count) return E_INVALIDARG;
+        Entry& entry = m_entries[static_cast<std::size_t>(index)];
+        const std::wstring_view wide =
+            (entry.*member).Wide(member == &Entry::qname ? entry.prefix : std::string_view());
+        *text = wide.data();
+        *length = static_cast<INT>(wide.size());
         return S_OK;
     }
 
-    WideArena m_arena;
-    std::vector<AttributeEntry> m_entries;
+    // Entries past m_count are kept for their buffers. A deque keeps them in place as it grows.
+    std::deque<Entry> m_entries;
+    std::size_t m_count = 0;
 };
 
 class SaxLocator final : public ComObject<ISAXLocator> {
@@ -274,7 +451,9 @@ struct Session {
     HRESULT result = S_OK;
     LONG depth = 0;
     WideArena names;
-    std::wstring text;
+    ElementNames elementNames;
+    WideBuffer text;
+    std::string decoded;                    // an attribute value with its "&#38;" undone
     std::vector<std::wstring> prefixStack;  // prefixes mapped by open elements, in order
     std::vector<std::size_t> prefixCounts;
 
@@ -329,12 +508,12 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
     if (s->namespaces) {
         for (int i = 0; i < namespaceCount && s->Live(); ++i) {
             s->names.Clear();
-            std::size_t p = s->names.Add(View(namespaces[2 * i]));
-            std::size_t u = s->names.Add(View(namespaces[2 * i + 1]));
-            s->prefixStack.emplace_back(s->names.At(p));
+            const WideArena::Piece p = s->names.Add(View(namespaces[2 * i]));
+            const WideArena::Piece u = s->names.Add(View(namespaces[2 * i + 1]));
+            s->prefixStack.emplace_back(s->names.At(p), static_cast<std::size_t>(p.length));
             ++mapped;
-            s->Check(s->handler->startPrefixMapping(s->names.At(p), s->names.LengthAt(p),
-                                                    s->names.At(u), s->names.LengthAt(u)));
+            s->Check(
+                s->handler->startPrefixMapping(s->names.At(p), p.length, s->names.At(u), u.length));
         }
     }
     s->prefixCounts.push_back(mapped);
@@ -356,34 +535,34 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
                                static_cast<std::size_t>(a[4] - a[3]));
         // Without entity substitution libxml2 hands every '&' of a value over as "&#38;" (and
         // nothing else in that form, since no entity can be declared): undo that.
-        std::string decoded;
-        if (value.find('&') != std::string_view::npos) {
-            decoded.reserve(value.size());
+        const bool encoded = value.find('&') != std::string_view::npos;
+        if (encoded) {
+            s->decoded.clear();
             for (std::size_t k = 0; k < value.size(); ++k) {
                 if (value.compare(k, 5, "&#38;") == 0) {
-                    decoded += '&';
+                    s->decoded += '&';
                     k += 4;
                 } else {
-                    decoded += value[k];
+                    s->decoded += value[k];
                 }
             }
-            value = decoded;
+            value = s->decoded;
         }
         if (s->namespaces) {
-            list->Add(View(a[2]), View(a[1]), View(a[0]), value);
+            if (encoded) {
+                list->AddDecodedValue(View(a[2]), View(a[1]), View(a[0]), value);
+            } else {
+                list->Add(View(a[2]), View(a[1]), View(a[0]), value);
+            }
         } else {
             std::string qname = a[1] != nullptr ? std::string(View(a[1])) + ":" : std::string();
             qname += View(a[0]);
             list->AddWithQName(qname, "", value);
         }
     }
-    s->names.Clear();
-    std::size_t u = s->names.Add(s->namespaces ? View(uri) : "");
-    std::size_t l = s->names.Add(s->namespaces ? View(localname) : "");
-    std::size_t q = s->names.AddJoined(View(prefix), View(localname));
-    s->Check(s->handler->startElement(s->names.At(u), s->names.LengthAt(u), s->names.At(l),
-                                      s->names.LengthAt(l), s->names.At(q), s->names.LengthAt(q),
-                                      list));
+    const ElementNames::Names n = s->elementNames.Lookup(uri, prefix, localname, s->namespaces);
+    s->Check(s->handler->startElement(n.uri, n.uriLength, n.local, n.localLength, n.qname,
+                                      n.qnameLength, list));
 }
 
 void OnEndElement(void* context, const xmlChar* localname, const xmlChar* prefix,
@@ -392,12 +571,9 @@ void OnEndElement(void* context, const xmlChar* localname, const xmlChar* prefix
     if (s == nullptr || !s->Live()) return;
     if (s->maxDepth > 0) --s->depth;
     if (s->handler == nullptr) return;
-    s->names.Clear();
-    std::size_t u = s->names.Add(s->namespaces ? View(uri) : "");
-    std::size_t l = s->names.Add(s->namespaces ? View(localname) : "");
-    std::size_t q = s->names.AddJoined(View(prefix), View(localname));
-    s->Check(s->handler->endElement(s->names.At(u), s->names.LengthAt(u), s->names.At(l),
-                                    s->names.LengthAt(l), s->names.At(q), s->names.LengthAt(q)));
+    const ElementNames::Names n = s->elementNames.Lookup(uri, prefix, localname, s->namespaces);
+    s->Check(
+        s->handler->endElement(n.uri, n.uriLength, n.local, n.localLength, n.qname, n.qnameLength));
     std::size_t mapped = s->prefixCounts.empty() ? 0 : s->prefixCounts.back();
     if (!s->prefixCounts.empty()) s->prefixCounts.pop_back();
     std::size_t first = s->prefixStack.size() - mapped;
@@ -411,20 +587,21 @@ void OnEndElement(void* context, const xmlChar* localname, const xmlChar* prefix
 void OnCharacters(void* context, const xmlChar* chars, int length) {
     Session* s = SessionOf(context);
     if (s == nullptr || !s->Live() || s->handler == nullptr || length <= 0) return;
-    s->text.clear();
-    AppendWide(s->text, std::string_view(reinterpret_cast<const char*>(chars),
-                                         static_cast<std::size_t>(length)));
-    s->Check(s->handler->characters(s->text.c_str(), static_cast<INT>(s->text.size())));
+    s->text.Clear();
+    AppendWideFast(s->text, std::string_view(reinterpret_cast<const char*>(chars),
+                                             static_cast<std::size_t>(length)));
+    const INT size = static_cast<INT>(s->text.Size());
+    s->text.Push(L'\0');
+    s->Check(s->handler->characters(s->text.Data(), size));
 }
 
 void OnProcessingInstruction(void* context, const xmlChar* target, const xmlChar* data) {
     Session* s = SessionOf(context);
     if (s == nullptr || !s->Live() || s->handler == nullptr) return;
     s->names.Clear();
-    std::size_t t = s->names.Add(View(target));
-    std::size_t d = s->names.Add(View(data));
-    s->Check(s->handler->processingInstruction(s->names.At(t), s->names.LengthAt(t), s->names.At(d),
-                                               s->names.LengthAt(d)));
+    const WideArena::Piece t = s->names.Add(View(target));
+    const WideArena::Piece d = s->names.Add(View(data));
+    s->Check(s->handler->processingInstruction(s->names.At(t), t.length, s->names.At(d), d.length));
 }
 
 class SaxReader final : public ComObject<ISAXXMLReader> {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -265,7 +266,7 @@ HRESULT RewriteText(const std::string& xml, std::string& out, const std::wstring
     }));
     CComPtr<IStream> input = StreamOf(xml);
     const HRESULT hr = rewriter->Rewrite(input);
-    out = platform::WideToUtf8(rewriter->Output());
+    out = rewriter->Output();
     return hr;
 }
 
@@ -315,6 +316,92 @@ TEST(WatermarkPageRewriter, MarkupThatDoesNotParseFails) {
     rewriter.Attach(new PageRewriter(nullptr));
     EXPECT_EQ(E_POINTER, rewriter->Rewrite(nullptr));
     EXPECT_EQ(E_POINTER, rewriter->WriteTo(nullptr));
+}
+
+// Exposes CSaxHandler::EscapeEntity, the table the rewriter's own escaping must agree with.
+class EscapingHandler : public CSaxHandler {
+public:
+    using CSaxHandler::EscapeEntity;
+};
+
+// The rewriter's escaping as EscapeEntity and the white-space references would give it, in the
+// UTF-8 the page is written in.
+std::string ReferenceEscape(const std::wstring& text) {
+    CComPtr<EscapingHandler> handler;
+    handler.Attach(new EscapingHandler());
+    CComBSTR escaped(static_cast<int>(text.size()), text.data());
+    if (FAILED(handler->EscapeEntity(&escaped.m_str))) return "<failed>";
+    std::wstring withReferences;
+    for (UINT i = 0; i < escaped.Length(); ++i) {
+        const wchar_t c = escaped.m_str[i];
+        withReferences += c == L'\t'   ? L"&#9;"
+                          : c == L'\n' ? L"&#10;"
+                          : c == L'\r' ? L"&#13;"
+                                       : std::wstring(1, c);
+    }
+    return platform::WideToUtf8(withReferences);
+}
+
+TEST(WatermarkPageRewriter, EscapingAgreesWithEscapeEntityAndTheUtf8Converter) {
+    std::mt19937 random(7);
+    const wchar_t pool[] = {L'&',   L'<', L'>', L'"',  L'\'', L'\t',  L'\n',
+                            L'\r',  L'a', L' ', L'#',  0xE9,  0x20AC, 0x1F600,
+                            0xFFFD, 0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0x10FFFF};
+    for (int round = 0; round < 300; ++round) {
+        std::wstring text;
+        const int length = static_cast<int>(random() % 60);
+        for (int i = 0; i < length; ++i) text += pool[random() % std::size(pool)];
+        CComPtr<PageRewriter> rewriter;
+        rewriter.Attach(new PageRewriter(nullptr));
+        rewriter->AppendEscaped(text);
+        EXPECT_EQ(ReferenceEscape(text), rewriter->Output()) << "round " << round;
+    }
+    // Surrogate units (which the reader never produces, but inserted markup might hold) are
+    // encoded as the platform's converter encodes them: a pair as its character, a lone unit
+    // as U+FFFD.
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter(nullptr));
+    const std::wstring units{L'a', wchar_t(0xD83D), wchar_t(0xDE00), wchar_t(0xDC00), L'b'};
+    rewriter->AppendRaw(units);
+    EXPECT_EQ(platform::WideToUtf8(units), rewriter->Output());
+}
+
+TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
+    const std::string first =
+        "<FixedPage Width=\"10\" Height=\"20\" xmlns=\"http://schemas.microsoft.com/xps/2005/06\">"
+        "<Path Data=\"M 1,2 L 3,4\" Fill=\"#FF000000\"/>\n<Glyphs UnicodeString=\"a&amp;b\"/>"
+        "</FixedPage>";
+    const std::string second = "<FixedPage Width=\"30\" Height=\"40\"><Canvas/></FixedPage>";
+    std::string expectedFirst;
+    std::string expectedSecond;
+    ASSERT_EQ(S_OK, RewriteText(first, expectedFirst, L"<Mark/>"));
+    ASSERT_EQ(S_OK, RewriteText(second, expectedSecond, L"<Mark/>"));
+
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter([](const PageRewriter::RootInfo&) { return L"<Mark/>"; }));
+    for (const auto& [page, expected] :
+         {std::pair{first, expectedFirst},
+          std::pair{std::string("<FixedPage><Path></FixedPage>"), std::string()},
+          std::pair{second, expectedSecond}, std::pair{first, expectedFirst}}) {
+        CComPtr<IStream> input = StreamOf(page);
+        const HRESULT hr = rewriter->Rewrite(input);
+        if (expected.empty()) {
+            EXPECT_TRUE(FAILED(hr));
+            continue;
+        }
+        ASSERT_EQ(S_OK, hr);
+        EXPECT_EQ(expected, rewriter->Output());
+        CComPtr<fakes::WriteStream> stream;
+        stream.Attach(new fakes::WriteStream());
+        ASSERT_EQ(S_OK, rewriter->WriteTo(stream));
+        EXPECT_EQ(1, stream->writeCalls);
+        EXPECT_EQ(expected, stream->bytes);
+    }
+    // A stream error is passed on.
+    CComPtr<fakes::WriteStream> failing;
+    failing.Attach(new fakes::WriteStream());
+    failing->failWrites = true;
+    EXPECT_EQ(E_ACCESSDENIED, rewriter->WriteTo(failing));
 }
 
 // --- the markup builder ----------------------------------------------------------------------

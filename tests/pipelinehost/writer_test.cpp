@@ -11,6 +11,7 @@
 #include "pipelinehost/partname.h"
 #include "pipelinehost/rawpassthroughfilter.h"
 #include "pipelinehost/sourcepackage.h"
+#include "testfilters.h"
 #include "testpackages.h"
 
 namespace {
@@ -26,69 +27,30 @@ HRESULT WriteText(IPrintWriteStream* stream, const std::string& text) {
 
 // Gives every page one new shared ticket; replaces page 2's markup with markup that uses a new
 // image.
-class EditingFilter final : public platform::ComObject<IPrintPipelineFilter> {
-public:
-    HRESULT InitializeFilter(IInterFilterCommunicator* communicator, IPrintPipelinePropertyBag*,
-                             IPrintPipelineManagerControl* control) override {
-        m_communicator = communicator;
-        m_control = control;
-        return S_OK;
-    }
-    HRESULT ShutdownOperation() override { return S_OK; }
-    HRESULT StartOperation() override {
-        HRESULT hr = Pump();
-        if (FAILED(hr)) m_control->RequestShutdown(hr, nullptr);
-        m_control->FilterFinished();
-        return hr;
-    }
-
-private:
-    HRESULT Pump() {
-        CComPtr<IXpsDocumentProvider> provider;
-        CComPtr<IXpsDocumentConsumer> consumer;
-        m_communicator->RequestReader(reinterpret_cast<void**>(&provider));
-        m_communicator->RequestWriter(reinterpret_cast<void**>(&consumer));
-        int pages = 0;
-        for (;;) {
-            CComPtr<IUnknown> part;
-            HRESULT hr = provider->GetXpsPart(&part);
+class EditingFilter final : public testfilters::PageEditingFilter {
+    HRESULT EditPage(IXpsDocumentConsumer* consumer, IFixedPage* page, int number) override {
+        HRESULT hr = S_OK;
+        if (!m_ticket) {
+            CComPtr<IPrintWriteStream> stream;
+            hr = consumer->GetNewEmptyPart(L"/Metadata/Edited_PT.xml", IID_IPartPrintTicket,
+                                           reinterpret_cast<void**>(&m_ticket), &stream);
             if (FAILED(hr)) return hr;
-            if (!part) break;
-            if (CComQIPtr<IFixedPage> page = part) {
-                ++pages;
-                if (!m_ticket) {
-                    CComPtr<IPrintWriteStream> stream;
-                    hr = consumer->GetNewEmptyPart(L"/Metadata/Edited_PT.xml", IID_IPartPrintTicket,
-                                                   reinterpret_cast<void**>(&m_ticket), &stream);
-                    if (FAILED(hr)) return hr;
-                    WriteText(stream, testpackages::Ticket("edited"));
-                }
-                if (FAILED(hr = page->SetPrintTicket(m_ticket))) return hr;
-                if (pages == 2) {
-                    CComPtr<IPartImage> image;
-                    CComPtr<IPrintWriteStream> stream;
-                    hr = consumer->GetNewEmptyPart(L"/Resources/New.png", IID_IPartImage,
-                                                   reinterpret_cast<void**>(&image), &stream);
-                    if (FAILED(hr)) return hr;
-                    WriteText(stream, "not really a png");
-                    CComPtr<IPrintWriteStream> markup;
-                    if (FAILED(hr = page->GetWriteStream(&markup))) return hr;
-                    WriteText(markup, kNewMarkup);
-                    if (FAILED(hr = page->SetPagePart(image))) return hr;
-                }
-                hr = consumer->SendFixedPage(page);
-            } else if (CComQIPtr<IFixedDocument> document = part) {
-                hr = consumer->SendFixedDocument(document);
-            } else if (CComQIPtr<IFixedDocumentSequence> sequence = part) {
-                hr = consumer->SendFixedDocumentSequence(sequence);
-            } else if (CComQIPtr<IXpsDocument> xps = part) {
-                hr = consumer->SendXpsDocument(xps);
-            } else {
-                hr = consumer->SendXpsUnknown(part);
-            }
-            if (FAILED(hr)) return hr;
+            WriteText(stream, testpackages::Ticket("edited"));
         }
-        return consumer->CloseSender();
+        if (FAILED(hr = page->SetPrintTicket(m_ticket))) return hr;
+        if (number == 2) {
+            CComPtr<IPartImage> image;
+            CComPtr<IPrintWriteStream> stream;
+            hr = consumer->GetNewEmptyPart(L"/Resources/New.png", IID_IPartImage,
+                                           reinterpret_cast<void**>(&image), &stream);
+            if (FAILED(hr)) return hr;
+            WriteText(stream, "not really a png");
+            CComPtr<IPrintWriteStream> markup;
+            if (FAILED(hr = page->GetWriteStream(&markup))) return hr;
+            WriteText(markup, kNewMarkup);
+            if (FAILED(hr = page->SetPagePart(image))) return hr;
+        }
+        return consumer->SendFixedPage(page);
     }
 
 public:
@@ -99,23 +61,11 @@ public:
         "ViewportUnits=\"Absolute\"/></Path.Fill></Path>");
 
 private:
-    CComPtr<IInterFilterCommunicator> m_communicator;
-    CComPtr<IPrintPipelineManagerControl> m_control;
     CComPtr<IPartPrintTicket> m_ticket;
 };
 
 JobResult RunWith(FilterFactory factory, const std::string& input, const std::string& output) {
-    FilterRegistry registry;
-    registry.AddBuiltin("f", std::move(factory));
-    PipelineConfig config;
-    FilterEntry filterEntry;
-    filterEntry.name = "f";
-    filterEntry.builtin = "f";
-    config.filters.push_back(filterEntry);
-    JobOptions options;
-    options.input = input;
-    options.output = output;
-    return RunJob(config, registry, options);
+    return testfilters::RunWithFilter(std::move(factory), input, output);
 }
 
 std::string ReadPart(const SourcePackage& package, const std::string& name) {

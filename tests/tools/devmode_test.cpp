@@ -11,28 +11,15 @@
 #include <string>
 #include <vector>
 
+#include "toolrunner.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Outcome {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string Quote(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
+using Outcome = toolrunner::SplitOutcome;
+using toolrunner::Quote;
+using toolrunner::ReadFile;
 
 void WriteFile(const fs::path& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary);
@@ -52,18 +39,7 @@ protected:
     Outcome Run(const std::vector<std::string>& args) {
         std::string command = Quote(std::string(FU_BINARY_DIR) + "/bin/xpsfilter");
         for (const std::string& arg : args) command += " " + Quote(arg);
-        fs::path errFile = dir / "stderr.txt";
-        command += " 2>" + Quote(errFile.string());
-        Outcome outcome;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (pipe == nullptr) return outcome;
-        char buffer[4096];
-        std::size_t got;
-        while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.out.append(buffer, got);
-        int status = pclose(pipe);
-        outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        outcome.err = ReadFile(errFile);
-        return outcome;
+        return toolrunner::ShellSplit(command, dir / "stderr.txt");
     }
 
     std::string Path(const std::string& name) const { return (dir / name).string(); }

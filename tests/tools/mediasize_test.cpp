@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "toolrunner.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -31,24 +33,9 @@ constexpr int kCoreLibrary = 15;
 
 const char* const kSample = "Zorun Sample Printer";
 
-struct Outcome {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string Quote(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
-}
+using Outcome = toolrunner::SplitOutcome;
+using toolrunner::Quote;
+using toolrunner::ReadFile;
 
 std::size_t Occurrences(const std::string& text, const std::string& part) {
     std::size_t count = 0;
@@ -80,18 +67,7 @@ protected:
         for (const auto& [name, value] : m_environment) command += name + "=" + Quote(value) + " ";
         command += Quote(tool.empty() ? std::string(FU_BINARY_DIR) + "/bin/xpsfilter" : tool);
         for (const std::string& arg : args) command += " " + Quote(arg);
-        const fs::path err = m_dir / "stderr.txt";
-        command += " 2>" + Quote(err.string());
-        Outcome outcome;
-        FILE* pipe = popen(command.c_str(), "r");
-        if (pipe == nullptr) return outcome;
-        char buffer[4096];
-        std::size_t got;
-        while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.out.append(buffer, got);
-        const int status = pclose(pipe);
-        outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        outcome.err = ReadFile(err);
-        return outcome;
+        return toolrunner::ShellSplit(command, m_dir / "stderr.txt");
     }
 
     // A registry of the test's own with one printer of the given printer.ini.

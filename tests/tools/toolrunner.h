@@ -41,6 +41,34 @@ inline Outcome Shell(const std::string& command) {
     return outcome;
 }
 
+// Runs a shell command with its standard output and standard error kept apart (the error goes
+// through `errFile`).
+struct SplitOutcome {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::string ReadFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    return bytes.str();
+}
+
+inline SplitOutcome ShellSplit(const std::string& command, const fs::path& errFile) {
+    SplitOutcome outcome;
+    FILE* pipe = popen((command + " 2>" + Quote(errFile.string())).c_str(), "r");
+    if (pipe == nullptr) return outcome;
+    char buffer[4096];
+    std::size_t got;
+    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0) outcome.out.append(buffer, got);
+    const int status = pclose(pipe);
+    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    outcome.err = ReadFile(errFile);
+    return outcome;
+}
+
 inline std::string Tool() {
     return std::string(FU_BINARY_DIR) + "/bin/xpsfilter";
 }

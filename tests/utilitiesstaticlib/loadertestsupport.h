@@ -13,35 +13,13 @@
 
 #include "platform/win32/debugoutput.h"
 #include "support/utilities/debugmessages.h"
+#include "testsupport/scopedenvironment.h"
 
 namespace loadertest {
 
 namespace fs = std::filesystem;
 
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : m_name(name) {
-        if (const char* old = std::getenv(name)) m_old = old;
-        if (value) {
-            setenv(name, value->c_str(), 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~ScopedEnvironment() {
-        if (m_old) {
-            setenv(m_name, m_old->c_str(), 1);
-        } else {
-            unsetenv(m_name);
-        }
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+using testsupport::ScopedEnvironment;
 
 // A directory of its own for the current test.
 inline fs::path MakeScratchDirectory(const std::string& tag) {

@@ -15,6 +15,7 @@
 #include "platform/win32/kernel.h"
 #include "platform/win32/printers.h"
 #include "platform/win32/security.h"
+#include "testsupport/scopedenvironment.h"
 
 namespace mediasizetesting {
 
@@ -31,30 +32,7 @@ inline Form MakeForm(DWORD kind, WORD paperId, DWORD width, DWORD height, INT32 
     return form;
 }
 
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : m_name(name) {
-        if (const char* old = std::getenv(name)) m_old = old;
-        if (value) {
-            setenv(name, value->c_str(), 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~ScopedEnvironment() {
-        if (m_old) {
-            setenv(m_name, m_old->c_str(), 1);
-        } else {
-            unsetenv(m_name);
-        }
-    }
-    ScopedEnvironment(const ScopedEnvironment&) = delete;
-    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+using testsupport::ScopedEnvironment;
 
 // A folder of the current test's own under the build tree, removed afterwards.
 class ScratchDirectory {

@@ -14,35 +14,14 @@
 #include "platform/win32/debugoutput.h"
 #include "platform/win32/kernel.h"
 #include "platform/win32/printers.h"
+#include "testsupport/scopedenvironment.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using MSDeviceCapabilities::_tag_FormsInfoRec;
 
-// Sets an environment variable for the life of the object.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const std::optional<std::string>& value) : m_name(name) {
-        if (const char* old = std::getenv(name)) m_old = old;
-        if (value) {
-            setenv(name, value->c_str(), 1);
-        } else {
-            unsetenv(name);
-        }
-    }
-    ~ScopedEnvironment() {
-        if (m_old) {
-            setenv(m_name, m_old->c_str(), 1);
-        } else {
-            unsetenv(m_name);
-        }
-    }
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_old;
-};
+using testsupport::ScopedEnvironment;
 
 class PrintersTest : public ::testing::Test {
 protected:
