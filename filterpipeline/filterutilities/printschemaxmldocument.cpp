@@ -68,13 +68,19 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
         "");
     // Until the document's own framework prefix is known, the root is looked up as "psf".
     SetSelectionNamespace(kMethod, L"psf");
-    const CComBSTR rootQuery(
-        ZorunUtilities::SafeFormatString(L"//%s:%s", L"psf", IsEmpty(rootName) ? L"" : rootName));
-    HRESULT hr = m_document->selectSingleNode(rootQuery, &m_rootNode);
-    THROW_COM_IF_FAILED(hr, kMethod, "");
-    // Not the expected Print Schema root: rejected on purpose with the success-valued S_FALSE,
-    // which callers catching the exception test for.
-    if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
+    // The root is the first rootName element of the framework namespace in document order. The
+    // document element comes first in that order, so when it is the one, the whole-document
+    // query ("//psf:<rootName>") need not run.
+    m_rootNode = DocumentElementIfRoot(rootName);
+    if (!m_rootNode) {
+        const CComBSTR rootQuery(ZorunUtilities::SafeFormatString(
+            L"//%s:%s", L"psf", IsEmpty(rootName) ? L"" : rootName));
+        HRESULT hr = m_document->selectSingleNode(rootQuery, &m_rootNode);
+        THROW_COM_IF_FAILED(hr, kMethod, "");
+        // Not the expected Print Schema root: rejected on purpose with the success-valued
+        // S_FALSE, which callers catching the exception test for.
+        if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
+    }
 
     const RootAttributes declarations = ReadRootAttributes();
     if (GetPrefixFromURI(declarations, PrintSchema::PrivateKeywordsNamespaceUri,
@@ -99,6 +105,19 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
     if (colon == nullptr || colon == framework) THROW_COM(E_FAIL, kMethod, "");
     const CComBSTR ownPrefix(static_cast<int>(colon - framework), framework);
     if (ownPrefix != L"psf") SetSelectionNamespace(kMethod, ownPrefix);  // else already set
+}
+
+CComPtr<IXMLDOMNode> PrintSchemaXmlDocument::DocumentElementIfRoot(const wchar_t* rootName) {
+    if (IsEmpty(rootName)) return nullptr;
+    CComPtr<IXMLDOMElement> element;
+    if (m_document->get_documentElement(&element) != S_OK || !element) return nullptr;
+    CComBSTR uri;
+    CComBSTR localName;
+    if (FAILED(element->get_namespaceURI(&uri)) || FAILED(element->get_baseName(&localName)) ||
+        uri != PrintSchema::FrameworkNamespaceUri || localName != rootName) {
+        return nullptr;
+    }
+    return CComPtr<IXMLDOMNode>(element.p);
 }
 
 void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
@@ -176,7 +195,10 @@ HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attribute
     const CComBSTR wanted(uri);
     const RootAttribute* declaration = nullptr;
     for (const RootAttribute& attribute : attributes) {
-        if (::VarBstrCmp(attribute.value, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+        // Equal strings have equal lengths: most declarations are passed over without comparing
+        // the long common beginnings of the schema URIs.
+        if (attribute.value.Length() == wanted.Length() &&
+            ::VarBstrCmp(attribute.value, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
             declaration = &attribute;
             break;
         }

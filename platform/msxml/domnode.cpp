@@ -750,7 +750,17 @@ std::string NodeCore::Text() const {
             std::string text = DescendantText(m_node);
             bool preserve = Owner()->PreserveWhiteSpace() || (m_node->type == XML_ELEMENT_NODE &&
                                                               xmlNodeGetSpacePreserve(m_node) == 1);
-            return preserve ? text : std::string(TrimXmlSpace(text));
+            if (!preserve) {
+                // Trimmed in place: a device mode's base64 text is kilobytes long.
+                const std::string_view trimmed = TrimXmlSpace(text);
+                if (trimmed.size() != text.size()) {
+                    const std::size_t begin =
+                        static_cast<std::size_t>(trimmed.data() - text.data());
+                    text.erase(begin + trimmed.size());
+                    text.erase(0, begin);
+                }
+            }
+            return text;
         }
         case XML_ATTRIBUTE_NODE:
             return AttributeValue(AsAttr(m_node));
