@@ -3,6 +3,7 @@
 #include "filterpipeline/filterutilities/printschemaxmldocument.h"
 
 #include <cwchar>
+#include <string>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
 #include "platform/win32/crt.h"
@@ -122,8 +123,13 @@ CComPtr<IXMLDOMNode> PrintSchemaXmlDocument::DocumentElementIfRoot(const wchar_t
 
 void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
                                                    const wchar_t* prefixWithoutColon) {
-    const CComBSTR namespaces(ZorunUtilities::SafeFormatString(L"xmlns:%s='%s'", prefixWithoutColon,
-                                                               PrintSchema::FrameworkNamespaceUri));
+    // "xmlns:%s='%s'" with the prefix and the framework namespace.
+    std::wstring text(L"xmlns:");
+    text += prefixWithoutColon;
+    text += L"='";
+    text += PrintSchema::FrameworkNamespaceUri;
+    text += L"'";
+    const CComBSTR namespaces(static_cast<int>(text.size()), text.data());
     THROW_COM_IF_FAILED(
         m_document->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(namespaces)), method,
         "");
@@ -191,14 +197,15 @@ HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attribute
     if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
 
-    // The first attribute of the root whose value is the URI declares the prefix.
-    const CComBSTR wanted(uri);
+    // The first attribute of the root whose value is the URI declares the prefix. The values
+    // are compared as VarBstrCmp without flags compares (code unit by code unit, whole string);
+    // unequal lengths pass most declarations over without comparing the long common beginnings
+    // of the schema URIs.
+    const std::size_t wantedLength = std::wcslen(uri);
     const RootAttribute* declaration = nullptr;
     for (const RootAttribute& attribute : attributes) {
-        // Equal strings have equal lengths: most declarations are passed over without comparing
-        // the long common beginnings of the schema URIs.
-        if (attribute.value.Length() == wanted.Length() &&
-            ::VarBstrCmp(attribute.value, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+        if (attribute.value.Length() == wantedLength &&
+            std::wmemcmp(attribute.value.m_str, uri, wantedLength) == 0) {
             declaration = &attribute;
             break;
         }
@@ -211,10 +218,14 @@ HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attribute
     const CComBSTR& name = declaration->name;
     if (!StartsWith(name, kXmlns)) THROW_COM(E_FAIL, kMethod, "");
     if (name.Length() == kXmlnsLength) THROW_COM(E_FAIL, kMethod, "");
-    CComBSTR found(static_cast<int>(name.Length() - kXmlnsLength), name.m_str + kXmlnsLength);
-    THROW_COM_IF_FAILED(found.Append(L':'), kMethod, "");
+    // The prefix and its colon, in one allocation.
+    const unsigned length = name.Length() - kXmlnsLength;
+    BSTR found = ::SysAllocStringLen(nullptr, length + 1);
+    if (found == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
+    std::wmemcpy(found, name.m_str + kXmlnsLength, length);
+    found[length] = L':';
     ::SysFreeString(*prefix);
-    *prefix = found.Detach();
+    *prefix = found;
     return S_OK;
 }
 

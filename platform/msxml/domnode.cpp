@@ -771,6 +771,15 @@ std::string NodeCore::Text() const {
 
 HRESULT NodeCore::GetText(BSTR* text) {
     if (text == nullptr) return E_INVALIDARG;
+    // An element holding one text node (a Value, a device mode's base64) is read straight from
+    // that node: the same text as Text() gives, without gathering it into a copy first.
+    const xmlNode* only = m_node->type == XML_ELEMENT_NODE ? m_node->children : nullptr;
+    if (only != nullptr && only->next == nullptr &&
+        (only->type == XML_TEXT_NODE || only->type == XML_CDATA_SECTION_NODE)) {
+        const std::string_view content = View(only->content);
+        const bool preserve = Owner()->PreserveWhiteSpace() || xmlNodeGetSpacePreserve(m_node) == 1;
+        return ReturnBstr(preserve ? content : TrimXmlSpace(content), text);
+    }
     return ReturnBstr(Text(), text);
 }
 

@@ -12,9 +12,11 @@
 #include <list>
 #include <memory>
 #include <new>
+#include <optional>
 #include <unordered_map>
 
 #include "platform/msxml/domcollections.h"
+#include "platform/msxml/domxpathpaths.h"
 #include "platform/msxml/xmltext.h"
 
 namespace platform::msxml {
@@ -48,7 +50,14 @@ public:
         for (Entry& entry : m_lru) xmlXPathFreeCompExpr(entry.compiled);
     }
 
-    xmlXPathCompExprPtr Compiled(std::wstring_view text);
+    // An expression ready to run: libxml2's compiled form, and the engine's own form when the
+    // expression is a simple location path (domxpathpaths.h).
+    struct Prepared {
+        xmlXPathCompExprPtr compiled = nullptr;
+        const SimplePaths* simple = nullptr;
+    };
+    // Null compiled form: the text does not compile.
+    Prepared Prepare(std::wstring_view text);
     std::size_t Size() const { return m_index.size(); }
 
     // The evaluation context, its prefixes those of `namespaces` (version `version`).
@@ -59,6 +68,7 @@ private:
     struct Entry {
         std::wstring text;
         xmlXPathCompExprPtr compiled;
+        std::optional<SimplePaths> simple;
     };
     std::list<Entry> m_lru;
     std::unordered_map<std::wstring_view, std::list<Entry>::iterator> m_index;
@@ -167,15 +177,16 @@ std::wstring DescendantSteps(std::wstring_view text) {
     return out;
 }
 
-xmlXPathCompExprPtr ThreadXPath::Compiled(std::wstring_view text) {
+ThreadXPath::Prepared ThreadXPath::Prepare(std::wstring_view text) {
     auto found = m_index.find(text);
     if (found != m_index.end()) {
         m_lru.splice(m_lru.begin(), m_lru, found->second);
-        return found->second->compiled;
+        const Entry& entry = *found->second;
+        return {entry.compiled, entry.simple ? &*entry.simple : nullptr};
     }
-    if (text.find(L'\0') != std::wstring_view::npos) return nullptr;
+    if (text.find(L'\0') != std::wstring_view::npos) return {};
     if (m_compile == nullptr) m_compile = NewContext();
-    if (m_compile == nullptr) return nullptr;
+    if (m_compile == nullptr) return {};
     ++g_compilations;
     xmlXPathCompExprPtr compiled = nullptr;
     const std::wstring faster = DescendantSteps(text);
@@ -188,14 +199,17 @@ xmlXPathCompExprPtr ThreadXPath::Compiled(std::wstring_view text) {
         std::string utf8 = ToUtf8(text.data(), text.size());
         compiled = xmlXPathCtxtCompile(m_compile.get(), XmlStr(utf8));
     }
-    if (compiled == nullptr) return nullptr;
+    // libxml2 compiles every expression, so that what it refuses stays refused; the simple form
+    // then does the evaluating where it can.
+    if (compiled == nullptr) return {};
     try {
-        m_lru.push_front(Entry{std::wstring(text), compiled});
+        m_lru.push_front(Entry{std::wstring(text), compiled,
+                               SimplePaths::Parse(ToUtf8(text.data(), text.size()))});
         m_index.emplace(std::wstring_view(m_lru.front().text), m_lru.begin());
     } catch (const std::bad_alloc&) {
         if (!m_lru.empty() && m_lru.front().compiled == compiled) m_lru.pop_front();
         xmlXPathFreeCompExpr(compiled);
-        return nullptr;
+        return {};
     }
     if (m_lru.size() > XPathEngine::kCacheCapacity) {
         Entry& oldest = m_lru.back();
@@ -203,7 +217,8 @@ xmlXPathCompExprPtr ThreadXPath::Compiled(std::wstring_view text) {
         xmlXPathFreeCompExpr(oldest.compiled);
         m_lru.pop_back();
     }
-    return compiled;
+    const Entry& entry = m_lru.front();
+    return {entry.compiled, entry.simple ? &*entry.simple : nullptr};
 }
 
 xmlXPathContextPtr ThreadXPath::Evaluation(
@@ -292,13 +307,9 @@ HRESULT XPathEngine::SetSelectionNamespaces(std::wstring_view text) {
     return S_OK;
 }
 
-xmlXPathObjectPtr XPathEngine::Evaluate(Tree* tree, xmlNode* context, BSTR expression) {
-    std::wstring_view text(expression == nullptr ? L"" : expression, SysStringLen(expression));
-    if (text.empty()) return nullptr;
-    ThreadXPath& thread = ThisThread();
-    xmlXPathCompExprPtr compiled = thread.Compiled(text);
-    if (compiled == nullptr) return nullptr;
-    xmlXPathContextPtr xpath = thread.Evaluation(m_namespacesVersion, m_namespaces);
+xmlXPathObjectPtr XPathEngine::Evaluate(xmlXPathCompExprPtr compiled, Tree* tree,
+                                        xmlNode* context) {
+    xmlXPathContextPtr xpath = ThisThread().Evaluation(m_namespacesVersion, m_namespaces);
     if (xpath == nullptr) return nullptr;
     xpath->doc = tree->Doc();
     xpath->node = context;
@@ -309,33 +320,45 @@ xmlXPathObjectPtr XPathEngine::Evaluate(Tree* tree, xmlNode* context, BSTR expre
     return result;
 }
 
+HRESULT XPathEngine::Select(Tree* tree, xmlNode* context, BSTR expression, bool firstOnly,
+                            std::vector<xmlNode*>& nodes) {
+    nodes.clear();
+    std::wstring_view text(expression == nullptr ? L"" : expression, SysStringLen(expression));
+    if (text.empty()) return E_FAIL;
+    const ThreadXPath::Prepared prepared = ThisThread().Prepare(text);
+    if (prepared.compiled == nullptr) return E_FAIL;
+    if (prepared.simple != nullptr &&
+        prepared.simple->Select(tree->Doc(), context, m_namespaces, firstOnly, nodes) ==
+            SimplePaths::Outcome::Evaluated) {
+        return S_OK;
+    }
+    XPathObject result(Evaluate(prepared.compiled, tree, context));
+    if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
+    if (xmlNodeSetPtr set = result->nodesetval) {
+        nodes.reserve(static_cast<std::size_t>(set->nodeNr));
+        for (int i = 0; i < set->nodeNr; ++i) {
+            if (set->nodeTab[i]->type == XML_NAMESPACE_DECL) continue;
+            nodes.push_back(set->nodeTab[i]);
+            if (firstOnly) break;
+        }
+    }
+    return S_OK;
+}
+
 HRESULT XPathEngine::SelectSingle(Tree* tree, xmlNode* context, BSTR expression,
                                   IXMLDOMNode** node) {
     *node = nullptr;
-    XPathObject result(Evaluate(tree, context, expression));
-    if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
-    xmlNodeSetPtr set = result->nodesetval;
-    if (set == nullptr) return S_FALSE;
-    for (int i = 0; i < set->nodeNr; ++i) {
-        xmlNode* found = set->nodeTab[i];
-        if (found->type == XML_NAMESPACE_DECL) continue;
-        return tree->Wrap(found, node);
-    }
-    return S_FALSE;
+    std::vector<xmlNode*> nodes;
+    FU_RETURN_IF_FAILED(Select(tree, context, expression, true, nodes));
+    if (nodes.empty()) return S_FALSE;
+    return tree->Wrap(nodes.front(), node);
 }
 
 HRESULT XPathEngine::SelectAll(Tree* tree, xmlNode* context, BSTR expression,
                                IXMLDOMNodeList** list) {
     *list = nullptr;
-    XPathObject result(Evaluate(tree, context, expression));
-    if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
     std::vector<xmlNode*> nodes;
-    if (xmlNodeSetPtr set = result->nodesetval) {
-        nodes.reserve(static_cast<std::size_t>(set->nodeNr));
-        for (int i = 0; i < set->nodeNr; ++i) {
-            if (set->nodeTab[i]->type != XML_NAMESPACE_DECL) nodes.push_back(set->nodeTab[i]);
-        }
-    }
+    FU_RETURN_IF_FAILED(Select(tree, context, expression, false, nodes));
     *list = new (std::nothrow) StaticList(tree, std::move(nodes));
     return *list == nullptr ? E_OUTOFMEMORY : S_OK;
 }

@@ -44,7 +44,10 @@ public:
     static std::size_t CachedExpressions();
 
 private:
-    xmlXPathObjectPtr Evaluate(Tree* tree, xmlNode* context, BSTR expression);
+    // The selected nodes in document order (only the first with firstOnly).
+    HRESULT Select(Tree* tree, xmlNode* context, BSTR expression, bool firstOnly,
+                   std::vector<xmlNode*>& nodes);
+    xmlXPathObjectPtr Evaluate(xmlXPathCompExprPtr compiled, Tree* tree, xmlNode* context);
 
     std::vector<std::pair<std::string, std::string>> m_namespaces;
     std::wstring m_namespacesText;
