@@ -9,7 +9,9 @@ XDG_CONFIG_HOME, then times on the same job:
   watermark  `xpsfilter run` with samples/pipelines/watermark.xml (every page re-serialised,
              a text watermark inserted, the font part written once)
 
-and reports pages per second of both and their ratio (target: watermark >= 0.5 x baseline).
+and reports pages per second of both and their ratio (target: watermark >= 0.5 x baseline),
+with the machine's load average before and after (the pipeline uses every core it gets, the
+copy one, so a loaded machine lowers the ratio).
 
 usage: watermark_bench.py [--build build/release] [--pages 200] [--lines 20] [--repeat 3]
                          [--work DIR]
@@ -72,6 +74,7 @@ def main():
                 "FontEscapement=450\nXOffset=-1000\nText=CONFIDENTIAL\n")
     env = dict(os.environ, XDG_CONFIG_HOME=config)
 
+    load_before = os.getloadavg()[0]
     base = min(measure([sys.executable, "-c", RECOMPRESS, job, os.path.join(work, "copy.xps")],
                        env) for _ in range(args.repeat))
     run = min(measure([xpsfilter, "run", "-q", "--pipeline",
@@ -84,6 +87,8 @@ def main():
     print(f"{'inflate + deflate-1 copy':28} {base:8.3f} {args.pages / base:9.1f}")
     print(f"{'watermark pipeline':28} {run:8.3f} {args.pages / run:9.1f}")
     print(f"watermark / copy pages per second: {base / run:.2f} (target >= 0.5)")
+    print(f"load average: {load_before:.2f} before, {os.getloadavg()[0]:.2f} after "
+          f"({os.cpu_count()} cores)")
 
 
 if __name__ == "__main__":

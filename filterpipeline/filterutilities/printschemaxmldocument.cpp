@@ -3,6 +3,7 @@
 #include "filterpipeline/filterutilities/printschemaxmldocument.h"
 
 #include <cwchar>
+#include <string>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
 #include "platform/win32/crt.h"
@@ -68,13 +69,19 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
         "");
     // Until the document's own framework prefix is known, the root is looked up as "psf".
     SetSelectionNamespace(kMethod, L"psf");
-    const CComBSTR rootQuery(
-        ZorunUtilities::SafeFormatString(L"//%s:%s", L"psf", IsEmpty(rootName) ? L"" : rootName));
-    HRESULT hr = m_document->selectSingleNode(rootQuery, &m_rootNode);
-    THROW_COM_IF_FAILED(hr, kMethod, "");
-    // Not the expected Print Schema root: rejected on purpose with the success-valued S_FALSE,
-    // which callers catching the exception test for.
-    if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
+    // The root is the first rootName element of the framework namespace in document order. The
+    // document element comes first in that order, so when it is the one, the whole-document
+    // query ("//psf:<rootName>") need not run.
+    m_rootNode = DocumentElementIfRoot(rootName);
+    if (!m_rootNode) {
+        const CComBSTR rootQuery(ZorunUtilities::SafeFormatString(
+            L"//%s:%s", L"psf", IsEmpty(rootName) ? L"" : rootName));
+        HRESULT hr = m_document->selectSingleNode(rootQuery, &m_rootNode);
+        THROW_COM_IF_FAILED(hr, kMethod, "");
+        // Not the expected Print Schema root: rejected on purpose with the success-valued
+        // S_FALSE, which callers catching the exception test for.
+        if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
+    }
 
     const RootAttributes declarations = ReadRootAttributes();
     if (GetPrefixFromURI(declarations, PrintSchema::PrivateKeywordsNamespaceUri,
@@ -101,10 +108,28 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
     if (ownPrefix != L"psf") SetSelectionNamespace(kMethod, ownPrefix);  // else already set
 }
 
+CComPtr<IXMLDOMNode> PrintSchemaXmlDocument::DocumentElementIfRoot(const wchar_t* rootName) {
+    if (IsEmpty(rootName)) return nullptr;
+    CComPtr<IXMLDOMElement> element;
+    if (m_document->get_documentElement(&element) != S_OK || !element) return nullptr;
+    CComBSTR uri;
+    CComBSTR localName;
+    if (FAILED(element->get_namespaceURI(&uri)) || FAILED(element->get_baseName(&localName)) ||
+        uri != PrintSchema::FrameworkNamespaceUri || localName != rootName) {
+        return nullptr;
+    }
+    return CComPtr<IXMLDOMNode>(element.p);
+}
+
 void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
                                                    const wchar_t* prefixWithoutColon) {
-    const CComBSTR namespaces(ZorunUtilities::SafeFormatString(L"xmlns:%s='%s'", prefixWithoutColon,
-                                                               PrintSchema::FrameworkNamespaceUri));
+    // "xmlns:%s='%s'" with the prefix and the framework namespace.
+    std::wstring text(L"xmlns:");
+    text += prefixWithoutColon;
+    text += L"='";
+    text += PrintSchema::FrameworkNamespaceUri;
+    text += L"'";
+    const CComBSTR namespaces(static_cast<int>(text.size()), text.data());
     THROW_COM_IF_FAILED(
         m_document->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(namespaces)), method,
         "");
@@ -172,11 +197,15 @@ HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attribute
     if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
 
-    // The first attribute of the root whose value is the URI declares the prefix.
-    const CComBSTR wanted(uri);
+    // The first attribute of the root whose value is the URI declares the prefix. The values
+    // are compared as VarBstrCmp without flags compares (code unit by code unit, whole string);
+    // unequal lengths pass most declarations over without comparing the long common beginnings
+    // of the schema URIs.
+    const std::size_t wantedLength = std::wcslen(uri);
     const RootAttribute* declaration = nullptr;
     for (const RootAttribute& attribute : attributes) {
-        if (::VarBstrCmp(attribute.value, wanted, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) {
+        if (attribute.value.Length() == wantedLength &&
+            std::wmemcmp(attribute.value.m_str, uri, wantedLength) == 0) {
             declaration = &attribute;
             break;
         }
@@ -189,10 +218,14 @@ HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attribute
     const CComBSTR& name = declaration->name;
     if (!StartsWith(name, kXmlns)) THROW_COM(E_FAIL, kMethod, "");
     if (name.Length() == kXmlnsLength) THROW_COM(E_FAIL, kMethod, "");
-    CComBSTR found(static_cast<int>(name.Length() - kXmlnsLength), name.m_str + kXmlnsLength);
-    THROW_COM_IF_FAILED(found.Append(L':'), kMethod, "");
+    // The prefix and its colon, in one allocation.
+    const unsigned length = name.Length() - kXmlnsLength;
+    BSTR found = ::SysAllocStringLen(nullptr, length + 1);
+    if (found == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
+    std::wmemcpy(found, name.m_str + kXmlnsLength, length);
+    found[length] = L':';
     ::SysFreeString(*prefix);
-    *prefix = found.Detach();
+    *prefix = found;
     return S_OK;
 }
 

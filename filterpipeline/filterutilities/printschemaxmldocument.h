@@ -175,6 +175,8 @@ private:
     // for all its lookups.
     HRESULT GetPrefixFromURI(const RootAttributes& attributes, const wchar_t* uri, BSTR* prefix);
     void SetSelectionNamespace(const wchar_t* method, const wchar_t* prefixWithoutColon);
+    // The document element when it is rootName in the framework namespace, else null.
+    CComPtr<IXMLDOMNode> DocumentElementIfRoot(const wchar_t* rootName);
 
     CComPtr<IXMLDOMDocument2> m_document;
     CComBSTR m_rootName;

@@ -2,14 +2,34 @@
 // that reads a Feature's selected option.
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
 
+#include <initializer_list>
+#include <string>
+
 #include "support/errorframe/errorframe.h"
 #include "support/utilities/cxstring.h"
-#include "support/utilities/zorunutilities.h"
 
 namespace {
 
 bool IsEmpty(const wchar_t* text) {
     return text == nullptr || *text == L'\0';
+}
+
+// The template with each "%s" replaced by the next argument. The step templates hold nothing but
+// "%s" conversions, so this gives what the formatter gives, without parsing a format per step.
+std::wstring Expand(const wchar_t* stepTemplate, std::initializer_list<const wchar_t*> arguments) {
+    std::wstring out;
+    out.reserve(64);
+    auto next = arguments.begin();
+    for (const wchar_t* c = stepTemplate; *c != L'\0'; ++c) {
+        if (c[0] == L'%' && c[1] == L's' && next != arguments.end()) {
+            if (*next != nullptr) out += *next;
+            ++next;
+            ++c;
+        } else {
+            out += *c;
+        }
+    }
+    return out;
 }
 
 }  // namespace
@@ -47,8 +67,8 @@ void PrintTicketQueryBuilder::AppendNamedStep(const wchar_t* method, const wchar
     CXString name(IsEmpty(namePrefix) ? L"" : namePrefix);
     name += IsEmpty(localName) ? L"" : localName;
     const wchar_t* prefix = m_elementPrefix;
-    Append(method, ZorunUtilities::SafeFormatString(stepTemplate, prefix,
-                                                    static_cast<const wchar_t*>(name), prefix));
+    Append(method,
+           Expand(stepTemplate, {prefix, static_cast<const wchar_t*>(name), prefix}).c_str());
 }
 
 void PrintTicketQueryBuilder::AddFeature(const wchar_t* namePrefix, const wchar_t* localName) {
@@ -104,20 +124,21 @@ void PrintTicketQueryBuilder::AddChildOptionName(const wchar_t* namePrefix,
 void PrintTicketQueryBuilder::AddValue() {
     static constexpr wchar_t kMethod[] = L"PrintTicketQueryBuilder::AddValue";
     RequirePrefix(kMethod);
-    Append(kMethod, ZorunUtilities::SafeFormatString(L"/%sValue",
-                                                     static_cast<const wchar_t*>(m_elementPrefix)));
+    Append(kMethod, Expand(L"/%sValue", {m_elementPrefix}).c_str());
 }
 
 void PrintTicketQueryBuilder::AddOption(const wchar_t* featureName) {
     static constexpr wchar_t kMethod[] = L"PrintTicketQueryBuilder::AddOption";
     RequirePrefix(kMethod);
     // Both branches of the union start at the query as it was before this call.
-    const CComBSTR saved(m_query);
+    const std::wstring saved(m_query.m_str == nullptr ? L"" : m_query.m_str, m_query.Length());
     const wchar_t* prefix = m_elementPrefix;
-    Append(kMethod, ZorunUtilities::SafeFormatString(L"/%sOption", prefix));
-    Append(kMethod, L" | ");
-    THROW_COM_IF_FAILED(m_query.Append(saved), kMethod, "");
-    Append(kMethod, ZorunUtilities::SafeFormatString(
-                        L"/%sScoredProperty[@name = \"%sOptionName\"]/%sValue", prefix,
-                        IsEmpty(featureName) ? L"" : featureName, prefix));
+    // Appended at once: the union reads "/<prefix>Option | " and the saved query followed by
+    // the ScoredProperty step.
+    std::wstring text = Expand(L"/%sOption", {prefix});
+    text += L" | ";
+    text += saved;
+    text += Expand(L"/%sScoredProperty[@name = \"%sOptionName\"]/%sValue",
+                   {prefix, IsEmpty(featureName) ? L"" : featureName, prefix});
+    THROW_COM_IF_FAILED(m_query.Append(text.data(), static_cast<int>(text.size())), kMethod, "");
 }

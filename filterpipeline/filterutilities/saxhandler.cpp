@@ -1,16 +1,29 @@
 // saxhandler.cpp: the do-nothing content handler and its re-serialisation helpers.
 #include "filterpipeline/filterutilities/saxhandler.h"
 
+#include <cwchar>
+#include <string>
+
 #include "filterpipeline/filterutilities/widetoutf8.h"
 #include "support/errorframe/errorframe.h"
 
 CSaxHandler::CSaxHandler() : CUnknown<ISAXContentHandler>(IID_ISAXContentHandler) {}
 
-HRESULT CSaxHandler::putDocumentLocator(ISAXLocator*) { return S_OK; }
-HRESULT CSaxHandler::startDocument() { return S_OK; }
-HRESULT CSaxHandler::endDocument() { return S_OK; }
-HRESULT CSaxHandler::startPrefixMapping(const wchar_t*, INT, const wchar_t*, INT) { return S_OK; }
-HRESULT CSaxHandler::endPrefixMapping(const wchar_t*, INT) { return S_OK; }
+HRESULT CSaxHandler::putDocumentLocator(ISAXLocator*) {
+    return S_OK;
+}
+HRESULT CSaxHandler::startDocument() {
+    return S_OK;
+}
+HRESULT CSaxHandler::endDocument() {
+    return S_OK;
+}
+HRESULT CSaxHandler::startPrefixMapping(const wchar_t*, INT, const wchar_t*, INT) {
+    return S_OK;
+}
+HRESULT CSaxHandler::endPrefixMapping(const wchar_t*, INT) {
+    return S_OK;
+}
 HRESULT CSaxHandler::startElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT,
                                   ISAXAttributes*) {
     return S_OK;
@@ -18,25 +31,67 @@ HRESULT CSaxHandler::startElement(const wchar_t*, INT, const wchar_t*, INT, cons
 HRESULT CSaxHandler::endElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT) {
     return S_OK;
 }
-HRESULT CSaxHandler::characters(const wchar_t*, INT) { return S_OK; }
-HRESULT CSaxHandler::ignorableWhitespace(const wchar_t*, INT) { return S_OK; }
+HRESULT CSaxHandler::characters(const wchar_t*, INT) {
+    return S_OK;
+}
+HRESULT CSaxHandler::ignorableWhitespace(const wchar_t*, INT) {
+    return S_OK;
+}
 HRESULT CSaxHandler::processingInstruction(const wchar_t*, INT, const wchar_t*, INT) {
     return S_OK;
 }
-HRESULT CSaxHandler::skippedEntity(const wchar_t*, INT) { return S_OK; }
+HRESULT CSaxHandler::skippedEntity(const wchar_t*, INT) {
+    return S_OK;
+}
+
+namespace {
+
+// The entity of each character EscapeEntity replaces; null for the rest. Replacing all five in
+// one pass gives what replacing them one after another, ampersands first, gives: an entity
+// added for one character never contains another of the five except its own leading ampersand.
+const wchar_t* EntityOf(wchar_t c) {
+    switch (c) {
+        case L'&':
+            return L"&amp;";
+        case L'<':
+            return L"&lt;";
+        case L'>':
+            return L"&gt;";
+        case L'"':
+            return L"&quot;";
+        case L'\'':
+            return L"&apos;";
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
 
 HRESULT CSaxHandler::EscapeEntity(BSTR* text) {
     if (text == nullptr) return E_POINTER;
-    if (SysStringLen(*text) == 0) return S_OK;
+    const UINT length = SysStringLen(*text);
+    if (length == 0) return S_OK;
     try {
-        CXString escaped(*text, static_cast<int>(SysStringLen(*text)));
-        escaped.Replace(L"&", L"&amp;");
-        escaped.Replace(L"<", L"&lt;");
-        escaped.Replace(L">", L"&gt;");
-        escaped.Replace(L"\"", L"&quot;");
-        escaped.Replace(L"'", L"&apos;");
+        // Measure, then build the escaped text in one allocation.
+        std::size_t escapedLength = 0;
+        for (UINT i = 0; i < length; ++i) {
+            const wchar_t* entity = EntityOf((*text)[i]);
+            escapedLength += entity != nullptr ? std::wcslen(entity) : 1;
+        }
+        std::wstring escaped;
+        escaped.reserve(escapedLength);
+        for (UINT i = 0; i < length; ++i) {
+            const wchar_t c = (*text)[i];
+            const wchar_t* entity = EntityOf(c);
+            if (entity != nullptr) {
+                escaped += entity;
+            } else {
+                escaped += c;
+            }
+        }
         SysFreeString(*text);
-        *text = SysAllocStringLen(escaped, static_cast<UINT>(escaped.GetLength()));
+        *text = SysAllocStringLen(escaped.data(), static_cast<UINT>(escaped.size()));
         if (*text == nullptr) THROW_COM(E_OUTOFMEMORY, L"CSaxHandler::EscapeEntity", "");
         return S_OK;
     } catch (const ZorunComException& e) {

@@ -10,12 +10,6 @@ namespace {
 
 constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
 
-// A new wrapper of the DOM, or null for a null DOM.
-std::unique_ptr<PrintTicketXmlDocument> Wrap(IXMLDOMDocument2* dom) {
-    if (dom == nullptr) return nullptr;
-    return std::make_unique<PrintTicketXmlDocument>(dom);
-}
-
 }  // namespace
 
 XpsFilterPrintTicketBase::XpsFilterPrintTicketBase()
@@ -34,11 +28,31 @@ void XpsFilterPrintTicketBase::Initialize(EPrintTicketScope scope, IXMLDOMDocume
     SetScope(scope);
     m_printerName = printerName;
     m_userToken = userToken;
-    m_mergedTicket = Wrap(merged);
-    m_tickets[EFilterPtScopeUserDefault] = Wrap(defaultTicket);
-    m_tickets[EFilterPtScopeJob] = Wrap(job);
-    m_tickets[EFilterPtScopeDocument] = Wrap(document);
-    m_tickets[EFilterPtScopePage] = Wrap(page);
+    Rewrap(m_mergedTicket, m_mergedStamp, merged);
+    Rewrap(m_tickets[EFilterPtScopeUserDefault], m_ticketStamps[EFilterPtScopeUserDefault],
+           defaultTicket);
+    Rewrap(m_tickets[EFilterPtScopeJob], m_ticketStamps[EFilterPtScopeJob], job);
+    Rewrap(m_tickets[EFilterPtScopeDocument], m_ticketStamps[EFilterPtScopeDocument], document);
+    Rewrap(m_tickets[EFilterPtScopePage], m_ticketStamps[EFilterPtScopePage], page);
+}
+
+void XpsFilterPrintTicketBase::Rewrap(std::unique_ptr<PrintTicketXmlDocument>& slot,
+                                      WrappedStamp& wrapped, IXMLDOMDocument2* dom) {
+    if (dom == nullptr) {
+        slot.reset();
+        wrapped.stamp = 0;
+        return;
+    }
+    // The wrapper holds a reference on its DOM, so the same pointer is the same document; the
+    // stamp tells whether it is still as it was wrapped.
+    if (slot && slot->GetDomDocPtr() == dom && wrapped.stamp != 0 &&
+        platform::DomDocumentChangeStamp(dom) == wrapped.stamp) {
+        return;
+    }
+    wrapped.stamp = 0;
+    slot = std::make_unique<PrintTicketXmlDocument>(dom);
+    // Taken after the wrapper's own changes (selection properties, the private prefix).
+    wrapped.stamp = platform::DomDocumentChangeStamp(dom);
 }
 
 void XpsFilterPrintTicketBase::SetScope(EPrintTicketScope scope) {
@@ -112,11 +126,10 @@ AttributeBytesIndexedList& XpsFilterPrintTicketBase::GetAttributeBytesIndexedLis
         // upwards. A view whose tickets carry none has none (not the previous tickets' one).
         ByteBuffer devmode;
         for (int scope = m_filterScope; scope >= 0; --scope) {
-            PrintTicketXmlDocument* ticket = m_tickets[scope].get();
-            if (ticket == nullptr) continue;
-            ByteBuffer candidate;
-            if (ticket->GetDevmodeFromPrintTicket(candidate) == S_OK) {
-                devmode = std::move(candidate);
+            if (m_tickets[scope] == nullptr) continue;
+            const DevmodeCache& candidate = DevmodeOfSlot(scope);
+            if (candidate.result == S_OK) {
+                devmode = candidate.bytes;
                 break;
             }
         }
@@ -125,6 +138,20 @@ AttributeBytesIndexedList& XpsFilterPrintTicketBase::GetAttributeBytesIndexedLis
     }
     return PrintTicketAttributeBytesReaderWriter::GetAttributeBytesIndexedListRef(
         PersistentAttributes::GetDataModelDocPropNameSpaceId());
+}
+
+const XpsFilterPrintTicketBase::DevmodeCache& XpsFilterPrintTicketBase::DevmodeOfSlot(int scope) {
+    DevmodeCache& cache = m_devmodes[scope];
+    PrintTicketXmlDocument* ticket = m_tickets[scope].get();
+    // Stamps are unique across documents and states: an equal stamp is this DOM, unchanged
+    // (and so are the prefixes its wrapper read from it). Reading does not change the stamp.
+    const unsigned long long stamp = platform::DomDocumentChangeStamp(ticket->GetDomDocPtr());
+    if (stamp == 0 || stamp != cache.stamp) {
+        cache.stamp = 0;
+        cache.result = ticket->GetDevmodeFromPrintTicket(cache.bytes);
+        cache.stamp = stamp;
+    }
+    return cache;
 }
 
 HRESULT XpsFilterPrintTicketBase::DoStandardStatusReturnProcessing(HRESULT hr, bool* found,

@@ -53,8 +53,10 @@ public:
     // Raises the change counter (every cached answer becomes stale), sets the scope, copies the
     // printer name and token, then wraps each non-null DOM in a PrintTicketXmlDocument of its
     // own (merged, default, job, document, page, in that order); a null DOM empties its slot.
-    // A DOM that is not a PrintTicket throws the document's ZorunComException; the slots
-    // before it are already replaced.
+    // A slot that already wraps the same DOM, unchanged since it was wrapped (its
+    // platform::DomDocumentChangeStamp is the same), keeps its wrapper: the job and document
+    // tickets are wrapped once, not once per page. A DOM that is not a PrintTicket throws the
+    // document's ZorunComException; the slots before it are already replaced.
     void Initialize(EPrintTicketScope scope, IXMLDOMDocument2* defaultTicket, IXMLDOMDocument2* job,
                     IXMLDOMDocument2* document, IXMLDOMDocument2* page, IXMLDOMDocument2* merged,
                     CXString& printerName, HANDLE userToken);
@@ -111,6 +113,29 @@ protected:
     std::unique_ptr<PrintTicketXmlDocument> m_mergedTicket;
     std::unique_ptr<PrintTicketXmlDocument> m_tickets[kTicketSlots];
     PtChangeCounter m_changeCounter;
+
+private:
+    // The change stamp of a wrapped DOM as it stood once wrapped (0: do not reuse).
+    struct WrappedStamp {
+        unsigned long long stamp = 0;
+    };
+    // A ticket's page device mode as GetDevmodeFromPrintTicket gave it, for the DOM state of
+    // `stamp` (0: nothing cached).
+    struct DevmodeCache {
+        unsigned long long stamp = 0;
+        HRESULT result = S_FALSE;
+        ByteBuffer bytes;
+    };
+    void Rewrap(std::unique_ptr<PrintTicketXmlDocument>& slot, WrappedStamp& wrapped,
+                IXMLDOMDocument2* dom);
+    // GetDevmodeFromPrintTicket of a slot's ticket, decoded once per DOM state.
+    const DevmodeCache& DevmodeOfSlot(int scope);
+
+    WrappedStamp m_mergedStamp;
+    WrappedStamp m_ticketStamps[kTicketSlots];
+    DevmodeCache m_devmodes[kTicketSlots];
+
+protected:
     LONG m_attributeListStamp;
     CXString m_printerName;
     HANDLE m_userToken;

@@ -3,6 +3,9 @@
 // growing byte buffer and no temporary strings.
 #include "filters/watermark/pagerewriter.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <cwchar>
 #include <new>
 #include <type_traits>
@@ -28,33 +31,35 @@ double ParseLength(std::wstring_view text) {
     return value;
 }
 
-// The replacement of each ASCII character in escaped text; null where it is copied. The first
+// The replacement of each ASCII character in escaped text; empty where it is copied. The first
 // five are CSaxHandler::EscapeEntity's table; the white-space references keep attribute values
 // from being normalised when the page is read again.
 struct EscapeTable {
-    const char* text[0x80] = {};
-    unsigned char length[0x80] = {};
+    std::string_view text[0x80] = {};
+    bool escaped[0x80] = {};
     constexpr EscapeTable() {
-        Set('&', "&amp;", 5);
-        Set('<', "&lt;", 4);
-        Set('>', "&gt;", 4);
-        Set('"', "&quot;", 6);
-        Set('\'', "&apos;", 6);
-        Set('\t', "&#9;", 4);
-        Set('\n', "&#10;", 5);
-        Set('\r', "&#13;", 5);
+        Set('&', "&amp;");
+        Set('<', "&lt;");
+        Set('>', "&gt;");
+        Set('"', "&quot;");
+        Set('\'', "&apos;");
+        Set('\t', "&#9;");
+        Set('\n', "&#10;");
+        Set('\r', "&#13;");
     }
-    constexpr void Set(char c, const char* replacement, unsigned char size) {
+    constexpr void Set(char c, std::string_view replacement) {
         text[static_cast<unsigned char>(c)] = replacement;
-        length[static_cast<unsigned char>(c)] = size;
+        escaped[static_cast<unsigned char>(c)] = true;
     }
 };
 constexpr EscapeTable kEscapes;
+// The most bytes one wide character can become: "&quot;" and "&apos;".
+constexpr std::size_t kMaxBytesPerCharacter = 6;
 
-// Appends one code point or wide unit at text[i] as UTF-8 and advances i past it: a surrogate
-// pair becomes its code point, a lone surrogate or a value beyond U+10FFFF becomes U+FFFD, as
-// the platform's UTF-8 converter writes them.
-void AppendNonAscii(std::string& out, std::wstring_view text, std::size_t& i) {
+// Writes one code point or wide unit at text[i] as UTF-8 at `out` and advances i past it: a
+// surrogate pair becomes its code point, a lone surrogate or a value beyond U+10FFFF becomes
+// U+FFFD, as the platform's UTF-8 converter writes them. At most four bytes.
+char* EncodeNonAscii(char* out, std::wstring_view text, std::size_t& i) {
     char32_t c = static_cast<Unit>(text[i++]);
     if (c >= 0xD800 && c <= 0xDBFF && i < text.size()) {
         const char32_t low = static_cast<Unit>(text[i]);
@@ -65,61 +70,67 @@ void AppendNonAscii(std::string& out, std::wstring_view text, std::size_t& i) {
     }
     if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
     if (c < 0x800) {
-        const char bytes[] = {static_cast<char>(0xC0 | (c >> 6)),
-                              static_cast<char>(0x80 | (c & 0x3F))};
-        out.append(bytes, 2);
+        *out++ = static_cast<char>(0xC0 | (c >> 6));
     } else if (c < 0x10000) {
-        const char bytes[] = {static_cast<char>(0xE0 | (c >> 12)),
-                              static_cast<char>(0x80 | ((c >> 6) & 0x3F)),
-                              static_cast<char>(0x80 | (c & 0x3F))};
-        out.append(bytes, 3);
+        *out++ = static_cast<char>(0xE0 | (c >> 12));
+        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
     } else {
-        const char bytes[] = {
-            static_cast<char>(0xF0 | (c >> 18)), static_cast<char>(0x80 | ((c >> 12) & 0x3F)),
-            static_cast<char>(0x80 | ((c >> 6) & 0x3F)), static_cast<char>(0x80 | (c & 0x3F))};
-        out.append(bytes, 4);
+        *out++ = static_cast<char>(0xF0 | (c >> 18));
+        *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
     }
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+    return out;
 }
 
-// Appends text as UTF-8, escaping ASCII characters with a table when `escape` is set. ASCII
-// runs are narrowed in place into space reserved up front (the encoded text is at least as long
-// as the wide text), which the compiler turns into a vector loop.
+// Appends text as UTF-8, escaping ASCII characters with the table when `escape` is set, in one
+// pass into room reserved for the longest result.
 template <bool escape>
-void AppendUtf8(std::string& out, std::wstring_view text) {
+void AppendUtf8(PageRewriter::Utf8Buffer& buffer, std::wstring_view text) {
+    if (text.empty()) return;
+    char* out = buffer.Reserve(text.size() * kMaxBytesPerCharacter);
     std::size_t i = 0;
     while (i < text.size()) {
-        std::size_t run = i;
-        while (run < text.size() && static_cast<Unit>(text[run]) < 0x80 &&
-               (!escape || kEscapes.text[static_cast<Unit>(text[run])] == nullptr)) {
-            ++run;
-        }
-        if (run > i) {
-            const std::size_t at = out.size();
-            out.resize(at + (run - i));
-            char* target = out.data() + at;
-            for (std::size_t k = i; k < run; ++k) *target++ = static_cast<char>(text[k]);
-            i = run;
-            if (i == text.size()) break;
-        }
         const Unit c = static_cast<Unit>(text[i]);
         if (c < 0x80) {
-            out.append(kEscapes.text[c], kEscapes.length[c]);
+            if (escape && kEscapes.escaped[c]) {
+                const std::string_view replacement = kEscapes.text[c];
+                for (const char r : replacement) *out++ = r;
+            } else {
+                *out++ = static_cast<char>(c);
+            }
             ++i;
         } else {
-            AppendNonAscii(out, text, i);
+            out = EncodeNonAscii(out, text, i);
         }
     }
+    buffer.CommitTo(out);
 }
 
 }  // namespace
+
+void PageRewriter::Utf8Buffer::Grow(std::size_t count) {
+    if (count > SIZE_MAX / 2 - m_size) throw std::bad_alloc();
+    const std::size_t capacity = std::max({m_size + count, m_capacity * 2, std::size_t{4096}});
+    auto data = std::make_unique_for_overwrite<char[]>(capacity);
+    if (m_size != 0) std::memcpy(data.get(), m_data.get(), m_size);
+    m_data = std::move(data);
+    m_capacity = capacity;
+}
+
+void PageRewriter::Utf8Buffer::Append(std::string_view bytes) {
+    if (bytes.empty()) return;
+    std::memcpy(Reserve(bytes.size()), bytes.data(), bytes.size());
+    m_size += bytes.size();
+}
 
 PageRewriter::PageRewriter(Inserter inserter) : m_inserter(std::move(inserter)) {}
 
 HRESULT PageRewriter::Rewrite(IUnknown* input) {
     if (input == nullptr) return E_POINTER;
-    m_out.clear();
-    m_rootInsert.clear();
-    m_pendingNamespaces.clear();
+    m_out.Clear();
+    m_rootInsert.Clear();
+    m_pendingNamespaces.Clear();
     m_depth = 0;
     m_inserted = false;
     try {
@@ -143,15 +154,16 @@ HRESULT PageRewriter::Rewrite(IUnknown* input) {
 
 HRESULT PageRewriter::WriteTo(IPrintWriteStream* stream) {
     if (stream == nullptr) return E_POINTER;
-    if (m_out.empty()) return E_FAIL;  // nothing was rebuilt
+    const std::string_view bytes = m_out.View();
+    if (bytes.empty()) return E_FAIL;  // nothing was rebuilt
     // One write of the whole page, as CSaxHandler::WriteToPrintStream would make; a stream that
     // takes less is given the rest.
     std::size_t done = 0;
-    while (done < m_out.size()) {
-        const std::size_t left = m_out.size() - done;
+    while (done < bytes.size()) {
+        const std::size_t left = bytes.size() - done;
         const ULONG block = left > 0x40000000u ? 0x40000000u : static_cast<ULONG>(left);
         ULONG written = 0;
-        RETURN_IF_FAILED(stream->WriteBytes(m_out.data() + done, block, &written));
+        RETURN_IF_FAILED(stream->WriteBytes(bytes.data() + done, block, &written));
         if (written == 0 || written > block) return STG_E_WRITEFAULT;
         done += written;
     }
@@ -197,8 +209,8 @@ HRESULT PageRewriter::startElement(const wchar_t* namespaceUri, INT namespaceUri
     }
     m_out += '<';
     AppendRaw(name);
-    m_out += m_pendingNamespaces;
-    m_pendingNamespaces.clear();
+    m_out += m_pendingNamespaces.View();
+    m_pendingNamespaces.Clear();
     INT count = 0;
     if (attributes != nullptr) RETURN_IF_FAILED(attributes->getLength(&count));
     for (INT i = 0; i < count; ++i) {
@@ -228,7 +240,7 @@ HRESULT PageRewriter::startElement(const wchar_t* namespaceUri, INT namespaceUri
     if (isRoot) {
         // The inserter runs now, while the root's attributes are known; its markup is kept
         // until the root closes. A second call (a new document) is impossible within one parse.
-        m_rootInsert.clear();
+        m_rootInsert.Clear();
         if (m_inserter) AppendUtf8<false>(m_rootInsert, m_inserter(root));
     }
     ++m_depth;
@@ -241,7 +253,7 @@ HRESULT PageRewriter::endElement(const wchar_t*, INT, const wchar_t*, INT, const
     if (name.empty() || m_depth <= 0) return E_INVALIDARG;
     --m_depth;
     if (m_depth == 0) {
-        m_out += m_rootInsert;
+        m_out += m_rootInsert.View();
         m_inserted = true;
     }
     m_out += "</";

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -37,7 +38,7 @@ public:
     HRESULT Rewrite(IUnknown* input);
 
     // The rebuilt markup as UTF-8; WriteTo writes it to a stream.
-    const std::string& Output() const { return m_out; }
+    std::string_view Output() const { return m_out.View(); }
     HRESULT WriteTo(IPrintWriteStream* stream);
 
     HRESULT startDocument() override;
@@ -62,12 +63,45 @@ public:
     // Appends text as UTF-8 unchanged (names, processing instructions, inserted markup).
     void AppendRaw(std::wstring_view text);
 
+    // Bytes appended in place: space is reserved for the longest encoding of a token and
+    // written through a pointer, never cleared first; the capacity stays from page to page.
+    class Utf8Buffer {
+    public:
+        void Clear() { m_size = 0; }
+        bool Empty() const { return m_size == 0; }
+        std::string_view View() const { return {m_data.get(), m_size}; }
+        // Room for at least `count` more bytes; the returned pointer is where they go.
+        char* Reserve(std::size_t count) {
+            if (count > m_capacity - m_size) Grow(count);
+            return m_data.get() + m_size;
+        }
+        // Marks everything up to `end` (inside the reserved room) as written.
+        void CommitTo(const char* end) { m_size = static_cast<std::size_t>(end - m_data.get()); }
+        void Append(std::string_view bytes);
+        Utf8Buffer& operator+=(std::string_view bytes) {
+            Append(bytes);
+            return *this;
+        }
+        Utf8Buffer& operator+=(char c) {
+            *Reserve(1) = c;
+            ++m_size;
+            return *this;
+        }
+
+    private:
+        void Grow(std::size_t count);
+
+        std::unique_ptr<char[]> m_data;
+        std::size_t m_size = 0;
+        std::size_t m_capacity = 0;
+    };
+
 private:
     Inserter m_inserter;
-    std::string m_out;
-    std::string m_rootInsert;
+    Utf8Buffer m_out;
+    Utf8Buffer m_rootInsert;
     // Namespace declarations of the next element, already written as ` xmlns:p="uri"`.
-    std::string m_pendingNamespaces;
+    Utf8Buffer m_pendingNamespaces;
     int m_depth = 0;
     bool m_inserted = false;
 };

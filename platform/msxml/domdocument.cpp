@@ -3,6 +3,7 @@
 // CoCreateInstance(CLSID_DOMDocument60, ...) work.
 #include "platform/msxml/domdocument.h"
 
+#include <atomic>
 #include <cstring>
 #include <new>
 
@@ -352,6 +353,7 @@ HRESULT DomDocument::FinishLoad(xmlDocPtr parsed, ParseErrorInfo error, std::str
     if (tree == nullptr) return E_OUTOFMEMORY;
     SetDocumentTree(tree);
     tree->Release();
+    ++m_loads;
     m_lastError = std::move(error);
     m_url = success ? std::move(url) : std::string();
     m_snapshotValid = false;
@@ -513,6 +515,24 @@ HRESULT DomDocument::get_preserveWhiteSpace(VARIANT_BOOL* value) {
 HRESULT DomDocument::put_preserveWhiteSpace(VARIANT_BOOL value) {
     m_preserveWhiteSpace = value != VARIANT_FALSE;
     return S_OK;
+}
+
+unsigned long long DomDocument::ChangeStamp() {
+    // Stamps come from one process-wide sequence, so two documents never share one, and a
+    // document's stamp moves on whenever what queries and text reads see may have changed.
+    static std::atomic<unsigned long long> s_lastStamp{0};
+    Tree* tree = GetTree();
+    if (tree == nullptr) return 0;
+    if (m_stamp == 0 || m_stampLoads != m_loads || m_stampVersion != tree->Version() ||
+        m_stampNamespaces != m_xpath.NamespacesVersion() ||
+        m_stampPreserve != m_preserveWhiteSpace) {
+        m_stamp = ++s_lastStamp;
+        m_stampLoads = m_loads;
+        m_stampVersion = tree->Version();
+        m_stampNamespaces = m_xpath.NamespacesVersion();
+        m_stampPreserve = m_preserveWhiteSpace;
+    }
+    return m_stamp;
 }
 
 HRESULT DomDocument::setProperty(BSTR name, VARIANT value) {
@@ -700,6 +720,11 @@ HRESULT DomDocument::Clone(IStream** clone) {
 // ---- Creation and registration ------------------------------------------------------------------
 
 namespace platform {
+
+unsigned long long DomDocumentChangeStamp(IXMLDOMDocument* document) {
+    auto* ours = dynamic_cast<msxml::DomDocument*>(document);
+    return ours == nullptr ? 0 : ours->ChangeStamp();
+}
 
 HRESULT CreateDomDocument60(REFIID iid, void** object) {
     if (object == nullptr) return E_POINTER;

@@ -19,6 +19,8 @@ public:
 
     bool PreserveWhiteSpace() const { return m_preserveWhiteSpace; }
     XPathEngine& XPath() { return m_xpath; }
+    // See platform::DomDocumentChangeStamp (msxml6.h).
+    unsigned long long ChangeStamp();
     // A new document holding copies of this one's nodes.
     HRESULT CloneDocument(bool deep, IXMLDOMNode** clone);
 
@@ -99,6 +101,13 @@ private:
     std::uint64_t m_snapshotVersion = 0;
     bool m_snapshotValid = false;
     ULONGLONG m_position = 0;
+    // ChangeStamp's memory: the stamp handed out and what it was taken over.
+    unsigned long long m_stamp = 0;
+    std::uint64_t m_loads = 0;  // trees installed by load/loadXML
+    std::uint64_t m_stampLoads = 0;
+    std::uint64_t m_stampVersion = 0;
+    std::uint64_t m_stampNamespaces = 0;
+    bool m_stampPreserve = false;
 };
 
 }  // namespace platform::msxml

@@ -750,7 +750,17 @@ std::string NodeCore::Text() const {
             std::string text = DescendantText(m_node);
             bool preserve = Owner()->PreserveWhiteSpace() || (m_node->type == XML_ELEMENT_NODE &&
                                                               xmlNodeGetSpacePreserve(m_node) == 1);
-            return preserve ? text : std::string(TrimXmlSpace(text));
+            if (!preserve) {
+                // Trimmed in place: a device mode's base64 text is kilobytes long.
+                const std::string_view trimmed = TrimXmlSpace(text);
+                if (trimmed.size() != text.size()) {
+                    const std::size_t begin =
+                        static_cast<std::size_t>(trimmed.data() - text.data());
+                    text.erase(begin + trimmed.size());
+                    text.erase(0, begin);
+                }
+            }
+            return text;
         }
         case XML_ATTRIBUTE_NODE:
             return AttributeValue(AsAttr(m_node));
@@ -761,6 +771,15 @@ std::string NodeCore::Text() const {
 
 HRESULT NodeCore::GetText(BSTR* text) {
     if (text == nullptr) return E_INVALIDARG;
+    // An element holding one text node (a Value, a device mode's base64) is read straight from
+    // that node: the same text as Text() gives, without gathering it into a copy first.
+    const xmlNode* only = m_node->type == XML_ELEMENT_NODE ? m_node->children : nullptr;
+    if (only != nullptr && only->next == nullptr &&
+        (only->type == XML_TEXT_NODE || only->type == XML_CDATA_SECTION_NODE)) {
+        const std::string_view content = View(only->content);
+        const bool preserve = Owner()->PreserveWhiteSpace() || xmlNodeGetSpacePreserve(m_node) == 1;
+        return ReturnBstr(preserve ? content : TrimXmlSpace(content), text);
+    }
     return ReturnBstr(Text(), text);
 }
 

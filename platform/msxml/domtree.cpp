@@ -1,5 +1,5 @@
 // domtree.cpp: bookkeeping of one libxml2 tree shared by a document and its node wrappers:
-// detached subtrees, namespace structures, the XPath context.
+// detached subtrees and namespace structures.
 #include "platform/msxml/domtree.h"
 
 #include <libxml/parser.h>
@@ -43,7 +43,6 @@ ULONG Tree::Release() {
 Tree::~Tree() {
     for (xmlNode* root : m_detached) FreeSubtree(root);
     m_detached.clear();
-    if (m_xpath != nullptr) xmlXPathFreeContext(m_xpath);
     if (m_doc != nullptr) {
         m_doc->_private = nullptr;
         xmlFreeDoc(m_doc);
@@ -158,21 +157,6 @@ xmlNs* Tree::LooseNs(const xmlChar* prefix, const xmlChar* href) {
 void Tree::KeepNs(xmlNs* ns) {
     ns->next = nullptr;
     m_orphans.push_back(ns);
-}
-
-namespace {
-void SilentXPathError(void*, xmlErrorPtr) {}
-}  // namespace
-
-xmlXPathContextPtr Tree::XPathContext() {
-    if (m_xpath == nullptr) {
-        m_xpath = xmlXPathNewContext(m_doc);
-        if (m_xpath != nullptr) {
-            m_xpath->error = SilentXPathError;
-            xmlXPathContextSetCache(m_xpath, 1, -1, 0);
-        }
-    }
-    return m_xpath;
 }
 
 }  // namespace platform::msxml

@@ -1,7 +1,7 @@
 // domtree.h: one libxml2 document tree as the MSXML stand-in shares it between the document
 // object and its node wrappers: who wraps which node, the namespace structures that must outlive
-// any node naming them, the subtrees that are detached but still referenced, and the tree's
-// XPath context. Internal header.
+// any node naming them, and the subtrees that are detached but still referenced. Internal
+// header.
 //
 // Lifetime rules:
 // - A tree is reference counted; the document object holds its current tree and every node
@@ -103,10 +103,6 @@ public:
     void Pin() { ++m_pins; }
     void Unpin();
 
-    // The tree's XPath context (created on first use, errors silenced).
-    xmlXPathContextPtr XPathContext();
-    std::uint64_t& RegisteredNamespacesVersion() { return m_registeredNs; }
-
     // True when a wrapper refers to root or anything below it.
     static bool HasWrappers(xmlNode* root);
 
@@ -127,8 +123,6 @@ private:
     std::unordered_set<xmlNode*> m_detached;
     std::map<std::pair<std::string, std::string>, xmlNs*> m_shared;
     std::vector<xmlNs*> m_orphans;
-    xmlXPathContextPtr m_xpath = nullptr;
-    std::uint64_t m_registeredNs = ~std::uint64_t{0};
 };
 
 }  // namespace platform::msxml

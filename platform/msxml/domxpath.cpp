@@ -1,40 +1,247 @@
-// domxpath.cpp: XPath selection with compiled-expression caching. Compiled expressions do not
-// depend on the namespace bindings (libxml2 resolves prefixes when it evaluates), so the cache is
-// keyed by the expression text alone and survives SelectionNamespaces changes.
+// domxpath.cpp: XPath selection with compiled-expression caching. Compiled expressions depend on
+// neither the document nor the namespace bindings (libxml2 resolves prefixes when it evaluates),
+// so each thread keeps one cache keyed by the expression text alone: the same query on the next
+// page's ticket is not compiled again, and the cache survives SelectionNamespaces changes. Each
+// thread also evaluates through one context, whose registered prefixes are those of the last
+// SelectionNamespaces it evaluated for.
 #include "platform/msxml/domxpath.h"
 
 #include <libxml/xpathInternals.h>
 
 #include <atomic>
+#include <list>
 #include <memory>
 #include <new>
+#include <optional>
+#include <unordered_map>
 
 #include "platform/msxml/domcollections.h"
+#include "platform/msxml/domxpathpaths.h"
 #include "platform/msxml/xmltext.h"
 
 namespace platform::msxml {
 namespace {
 
 std::atomic<std::uint64_t> g_compilations{0};
+// The source of NamespacesVersion values: unique across documents, so a thread's context can
+// tell whose declarations it holds.
+std::atomic<std::uint64_t> g_namespaceSets{0};
 
 void SilentError(void*, xmlErrorPtr) {}
 
-// Compilation needs a context only to route errors away from stderr.
-xmlXPathContextPtr CompileContext() {
-    struct Free {
-        void operator()(xmlXPathContextPtr context) const { xmlXPathFreeContext(context); }
+struct ContextFree {
+    void operator()(xmlXPathContextPtr context) const { xmlXPathFreeContext(context); }
+};
+using Context = std::unique_ptr<xmlXPathContext, ContextFree>;
+
+Context NewContext() {
+    EnsureLibxml();
+    Context created(xmlXPathNewContext(nullptr));
+    if (created != nullptr) created->error = SilentError;
+    return created;
+}
+
+// The calling thread's XPath state: compiled expressions (least recently used last), the
+// context expressions are compiled in (it only routes errors away from stderr) and the one they
+// are evaluated in, with the NamespacesVersion whose prefixes it has registered.
+class ThreadXPath {
+public:
+    ~ThreadXPath() {
+        for (Entry& entry : m_lru) xmlXPathFreeCompExpr(entry.compiled);
+    }
+
+    // An expression ready to run: libxml2's compiled form, and the engine's own form when the
+    // expression is a simple location path (domxpathpaths.h).
+    struct Prepared {
+        xmlXPathCompExprPtr compiled = nullptr;
+        const SimplePaths* simple = nullptr;
     };
-    thread_local std::unique_ptr<xmlXPathContext, Free> context([] {
-        EnsureLibxml();
-        xmlXPathContextPtr created = xmlXPathNewContext(nullptr);
-        if (created != nullptr) created->error = SilentError;
-        return created;
-    }());
-    return context.get();
+    // Null compiled form: the text does not compile.
+    Prepared Prepare(std::wstring_view text);
+    std::size_t Size() const { return m_index.size(); }
+
+    // The evaluation context, its prefixes those of `namespaces` (version `version`).
+    xmlXPathContextPtr Evaluation(
+        std::uint64_t version, const std::vector<std::pair<std::string, std::string>>& namespaces);
+
+private:
+    struct Entry {
+        std::wstring text;
+        xmlXPathCompExprPtr compiled;
+        std::optional<SimplePaths> simple;
+    };
+    std::list<Entry> m_lru;
+    std::unordered_map<std::wstring_view, std::list<Entry>::iterator> m_index;
+    Context m_compile;
+    Context m_evaluate;
+    std::uint64_t m_registered = 0;
+};
+
+ThreadXPath& ThisThread() {
+    thread_local ThreadXPath state;
+    return state;
+}
+
+bool IsNameChar(wchar_t c) {
+    return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || (c >= L'0' && c <= L'9') ||
+           c == L'_' || c == L'-' || c == L'.' || c > 0x7F;
 }
 
 bool IsSpace(wchar_t c) {
     return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
+}
+
+// True for a predicate that cannot depend on the position of its node: "@name", or
+// "@name = 'literal'" (either quote, white space allowed around the parts).
+bool IsAttributePredicate(std::wstring_view predicate) {
+    std::size_t i = 0;
+    const std::size_t n = predicate.size();
+    auto skipSpace = [&] {
+        while (i < n && IsSpace(predicate[i])) ++i;
+    };
+    skipSpace();
+    if (i == n || predicate[i] != L'@') return false;
+    ++i;
+    const std::size_t name = i;
+    while (i < n && (IsNameChar(predicate[i]) || predicate[i] == L':')) ++i;
+    if (i == name) return false;
+    skipSpace();
+    if (i == n) return true;
+    if (predicate[i] != L'=') return false;
+    ++i;
+    skipSpace();
+    if (i == n || (predicate[i] != L'"' && predicate[i] != L'\'')) return false;
+    const std::size_t close = predicate.find(predicate[i], i + 1);
+    if (close == std::wstring_view::npos) return false;
+    i = close + 1;
+    skipSpace();
+    return i == n;
+}
+
+// libxml2 turns "//name" into one descendant step only when the step has no predicate; with one
+// ("//psf:Feature[@name = 'x']") it collects every node of the document and then each one's
+// children. When every predicate of the expression is an attribute test, which cannot depend on
+// a node's position, "//name[...]" selects exactly what "/descendant::name[...]" selects, so
+// the expression is compiled in that form. Returns the rewritten text, or an empty one when the
+// expression is left as it is.
+std::wstring DescendantSteps(std::wstring_view text) {
+    // Pass 1: every predicate must be an attribute test (no nesting, literals skipped).
+    std::vector<std::size_t> slashes;
+    const std::size_t n = text.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        const wchar_t c = text[i];
+        if (c == L'"' || c == L'\'') {
+            const std::size_t close = text.find(c, i + 1);
+            if (close == std::wstring_view::npos) return {};
+            i = close;
+        } else if (c == L'[') {
+            std::size_t close = i + 1;
+            while (close < n && text[close] != L']') {
+                if (text[close] == L'[') return {};
+                if (text[close] == L'"' || text[close] == L'\'') {
+                    close = text.find(text[close], close + 1);
+                    if (close == std::wstring_view::npos) return {};
+                }
+                ++close;
+            }
+            if (close == n || !IsAttributePredicate(text.substr(i + 1, close - i - 1))) return {};
+            i = close;
+        } else if (c == L']') {
+            return {};
+        } else if (c == L'/' && i + 1 < n && text[i + 1] == L'/') {
+            slashes.push_back(i);
+            ++i;
+        }
+    }
+    // Pass 2: each "//" followed by a plain name test ("name", "p:name", "*", "p:*") becomes
+    // "/descendant::"; axes, node type tests, "@" and "." are left alone.
+    std::wstring out;
+    std::size_t copied = 0;
+    for (std::size_t at : slashes) {
+        std::size_t i = at + 2;
+        const std::size_t start = i;
+        while (i < n && (IsNameChar(text[i]) || text[i] == L'*' ||
+                         (text[i] == L':' && i + 1 < n && text[i + 1] != L':'))) {
+            ++i;
+        }
+        if (i == start || text[start] == L'.' || text[start] == L'-') continue;
+        if (i < n && !(text[i] == L'[' || text[i] == L'/' || text[i] == L'|' || IsSpace(text[i]))) {
+            continue;
+        }
+        out.append(text.substr(copied, at - copied));
+        out.append(L"/descendant::");
+        copied = at + 2;
+    }
+    if (copied == 0) return {};
+    out.append(text.substr(copied));
+    return out;
+}
+
+ThreadXPath::Prepared ThreadXPath::Prepare(std::wstring_view text) {
+    auto found = m_index.find(text);
+    if (found != m_index.end()) {
+        m_lru.splice(m_lru.begin(), m_lru, found->second);
+        const Entry& entry = *found->second;
+        return {entry.compiled, entry.simple ? &*entry.simple : nullptr};
+    }
+    if (text.find(L'\0') != std::wstring_view::npos) return {};
+    if (m_compile == nullptr) m_compile = NewContext();
+    if (m_compile == nullptr) return {};
+    ++g_compilations;
+    xmlXPathCompExprPtr compiled = nullptr;
+    const std::wstring faster = DescendantSteps(text);
+    if (!faster.empty()) {
+        std::string utf8 = ToUtf8(faster.data(), faster.size());
+        compiled = xmlXPathCtxtCompile(m_compile.get(), XmlStr(utf8));
+    }
+    if (compiled == nullptr) {
+        // As written (also when the rewritten form did not compile: the error is the text's).
+        std::string utf8 = ToUtf8(text.data(), text.size());
+        compiled = xmlXPathCtxtCompile(m_compile.get(), XmlStr(utf8));
+    }
+    // libxml2 compiles every expression, so that what it refuses stays refused; the simple form
+    // then does the evaluating where it can.
+    if (compiled == nullptr) return {};
+    try {
+        m_lru.push_front(Entry{std::wstring(text), compiled,
+                               SimplePaths::Parse(ToUtf8(text.data(), text.size()))});
+        m_index.emplace(std::wstring_view(m_lru.front().text), m_lru.begin());
+    } catch (const std::bad_alloc&) {
+        if (!m_lru.empty() && m_lru.front().compiled == compiled) m_lru.pop_front();
+        xmlXPathFreeCompExpr(compiled);
+        return {};
+    }
+    if (m_lru.size() > XPathEngine::kCacheCapacity) {
+        Entry& oldest = m_lru.back();
+        m_index.erase(std::wstring_view(oldest.text));
+        xmlXPathFreeCompExpr(oldest.compiled);
+        m_lru.pop_back();
+    }
+    const Entry& entry = m_lru.front();
+    return {entry.compiled, entry.simple ? &*entry.simple : nullptr};
+}
+
+xmlXPathContextPtr ThreadXPath::Evaluation(
+    std::uint64_t version, const std::vector<std::pair<std::string, std::string>>& namespaces) {
+    if (m_evaluate == nullptr) {
+        m_evaluate = NewContext();
+        if (m_evaluate == nullptr) return nullptr;
+        xmlXPathContextSetCache(m_evaluate.get(), 1, -1, 0);
+        m_registered = 0;
+    }
+    xmlXPathContextPtr context = m_evaluate.get();
+    if (version != m_registered) {
+        xmlXPathRegisteredNsCleanup(context);
+        m_registered = 0;
+        for (const auto& [prefix, uri] : namespaces) {
+            if (xmlXPathRegisterNs(context, XmlStr(prefix), XmlStr(uri)) != 0) {
+                xmlXPathRegisteredNsCleanup(context);  // registered again on the next query
+                return nullptr;
+            }
+        }
+        m_registered = version;
+    }
+    return context;
 }
 
 struct XPathObjectFree {
@@ -48,11 +255,13 @@ std::uint64_t XPathCompilationCount() {
     return g_compilations.load();
 }
 
-XPathEngine::~XPathEngine() {
-    for (Entry& entry : m_lru) xmlXPathFreeCompExpr(entry.compiled);
+std::size_t XPathEngine::CachedExpressions() {
+    return ThisThread().Size();
 }
 
 HRESULT XPathEngine::SetSelectionNamespaces(std::wstring_view text) {
+    // The same declarations again (every wrapper of a document sets them): nothing changes.
+    if (m_namespacesVersion != 0 && text == m_namespacesText) return S_OK;
     std::vector<std::pair<std::string, std::string>> parsed;
     std::size_t i = 0;
     const std::size_t n = text.size();
@@ -94,84 +303,62 @@ HRESULT XPathEngine::SetSelectionNamespaces(std::wstring_view text) {
     }
     m_namespaces = std::move(parsed);
     m_namespacesText.assign(text);
-    ++m_namespacesVersion;
+    m_namespacesVersion = ++g_namespaceSets;
     return S_OK;
 }
 
-xmlXPathCompExprPtr XPathEngine::Compiled(std::wstring_view text) {
-    auto found = m_index.find(text);
-    if (found != m_index.end()) {
-        m_lru.splice(m_lru.begin(), m_lru, found->second);
-        return found->second->compiled;
-    }
-    if (text.find(L'\0') != std::wstring_view::npos) return nullptr;
-    xmlXPathContextPtr context = CompileContext();
-    if (context == nullptr) return nullptr;
-    std::string utf8 = ToUtf8(text.data(), text.size());
-    ++g_compilations;
-    xmlXPathCompExprPtr compiled = xmlXPathCtxtCompile(context, XmlStr(utf8));
-    if (compiled == nullptr) return nullptr;
-    try {
-        m_lru.push_front(Entry{std::wstring(text), compiled});
-        m_index.emplace(std::wstring_view(m_lru.front().text), m_lru.begin());
-    } catch (const std::bad_alloc&) {
-        xmlXPathFreeCompExpr(compiled);
-        return nullptr;
-    }
-    if (m_lru.size() > kCacheCapacity) {
-        Entry& oldest = m_lru.back();
-        m_index.erase(std::wstring_view(oldest.text));
-        xmlXPathFreeCompExpr(oldest.compiled);
-        m_lru.pop_back();
-    }
-    return compiled;
+xmlXPathObjectPtr XPathEngine::Evaluate(xmlXPathCompExprPtr compiled, Tree* tree,
+                                        xmlNode* context) {
+    xmlXPathContextPtr xpath = ThisThread().Evaluation(m_namespacesVersion, m_namespaces);
+    if (xpath == nullptr) return nullptr;
+    xpath->doc = tree->Doc();
+    xpath->node = context;
+    xmlXPathObjectPtr result = xmlXPathCompiledEval(compiled, xpath);
+    // The context outlives this document: it keeps no pointer into it.
+    xpath->doc = nullptr;
+    xpath->node = nullptr;
+    return result;
 }
 
-xmlXPathObjectPtr XPathEngine::Evaluate(Tree* tree, xmlNode* context, BSTR expression) {
+HRESULT XPathEngine::Select(Tree* tree, xmlNode* context, BSTR expression, bool firstOnly,
+                            std::vector<xmlNode*>& nodes) {
+    nodes.clear();
     std::wstring_view text(expression == nullptr ? L"" : expression, SysStringLen(expression));
-    if (text.empty()) return nullptr;
-    xmlXPathCompExprPtr compiled = Compiled(text);
-    if (compiled == nullptr) return nullptr;
-    xmlXPathContextPtr xpath = tree->XPathContext();
-    if (xpath == nullptr) return nullptr;
-    if (tree->RegisteredNamespacesVersion() != m_namespacesVersion) {
-        xmlXPathRegisteredNsCleanup(xpath);
-        for (const auto& [prefix, uri] : m_namespaces) {
-            xmlXPathRegisterNs(xpath, XmlStr(prefix), XmlStr(uri));
-        }
-        tree->RegisteredNamespacesVersion() = m_namespacesVersion;
+    if (text.empty()) return E_FAIL;
+    const ThreadXPath::Prepared prepared = ThisThread().Prepare(text);
+    if (prepared.compiled == nullptr) return E_FAIL;
+    if (prepared.simple != nullptr &&
+        prepared.simple->Select(tree->Doc(), context, m_namespaces, firstOnly, nodes) ==
+            SimplePaths::Outcome::Evaluated) {
+        return S_OK;
     }
-    xpath->node = context;
-    return xmlXPathCompiledEval(compiled, xpath);
+    XPathObject result(Evaluate(prepared.compiled, tree, context));
+    if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
+    if (xmlNodeSetPtr set = result->nodesetval) {
+        nodes.reserve(static_cast<std::size_t>(set->nodeNr));
+        for (int i = 0; i < set->nodeNr; ++i) {
+            if (set->nodeTab[i]->type == XML_NAMESPACE_DECL) continue;
+            nodes.push_back(set->nodeTab[i]);
+            if (firstOnly) break;
+        }
+    }
+    return S_OK;
 }
 
 HRESULT XPathEngine::SelectSingle(Tree* tree, xmlNode* context, BSTR expression,
                                   IXMLDOMNode** node) {
     *node = nullptr;
-    XPathObject result(Evaluate(tree, context, expression));
-    if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
-    xmlNodeSetPtr set = result->nodesetval;
-    if (set == nullptr) return S_FALSE;
-    for (int i = 0; i < set->nodeNr; ++i) {
-        xmlNode* found = set->nodeTab[i];
-        if (found->type == XML_NAMESPACE_DECL) continue;
-        return tree->Wrap(found, node);
-    }
-    return S_FALSE;
+    std::vector<xmlNode*> nodes;
+    FU_RETURN_IF_FAILED(Select(tree, context, expression, true, nodes));
+    if (nodes.empty()) return S_FALSE;
+    return tree->Wrap(nodes.front(), node);
 }
 
 HRESULT XPathEngine::SelectAll(Tree* tree, xmlNode* context, BSTR expression,
                                IXMLDOMNodeList** list) {
     *list = nullptr;
-    XPathObject result(Evaluate(tree, context, expression));
-    if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
     std::vector<xmlNode*> nodes;
-    if (xmlNodeSetPtr set = result->nodesetval) {
-        nodes.reserve(static_cast<std::size_t>(set->nodeNr));
-        for (int i = 0; i < set->nodeNr; ++i) {
-            if (set->nodeTab[i]->type != XML_NAMESPACE_DECL) nodes.push_back(set->nodeTab[i]);
-        }
-    }
+    FU_RETURN_IF_FAILED(Select(tree, context, expression, false, nodes));
     *list = new (std::nothrow) StaticList(tree, std::move(nodes));
     return *list == nullptr ? E_OUTOFMEMORY : S_OK;
 }

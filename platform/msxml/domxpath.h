@@ -1,15 +1,14 @@
-// domxpath.h: XPath 1.0 selection for the MSXML stand-in: the SelectionNamespaces prefixes, and
-// a bounded cache of compiled expressions per document so that a query is compiled once and then
-// only evaluated. Internal header.
+// domxpath.h: XPath 1.0 selection for the MSXML stand-in: the SelectionNamespaces prefixes of a
+// document, and, per thread, a bounded cache of compiled expressions and one evaluation context,
+// so that a query is compiled once per thread (whatever document it runs on) and then only
+// evaluated. Internal header.
 #pragma once
 
 #include <libxml/xpath.h>
 
 #include <cstdint>
-#include <list>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -19,10 +18,10 @@ namespace platform::msxml {
 
 class XPathEngine {
 public:
+    // Compiled expressions kept per thread (least recently used ones are dropped beyond this).
     static constexpr std::size_t kCacheCapacity = 256;
 
     XPathEngine() = default;
-    ~XPathEngine();
     XPathEngine(const XPathEngine&) = delete;
     XPathEngine& operator=(const XPathEngine&) = delete;
 
@@ -31,6 +30,9 @@ public:
     // text does not have that form; the previous value then stays.
     HRESULT SetSelectionNamespaces(std::wstring_view text);
     const std::wstring& SelectionNamespaces() const { return m_namespacesText; }
+    // Identifies the current declarations: a new process-wide unique value on every change
+    // (setting the same text again is none); 0 while none were ever set.
+    std::uint64_t NamespacesVersion() const { return m_namespacesVersion; }
 
     // selectSingleNode: S_OK and the first node in document order, S_FALSE and null when nothing
     // matches, E_FAIL for an expression that does not compile or does not select nodes.
@@ -38,18 +40,15 @@ public:
     // selectNodes: S_OK and a (possibly empty) static list, E_FAIL as above.
     HRESULT SelectAll(Tree* tree, xmlNode* context, BSTR expression, IXMLDOMNodeList** list);
 
-    std::size_t CachedExpressions() const { return m_index.size(); }
+    // How many compiled expressions the calling thread keeps.
+    static std::size_t CachedExpressions();
 
 private:
-    struct Entry {
-        std::wstring text;
-        xmlXPathCompExprPtr compiled;
-    };
-    xmlXPathCompExprPtr Compiled(std::wstring_view text);
-    xmlXPathObjectPtr Evaluate(Tree* tree, xmlNode* context, BSTR expression);
+    // The selected nodes in document order (only the first with firstOnly).
+    HRESULT Select(Tree* tree, xmlNode* context, BSTR expression, bool firstOnly,
+                   std::vector<xmlNode*>& nodes);
+    xmlXPathObjectPtr Evaluate(xmlXPathCompExprPtr compiled, Tree* tree, xmlNode* context);
 
-    std::list<Entry> m_lru;  // most recently used first
-    std::unordered_map<std::wstring_view, std::list<Entry>::iterator> m_index;
     std::vector<std::pair<std::string, std::string>> m_namespaces;
     std::wstring m_namespacesText;
     std::uint64_t m_namespacesVersion = 0;

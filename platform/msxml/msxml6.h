@@ -416,6 +416,13 @@ namespace platform {
 HRESULT CreateDomDocument60(REFIID iid, void** object);
 HRESULT CreateSaxXmlReader60(REFIID iid, void** object);
 
+// A stamp of the document's observable state: it changes whenever a node is edited, added or
+// removed, a document is loaded, or SelectionNamespaces or preserveWhiteSpace is changed, and no
+// two documents share one. Code that keeps facts derived from a document (its prefixes, a
+// decoded value) reuses them while the stamp stays the same. 0 for a document object that is
+// not this library's DOMDocument: nothing can be known about it, so nothing is reused.
+unsigned long long DomDocumentChangeStamp(IXMLDOMDocument* document);
+
 // How many XPath expressions this process has compiled (diagnostics: a query repeated on a
 // document is compiled once; see docs/msxml.md for the cache).
 unsigned long long DomXPathCompilationCount();

@@ -151,8 +151,10 @@ private:
 
 // The wide names of elements, converted once per distinct name. libxml2 hands names, prefixes
 // and namespace URIs over as strings of its dictionary, so the same pointers come back for every
-// element of a kind; the bytes are compared as well, so that a pointer reused for other text is
-// converted again. One lookup per callback: what it returns stays valid until the next.
+// element of a kind. A dictionary string never changes while the parser lives, so for names
+// that all belong to the dictionary the pointers alone identify them; any other pointer might be
+// reused for other text, so its bytes are compared as well. One lookup per callback: what it
+// returns stays valid until the next.
 class ElementNames {
 public:
     struct Names {
@@ -164,28 +166,16 @@ public:
         INT qnameLength;
     };
 
-    Names Lookup(const xmlChar* uri, const xmlChar* prefix, const xmlChar* local, bool namespaces) {
+    Names Lookup(xmlDictPtr dictionary, const xmlChar* uri, const xmlChar* prefix,
+                 const xmlChar* local, bool namespaces) {
         const auto key = [](const xmlChar* text) { return reinterpret_cast<std::uintptr_t>(text); };
         Slot& slot =
             m_slots[((key(local) >> 4) ^ (key(uri) >> 6) ^ (key(prefix) >> 8)) % m_slots.size()];
-        const std::string_view uriText = View(uri);
-        const std::string_view prefixText = View(prefix);
-        const std::string_view localText = View(local);
-        if (!slot.filled || slot.uri != uri || slot.prefix != prefix || slot.local != local ||
-            slot.uriText != uriText || slot.prefixText != prefixText ||
-            slot.localText != localText) {
-            slot.filled = true;
-            slot.uri = uri;
-            slot.prefix = prefix;
-            slot.local = local;
-            slot.uriText.assign(uriText);
-            slot.prefixText.assign(prefixText);
-            slot.localText.assign(localText);
-            slot.wide.Clear();
-            slot.u = slot.wide.Add(namespaces ? uriText : std::string_view());
-            slot.l = slot.wide.Add(namespaces ? localText : std::string_view());
-            slot.q = slot.wide.AddJoined(prefixText, localText);
-        }
+        const bool same =
+            slot.filled && slot.uri == uri && slot.prefix == prefix && slot.local == local &&
+            (slot.interned || (slot.uriText == View(uri) && slot.prefixText == View(prefix) &&
+                               slot.localText == View(local)));
+        if (!same) Fill(slot, dictionary, uri, prefix, local, namespaces);
         return {slot.wide.At(slot.u), slot.u.length,        slot.wide.At(slot.l),
                 slot.l.length,        slot.wide.At(slot.q), slot.q.length};
     }
@@ -193,6 +183,7 @@ public:
 private:
     struct Slot {
         bool filled = false;
+        bool interned = false;  // every non-null pointer belongs to the dictionary
         const xmlChar* uri = nullptr;
         const xmlChar* prefix = nullptr;
         const xmlChar* local = nullptr;
@@ -204,6 +195,28 @@ private:
         WideArena::Piece l;
         WideArena::Piece q;
     };
+
+    static bool Interned(xmlDictPtr dictionary, const xmlChar* text) {
+        return text == nullptr || (dictionary != nullptr && xmlDictOwns(dictionary, text) == 1);
+    }
+
+    static void Fill(Slot& slot, xmlDictPtr dictionary, const xmlChar* uri, const xmlChar* prefix,
+                     const xmlChar* local, bool namespaces) {
+        slot.filled = true;
+        slot.interned = Interned(dictionary, uri) && Interned(dictionary, prefix) &&
+                        Interned(dictionary, local);
+        slot.uri = uri;
+        slot.prefix = prefix;
+        slot.local = local;
+        slot.uriText.assign(View(uri));
+        slot.prefixText.assign(View(prefix));
+        slot.localText.assign(View(local));
+        slot.wide.Clear();
+        slot.u = slot.wide.Add(namespaces ? std::string_view(slot.uriText) : std::string_view());
+        slot.l = slot.wide.Add(namespaces ? std::string_view(slot.localText) : std::string_view());
+        slot.q = slot.wide.AddJoined(slot.prefixText, slot.localText);
+    }
+
     std::array<Slot, 61> m_slots;
 };
 
@@ -560,7 +573,8 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
             list->AddWithQName(qname, "", value);
         }
     }
-    const ElementNames::Names n = s->elementNames.Lookup(uri, prefix, localname, s->namespaces);
+    const ElementNames::Names n =
+        s->elementNames.Lookup(s->context->dict, uri, prefix, localname, s->namespaces);
     s->Check(s->handler->startElement(n.uri, n.uriLength, n.local, n.localLength, n.qname,
                                       n.qnameLength, list));
 }
@@ -571,7 +585,8 @@ void OnEndElement(void* context, const xmlChar* localname, const xmlChar* prefix
     if (s == nullptr || !s->Live()) return;
     if (s->maxDepth > 0) --s->depth;
     if (s->handler == nullptr) return;
-    const ElementNames::Names n = s->elementNames.Lookup(uri, prefix, localname, s->namespaces);
+    const ElementNames::Names n =
+        s->elementNames.Lookup(s->context->dict, uri, prefix, localname, s->namespaces);
     s->Check(
         s->handler->endElement(n.uri, n.uriLength, n.local, n.localLength, n.qname, n.qnameLength));
     std::size_t mapped = s->prefixCounts.empty() ? 0 : s->prefixCounts.back();

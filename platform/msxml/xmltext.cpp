@@ -4,6 +4,8 @@
 
 #include "platform/com/unicode.h"
 
+#include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 namespace platform::msxml {
@@ -32,17 +34,50 @@ std::size_t CountCodePoints(std::string_view text) {
     return count;
 }
 
+// True when no byte has its high bit set; eight bytes at a time.
+bool IsAscii(std::string_view text) {
+    const char* p = text.data();
+    std::size_t left = text.size();
+    std::uint64_t high = 0;
+    for (; left >= 8; p += 8, left -= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, p, 8);
+        high |= word;
+    }
+    for (; left > 0; ++p, --left) high |= static_cast<unsigned char>(*p);
+    return (high & 0x8080808080808080ull) == 0;
+}
+
+// ASCII bytes to wide characters. The buffers never overlap; saying so lets the compiler widen
+// eight bytes at a time.
+void Widen(wchar_t* __restrict out, const unsigned char* __restrict bytes, std::size_t size) {
+    std::size_t i = 0;
+    for (; i + 8 <= size; i += 8) {
+        for (std::size_t k = 0; k < 8; ++k) out[i + k] = static_cast<wchar_t>(bytes[i + k]);
+    }
+    for (; i < size; ++i) out[i] = static_cast<wchar_t>(bytes[i]);
+}
+
 }  // namespace
 
 BSTR AllocBstr(std::string_view utf8) {
-    // Fast path: a count of lead bytes bounds the length; decoding may only shorten it.
+    // Values are mostly ASCII (names, numbers, base64 device modes of kilobytes): such text is
+    // widened byte by byte, with no decoding and no counting.
+    const std::size_t size = utf8.size();
+    if (IsAscii(utf8)) {
+        BSTR out = SysAllocStringLen(nullptr, static_cast<UINT>(size));
+        if (out == nullptr) return nullptr;
+        Widen(out, reinterpret_cast<const unsigned char*>(utf8.data()), size);
+        return out;
+    }
+    // A count of lead bytes bounds the length; decoding may only shorten it.
     std::size_t upper = CountCodePoints(utf8);
     BSTR out = SysAllocStringLen(nullptr, static_cast<UINT>(upper));
     if (out == nullptr) return nullptr;
     std::size_t i = 0;
     std::size_t n = 0;
-    while (i < utf8.size() && n < upper) out[n++] = static_cast<wchar_t>(Decode(utf8, i));
-    if (i < utf8.size()) {
+    while (i < size && n < upper) out[n++] = static_cast<wchar_t>(Decode(utf8, i));
+    if (i < size) {
         // Stray continuation bytes decode to extra replacement characters: take the slow path.
         SysFreeString(out);
         std::wstring wide = Utf8ToWide(utf8);

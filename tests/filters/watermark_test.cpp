@@ -404,6 +404,25 @@ TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
     EXPECT_EQ(E_ACCESSDENIED, rewriter->WriteTo(failing));
 }
 
+TEST(WatermarkPageRewriter, LargePagesInCanonicalFormComeBackByteForByte) {
+    // Markup already in the rewriter's own form (declaration, end tags, escaped values, line
+    // feeds in text as references) comes back unchanged apart from the insert, however far the
+    // output buffer has to grow.
+    std::string body;
+    for (int i = 0; i < 20000; ++i) {
+        body += "<Path Data=\"M " + std::to_string(i) +
+                ",2 L 3,4 \xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80\" Fill=\"#FF000000\" "
+                "Name=\"&amp;&lt;&#10;\"></Path>&#10;";
+    }
+    const std::string head =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?><FixedPage "
+        "xmlns=\"http://schemas.microsoft.com/xps/2005/06\" Width=\"8\" "
+        "Height=\"9\">";
+    std::string out;
+    ASSERT_EQ(S_OK, RewriteText(head + body + "</FixedPage>", out, L"<Mark N=\"\u00E9\"/>"));
+    EXPECT_EQ(head + body + "<Mark N=\"\xC3\xA9\"/></FixedPage>", out);
+}
+
 // --- the markup builder ----------------------------------------------------------------------
 
 TEST(WatermarkMarkup, TextGlyphsAreEscapedAndWellFormed) {

@@ -538,6 +538,54 @@ TEST_F(TypedViewTest, TheAttributesComeFromTheFirstTicketFromTheViewsScopeUp) {
     EXPECT_TRUE(view.GetAttributeBytesIndexedListRef().IsEmpty());
 }
 
+TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
+    auto nUp = [](long value) {
+        return List({AttributeBytesItem::MakeOptionValue(FeatureNUpPagesPerSheet,
+                                                         static_cast<tagValueEnum>(value))});
+    };
+    Initialize(kPTPageScope, PrivateTicket(Feature(L"PageOrientation", L"Landscape")),
+               AttributeTicket(nUp(ValueNUp4)), PrivateTicket(L""), PrivateTicket(L""));
+    using Scope = XpsFilterPrintTicketBase;
+    PrintTicketXmlDocument* job = view.GetTicketOfScope(Scope::EFilterPtScopeJob);
+    PrintTicketXmlDocument* page = view.GetTicketOfScope(Scope::EFilterPtScopePage);
+    EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
+    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
+
+    // The next page: a new page DOM, the others as they were. Only the page is wrapped again,
+    // and the answers are asked again (the counter moved) with the same results.
+    dom[3] = LoadXml(PrivateTicket(L""));
+    Reinitialize(kPTPageScope);
+    EXPECT_EQ(view.GetTicketOfScope(Scope::EFilterPtScopeJob), job);
+    EXPECT_NE(view.GetTicketOfScope(Scope::EFilterPtScopePage), page);
+    EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
+    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
+
+    // A ticket edited between two Initialize calls is read afresh: a new option, and a device
+    // mode put into the document ticket, which now comes before the job's.
+    SetOrientationOption(0, L"psk:ReversePortrait");
+    CComPtr<IXMLDOMDocument2> withDevmode = LoadXml(AttributeTicket(nUp(ValueNUp9)));
+    ASSERT_EQ(withDevmode->setProperty(
+                  CComBSTR(L"SelectionNamespaces"),
+                  CComVariant((L"xmlns:psf='" + documenttesting::kFramework + L"'").c_str())),
+              S_OK);
+    CComPtr<IXMLDOMNode> parameterInit;
+    ASSERT_EQ(withDevmode->selectSingleNode(CComBSTR(L"//psf:ParameterInit"), &parameterInit),
+              S_OK);
+    CComPtr<IXMLDOMElement> documentRoot;
+    ASSERT_EQ(dom[2]->get_documentElement(&documentRoot), S_OK);
+    CComPtr<IXMLDOMNode> moved;
+    ASSERT_EQ(documentRoot->appendChild(parameterInit, &moved), S_OK);
+    Reinitialize(kPTPageScope);
+    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::ReversePortrait);
+    EXPECT_EQ(view.GetNUp().pagesPerSheet, 9);
+
+    // And when it loses it again, the job's device mode is the one found.
+    CComPtr<IXMLDOMNode> removed;
+    ASSERT_EQ(documentRoot->removeChild(moved, &removed), S_OK);
+    Reinitialize(kPTPageScope);
+    EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
+}
+
 TEST(TypedViewManager, TheManagersViewsAnswerFromTheirScopes) {
     PrintTicketManager manager;
     CComPtr<fakes::ReadStream> stream;

@@ -170,10 +170,12 @@ TEST(DomXPath, ListedNodesStayValidWhileRemovedOneByOne) {
     EXPECT_EQ(Length(none), 0);
 }
 
-TEST(DomXPath, CompiledExpressionsAreCachedPerDocument) {
+TEST(DomXPath, CompiledExpressionsAreCachedPerThread) {
     auto doc = Parsed(kTicket);
     SetNamespaces(doc, kFrameworkNs);
-    const wchar_t* query = L"//psf:Feature[@name = \"psk:PageOrientation\"]/psf:Option";
+    // A text no other test uses, so that its first use here is its first compilation.
+    const wchar_t* query =
+        L"//psf:Feature[@name = \"psk:PageOrientation\"]/psf:Option[@name != \"cached\"]";
     auto before = platform::DomXPathCompilationCount();
     for (int i = 0; i < 100; ++i) {
         CComPtr<IXMLDOMNode> node;
@@ -195,22 +197,108 @@ TEST(DomXPath, CompiledExpressionsAreCachedPerDocument) {
     CComPtr<IXMLDOMNodeList> list;
     EXPECT_EQ(root->selectNodes(CComBSTR(query), &list), S_OK);
     EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
+
+    // So does the next document (the next page's ticket), with prefixes of its own.
+    auto next = Parsed(
+        L"<p:PrintTicket xmlns:p='http://schemas.microsoft.com/windows/2003/08/printing/"
+        L"printschemaframework'><p:Feature name='psk:PageOrientation'><p:Option name='b'/>"
+        L"</p:Feature></p:PrintTicket>");
+    SetNamespaces(next, kFrameworkNs);
+    CComPtr<IXMLDOMNode> option;
+    ASSERT_EQ(next->selectSingleNode(CComBSTR(query), &option), S_OK);
+    EXPECT_EQ(Name(option.p), L"p:Option");
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
+    // Each document still evaluates with its own prefixes: the first one's declarations changed
+    // in between do not leak into the other.
+    SetNamespaces(next, L"xmlns:psf='urn:other'");
+    CComPtr<IXMLDOMNode> none;
+    EXPECT_EQ(next->selectSingleNode(CComBSTR(query), &none), S_FALSE);
+    CComPtr<IXMLDOMNode> again;
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(query), &again), S_OK);
+    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
+}
+
+TEST(DomXPath, ChangeStampMovesWithEveryObservableChange) {
+    auto doc = Parsed(kTicket);
+    const unsigned long long first = platform::DomDocumentChangeStamp(doc);
+    EXPECT_NE(first, 0u);
+    EXPECT_EQ(platform::DomDocumentChangeStamp(doc), first);  // reading changes nothing
+    CComPtr<IXMLDOMNode> node;
+    SetNamespaces(doc, kFrameworkNs);
+    const unsigned long long named = platform::DomDocumentChangeStamp(doc);
+    EXPECT_NE(named, first);
+    SetNamespaces(doc, kFrameworkNs);  // the same declarations again: no change
+    ASSERT_EQ(doc->selectSingleNode(CComBSTR(L"//psf:Option"), &node), S_OK);
+    EXPECT_EQ(platform::DomDocumentChangeStamp(doc), named);
+
+    // An edit, a white-space mode change and a new load each give a new stamp.
+    CComQIPtr<IXMLDOMElement> option(node);
+    ASSERT_TRUE(option);
+    ASSERT_EQ(option->setAttribute(CComBSTR(L"name"), CComVariant(L"psk:Landscape")), S_OK);
+    const unsigned long long edited = platform::DomDocumentChangeStamp(doc);
+    EXPECT_NE(edited, named);
+    ASSERT_EQ(doc->put_preserveWhiteSpace(VARIANT_TRUE), S_OK);
+    const unsigned long long preserving = platform::DomDocumentChangeStamp(doc);
+    EXPECT_NE(preserving, edited);
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    ASSERT_EQ(doc->loadXML(CComBSTR(kTicket), &loaded), S_OK);
+    const unsigned long long reloaded = platform::DomDocumentChangeStamp(doc);
+    EXPECT_NE(reloaded, preserving);
+    EXPECT_NE(reloaded, first);
+
+    // Another document never shares a stamp, even with the same text; no document has none.
+    auto other = Parsed(kTicket);
+    EXPECT_NE(platform::DomDocumentChangeStamp(other), reloaded);
+    EXPECT_EQ(platform::DomDocumentChangeStamp(nullptr), 0u);
+}
+
+TEST(DomXPath, DescendantStepsSelectAsWritten) {
+    // Nested elements of one name: "//" with attribute tests, positions and literals holding
+    // slashes must all select what XPath says, whichever form the engine compiles.
+    auto doc =
+        Parsed(L"<r><a n='x' m='//a'><a n='x'/><b/></a><c><a n='x'/><a n='y'/></c><a n='z'/></r>");
+    auto count = [&](const wchar_t* query) {
+        CComPtr<IXMLDOMNodeList> list;
+        EXPECT_EQ(doc->selectNodes(CComBSTR(query), &list), S_OK) << query;
+        return list ? Length(list) : -1;
+    };
+    EXPECT_EQ(count(L"//a[@n = 'x']"), 3);
+    EXPECT_EQ(count(L"//a[ @n=\"y\" ]"), 1);
+    EXPECT_EQ(count(L"//a[@m = '//a']"), 1);
+    EXPECT_EQ(count(L"//a[@n]"), 5);
+    EXPECT_EQ(count(L"//c//a[@n]"), 2);
+    EXPECT_EQ(count(L"//a[@n = 'x']/b | //c/a[@n = 'y']"), 2);
+    // Positions count among a parent's children, not among all descendants.
+    EXPECT_EQ(count(L"//a[1]"), 3);
+    EXPECT_EQ(count(L"/descendant::a[1]"), 1);
+    EXPECT_EQ(count(L"//a[@n = 'x'][1]"), 3);
+    EXPECT_EQ(count(L"//a[last()]"), 3);
+    EXPECT_EQ(count(L"//*[@n = 'x']"), 3);
+    EXPECT_EQ(count(L"//node()[@n = 'z']"), 1);
+    CComPtr<IXMLDOMNode> first;
+    ASSERT_EQ(doc->selectSingleNode(CComBSTR(L"//c/a[@n = 'x'] | //a[@n = 'x']"), &first), S_OK);
+    CComPtr<IXMLDOMNode> outer;
+    ASSERT_EQ(doc->selectSingleNode(CComBSTR(L"/r/a[1]"), &outer), S_OK);
+    EXPECT_EQ(first, outer);  // the first in document order
+    CComPtr<IXMLDOMNode> none;
+    EXPECT_EQ(doc->selectSingleNode(CComBSTR(L"//a[@n = 'x'"), &none), E_FAIL);
 }
 
 TEST(DomXPath, ExpressionCacheIsBounded) {
-    auto doc = Parsed(L"<r><a/></r>");
+    // Texts no other test uses: the cache is the thread's, shared with every test before.
+    auto doc = Parsed(L"<r><bounded/></r>");
     auto before = platform::DomXPathCompilationCount();
     for (int i = 0; i < 300; ++i) {
-        std::wstring query = L"/r/a[" + std::to_wstring(i + 1) + L"]";
+        std::wstring query = L"/r/bounded[" + std::to_wstring(i + 1) + L"]";
         CComPtr<IXMLDOMNode> node;
         doc->selectSingleNode(CComBSTR(query.c_str()), &node);
     }
     EXPECT_EQ(platform::DomXPathCompilationCount() - before, 300u);
     // The oldest entries were dropped to keep the cache bounded; the newest remain.
     CComPtr<IXMLDOMNode> node;
-    doc->selectSingleNode(CComBSTR(L"/r/a[300]"), &node);
+    doc->selectSingleNode(CComBSTR(L"/r/bounded[300]"), &node);
     EXPECT_EQ(platform::DomXPathCompilationCount() - before, 300u);
-    doc->selectSingleNode(CComBSTR(L"/r/a[1]"), &node);
+    doc->selectSingleNode(CComBSTR(L"/r/bounded[1]"), &node);
     EXPECT_EQ(platform::DomXPathCompilationCount() - before, 301u);
 }
 
