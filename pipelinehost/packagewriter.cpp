@@ -209,7 +209,8 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
                 DeflateChunkNow(*chunk);
                 chunk->ready = true;
             } else {
-                StartThreads();
+                // Made here, before the record that needs it is queued for the output thread.
+                if (!m_pool) m_pool = std::make_unique<DeflatePool>(m_threads);
                 m_pool->Submit(chunk);
                 record.pooled = true;
             }
@@ -223,10 +224,8 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
     });
 }
 
-void PackageWriter::StartThreads() {
-    if (m_output.joinable()) return;
-    m_pool = std::make_unique<DeflatePool>(m_threads);
-    m_output = std::thread([this] { Output(); });
+void PackageWriter::StartOutput() {
+    if (!m_output.joinable()) m_output = std::thread([this] { Output(); });
 }
 
 void PackageWriter::StopThreads(bool writeRest) {
@@ -254,8 +253,9 @@ void PackageWriter::Queue(Record record) {
     }
     if (!record.chunk) {
         // A copy with nothing queued before it is made here and now: a pass-through starts no
-        // thread, and its copies cost no hand-off. The output thread is idle while the queue is
-        // empty, and only this thread adds to it.
+        // thread, and its thousands of small copies cost no hand-off and no contention for the
+        // source package. The output thread is idle while the queue is empty, and only this
+        // thread adds to it.
         bool idle = !m_output.joinable();
         if (!idle) {
             std::lock_guard<std::mutex> lock(m_mutex);
@@ -267,7 +267,7 @@ void PackageWriter::Queue(Record record) {
             return;
         }
     }
-    StartThreads();
+    StartOutput();
     std::unique_lock<std::mutex> lock(m_mutex);
     auto full = [&] {
         return !m_queue.empty() && (m_queuedBytes + record.bytes > kMaxQueuedBytes ||

@@ -4,7 +4,7 @@
 // DeflatePool compresses on every core. Compressed chunks, and the copies given after them, are
 // queued in order and appended to the ZIP, as raw data, by one output thread, so that the thread
 // sending parts goes on while they are compressed and written; a copy with nothing queued before
-// it is made at once. A bounded amount is in flight at a time.
+// it is made at once, on the calling thread. A bounded amount is in flight at a time.
 // Everything goes to a temporary file beside the target; Commit renames it over the target,
 // and a writer destroyed without Commit removes it, so a failed job leaves nothing behind.
 #pragma once
@@ -41,8 +41,8 @@ public:
     static constexpr std::size_t kMaxQueuedRecords = 256;
 
     // Creates the temporary file; throws JobError(Output). compressionThreads: the workers that
-    // deflate written content (DeflatePool::DefaultThreads() by default), started with the
-    // output thread when the first item is queued; 0 compresses and writes everything on the
+    // deflate written content (DeflatePool::DefaultThreads() by default), started with the first
+    // written item, and so does the output thread. 0 compresses and writes everything on the
     // calling thread.
     explicit PackageWriter(std::string target);
     PackageWriter(std::string target, unsigned compressionThreads);
@@ -94,7 +94,7 @@ private:
     // Hands a record to the output thread (waiting while the queue is full), or writes it at
     // once without one. Rethrows an error the output thread met.
     void Queue(Record record);
-    void StartThreads();
+    void StartOutput();
     // Ends the output thread, after it wrote every queued record (writeRest) or at once.
     void StopThreads(bool writeRest);
     bool OutputHasWork() const;

@@ -317,7 +317,40 @@ public:
         : m_partName(partName), m_out(out) {}
 
     void Feed(const char* data, std::size_t size) {
-        for (std::size_t i = 0; i < size; ++i) Step(data[i]);
+        const char* at = data;
+        const char* end = data + size;
+        while (at < end) {
+            // Text and attribute values make up most of a page: they are skipped or taken in
+            // runs up to their delimiter, not byte by byte.
+            if (m_state == State::Text) {
+                const void* open = std::memchr(at, '<', static_cast<std::size_t>(end - at));
+                if (open == nullptr) return;
+                m_state = State::TagOpen;
+                at = static_cast<const char*>(open) + 1;
+            } else if (m_state == State::Value) {
+                const void* quote = std::memchr(at, m_quote, static_cast<std::size_t>(end - at));
+                const char* stop = quote ? static_cast<const char*>(quote) : end;
+                std::size_t room = kValueCap - std::min(kValueCap, m_value.size());
+                m_value.append(at, std::min(room, static_cast<std::size_t>(stop - at)));
+                if (quote == nullptr) return;
+                Attribute();
+                m_state = State::InTag;
+                at = stop + 1;
+            } else if (m_state == State::ElementName || m_state == State::AttributeName) {
+                std::string& name = m_state == State::ElementName ? m_element : m_attribute;
+                const char* stop = at;
+                while (stop < end && !Space(*stop) && *stop != '/' && *stop != '>' &&
+                       *stop != '=') {
+                    ++stop;
+                }
+                std::size_t room = kNameCap - std::min(kNameCap, name.size());
+                name.append(at, std::min(room, static_cast<std::size_t>(stop - at)));
+                at = stop;
+                if (at < end) Step(*at++);
+            } else {
+                Step(*at++);
+            }
+        }
     }
 
 private:
@@ -337,6 +370,7 @@ private:
         Value
     };
     static constexpr std::size_t kValueCap = 8192;
+    static constexpr std::size_t kNameCap = 256;
 
     static bool Space(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
     static std::string_view Local(const std::string& name) {
@@ -399,7 +433,7 @@ private:
                     m_state = State::InTag;
                 } else if (c == '>') {
                     m_state = State::Text;
-                } else if (m_element.size() < 256) {
+                } else if (m_element.size() < kNameCap) {
                     m_element.push_back(c);
                 }
                 break;
@@ -418,7 +452,7 @@ private:
                     m_state = State::AfterName;
                 } else if (c == '>') {
                     m_state = State::Text;
-                } else if (m_attribute.size() < 256) {
+                } else if (m_attribute.size() < kNameCap) {
                     m_attribute.push_back(c);
                 }
                 break;
