@@ -46,9 +46,9 @@ CComPtr<IPrintPipelineFilter> FilterModules::Create(const FilterRegistry& regist
             for (const auto& entry : registry.m_builtins) {
                 known += (known.empty() ? "" : ", ") + entry.first;
             }
-            throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name +
-                                                  "\": no built-in filter \"" + filterEntry.builtin +
-                                                  "\" (built-in: " + known + ")");
+            throw JobError(ErrorKind::Config,
+                           "filter \"" + filterEntry.name + "\": no built-in filter \"" +
+                               filterEntry.builtin + "\" (built-in: " + known + ")");
         }
         try {
             hr = found->second(&filter);
@@ -64,15 +64,17 @@ CComPtr<IPrintPipelineFilter> FilterModules::Create(const FilterRegistry& regist
             module = dlopen(filterEntry.dll.c_str(), RTLD_NOW | RTLD_LOCAL);
             if (module == nullptr) {
                 const char* why = dlerror();
-                throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name + "\": cannot load " +
-                                                      filterEntry.dll + ": " + (why ? why : "?"));
+                throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name +
+                                                      "\": cannot load " + filterEntry.dll + ": " +
+                                                      (why ? why : "?"));
             }
             m_modules[filterEntry.dll] = module;
         }
         auto factory = reinterpret_cast<CreatePipelineFilterFunction>(
             dlsym(module, FU_PIPELINE_FILTER_FACTORY));
         if (factory == nullptr) {
-            throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name + "\": " + filterEntry.dll +
+            throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name +
+                                                  "\": " + filterEntry.dll +
                                                   " does not export " FU_PIPELINE_FILTER_FACTORY);
         }
         std::wstring className = platform::Utf8ToWide(filterEntry.className);
@@ -83,7 +85,8 @@ CComPtr<IPrintPipelineFilter> FilterModules::Create(const FilterRegistry& regist
         }
     }
     if (FAILED(hr) || !filter) {
-        throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name + "\" could not be created (" +
+        throw JobError(ErrorKind::Config, "filter \"" + filterEntry.name +
+                                              "\" could not be created (" +
                                               Hex(FAILED(hr) ? hr : E_POINTER) + ")");
     }
     return filter;

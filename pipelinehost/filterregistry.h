@@ -51,7 +51,8 @@ public:
     FilterModules& operator=(const FilterModules&) = delete;
 
     // Throws JobError(Config) when the filter cannot be made.
-    CComPtr<IPrintPipelineFilter> Create(const FilterRegistry& registry, const FilterEntry& filterEntry);
+    CComPtr<IPrintPipelineFilter> Create(const FilterRegistry& registry,
+                                         const FilterEntry& filterEntry);
 
 private:
     std::map<std::string, void*> m_modules;

@@ -58,11 +58,13 @@ PipelineConfig ParsePipelineConfig(const std::string& xml, const std::string& ba
         FilterEntry filterEntry;
         filterEntry.name = Attribute(node, "name").value_or("");
         if (filterEntry.name.empty()) Bad("a <Filter> has no name");
-        if (!names.insert(filterEntry.name).second) Bad("two filters are named \"" + filterEntry.name + "\"");
+        if (!names.insert(filterEntry.name).second)
+            Bad("two filters are named \"" + filterEntry.name + "\"");
         filterEntry.builtin = Attribute(node, "builtin").value_or("");
         std::string dll = Attribute(node, "dll").value_or("");
         if (filterEntry.builtin.empty() == dll.empty()) {
-            Bad("filter \"" + filterEntry.name + "\" needs exactly one of builtin=\"...\" or dll=\"...\"");
+            Bad("filter \"" + filterEntry.name +
+                "\" needs exactly one of builtin=\"...\" or dll=\"...\"");
         }
         if (!dll.empty()) {
             std::filesystem::path path(dll);
