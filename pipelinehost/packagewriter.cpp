@@ -160,17 +160,18 @@ void PackageWriter::Write(const std::string& itemName, const Reader& read, int l
     Guarded([&] {
         CheckOpen();
         if (level < 0 || level > 9) Fail("bad compression level for " + itemName, m_target);
-        // Fills a chunk; true when it is full, so that more may follow.
-        auto fill = [&](std::string& buffer) {
-            buffer.resize(kChunkSize);
-            std::size_t got = 0;
-            while (got < buffer.size()) {
-                std::size_t n = read(buffer.data() + got, buffer.size() - got);
+        // Fills a chunk; true when it is full, so that more may follow. The chunk grows with
+        // what is read: a small item costs no more than its size.
+        m_readBuffer.resize(kCopyBufferSize);
+        auto fill = [&](std::string& chunk) {
+            chunk.clear();
+            while (chunk.size() < kChunkSize) {
+                std::size_t want = std::min(m_readBuffer.size(), kChunkSize - chunk.size());
+                std::size_t n = read(m_readBuffer.data(), want);
                 if (n == 0) break;
-                got += n;
+                chunk.append(m_readBuffer.data(), std::min(n, want));
             }
-            buffer.resize(got);
-            return got == kChunkSize;
+            return chunk.size() == kChunkSize;
         };
         std::string current;
         bool full = fill(current);

@@ -131,6 +131,8 @@ private:
     std::uint32_t m_itemCrc = 0;
     std::uint64_t m_itemSize = 0;
     std::vector<char> m_copyBuffer;
+    // Used by the calling thread to read written content.
+    std::vector<char> m_readBuffer;
 };
 
 }  // namespace pipelinehost
