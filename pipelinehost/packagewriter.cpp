@@ -1,6 +1,5 @@
-// packagewriter.cpp: streaming ZIP output through minizip: raw copies of source items, and
-// written items compressed in chunks on a DeflatePool, appended in order as raw data by an
-// output thread.
+// packagewriter.cpp: streaming ZIP output: raw copies of source items, and written items
+// compressed in chunks on a DeflatePool, appended in order by an output thread.
 #include "pipelinehost/packagewriter.h"
 
 #include <sys/stat.h>
@@ -14,11 +13,11 @@
 #include <utility>
 #include <vector>
 
-#include <minizip/zip.h>
 #include <zlib.h>
 
 #include "pipelinehost/deflatepool.h"
 #include "pipelinehost/hosterror.h"
+#include "pipelinehost/zipfilewriter.h"
 
 namespace pipelinehost {
 namespace {
@@ -29,23 +28,6 @@ constexpr std::uint64_t kZip64Threshold = 0xFFFFFFFFull;
 constexpr std::size_t kWakeRecords = 32;
 constexpr std::size_t kWakeBytes = std::size_t{1} << 20;
 constexpr std::size_t kCopyBufferSize = std::size_t{1} << 16;
-
-zip_fileinfo FileInfo(std::time_t when) {
-    zip_fileinfo info{};
-    std::tm local{};
-    if (when > 0 && localtime_r(&when, &local) != nullptr && local.tm_year >= 80) {
-        info.tmz_date.tm_sec = static_cast<uInt>(local.tm_sec);
-        info.tmz_date.tm_min = static_cast<uInt>(local.tm_min);
-        info.tmz_date.tm_hour = static_cast<uInt>(local.tm_hour);
-        info.tmz_date.tm_mday = static_cast<uInt>(local.tm_mday);
-        info.tmz_date.tm_mon = static_cast<uInt>(local.tm_mon);
-        info.tmz_date.tm_year = static_cast<uInt>(local.tm_year + 1900);
-    } else {
-        info.tmz_date.tm_mday = 1;
-        info.tmz_date.tm_year = 1980;
-    }
-    return info;
-}
 
 [[noreturn]] void Fail(const std::string& what, const std::string& target) {
     throw JobError(ErrorKind::Output, "cannot write " + target + ": " + what);
@@ -69,13 +51,9 @@ PackageWriter::PackageWriter(std::string target, unsigned compressionThreads)
         Fail(std::string("cannot create a temporary file in ") + dir.string() + " (" +
                  std::strerror(errno) + ")",
              m_target);
-    ::close(fd);
+    m_fd = fd;
     m_temporary = name.data();
-    m_zip = zipOpen64(m_temporary.c_str(), APPEND_STATUS_CREATE);
-    if (m_zip == nullptr) {
-        ::unlink(m_temporary.c_str());
-        Fail("cannot open the temporary file", m_target);
-    }
+    m_zip = std::make_unique<ZipFileWriter>(m_fd);
 }
 
 PackageWriter::~PackageWriter() {
@@ -85,9 +63,10 @@ PackageWriter::~PackageWriter() {
 void PackageWriter::Discard() {
     StopThreads(false);
     m_queue.clear();
-    if (m_zip != nullptr) {
-        zipClose(m_zip, nullptr);
-        m_zip = nullptr;
+    m_zip.reset();
+    if (m_fd >= 0) {
+        ::close(m_fd);
+        m_fd = -1;
     }
     if (!m_temporary.empty()) {
         ::unlink(m_temporary.c_str());
@@ -105,6 +84,15 @@ void PackageWriter::Guarded(Body&& body) {
     } catch (...) {
         m_broken = true;
         throw;
+    }
+}
+
+template <class Call>
+void PackageWriter::ZipCall(Call&& call) {
+    try {
+        call();
+    } catch (const std::exception& error) {
+        Fail(error.what(), m_target);
     }
 }
 
@@ -127,14 +115,13 @@ void PackageWriter::CopyRaw(const std::string& itemName,
 
 void PackageWriter::CopyNow(const std::string& itemName, const SourcePackage& package,
                             const ZipItem& item) {
-    zip_fileinfo info = FileInfo(item.mtime);
-    int zip64 = (item.size >= kZip64Threshold || item.compressedSize >= kZip64Threshold) ? 1 : 0;
-    int method = item.method == 0 ? 0 : Z_DEFLATED;
-    if (zipOpenNewFileInZip4_64(m_zip, itemName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                                method, Z_DEFAULT_COMPRESSION, 1, -MAX_WBITS, DEF_MEM_LEVEL,
-                                Z_DEFAULT_STRATEGY, nullptr, 0, 0, 0, zip64) != ZIP_OK) {
-        Fail("cannot add " + itemName, m_target);
-    }
+    ZipFileWriter::ItemInfo info;
+    info.name = itemName;
+    info.method = item.method == 0 ? 0 : Z_DEFLATED;
+    info.level = Z_DEFAULT_COMPRESSION;
+    info.mtime = item.mtime;
+    info.zip64 = item.size >= kZip64Threshold || item.compressedSize >= kZip64Threshold;
+    ZipCall([&] { m_zip->Begin(info); });
     std::unique_ptr<SourcePackage::RawReader> raw = package.OpenRaw(item);
     m_copyBuffer.resize(kCopyBufferSize);
     std::uint64_t copied = 0;
@@ -142,16 +129,12 @@ void PackageWriter::CopyNow(const std::string& itemName, const SourcePackage& pa
         std::size_t got = raw->Read(m_copyBuffer.data(), m_copyBuffer.size());
         if (got == 0) break;
         copied += got;
-        if (zipWriteInFileInZip(m_zip, m_copyBuffer.data(), static_cast<unsigned>(got)) != ZIP_OK) {
-            Fail("write error in " + itemName, m_target);
-        }
+        ZipCall([&] { m_zip->Append(m_copyBuffer.data(), got); });
     }
     if (copied != item.compressedSize) {
         throw JobError(ErrorKind::NotZip, "ZIP item " + item.name + " is truncated");
     }
-    if (zipCloseFileInZipRaw64(m_zip, item.size, item.crc) != ZIP_OK) {
-        Fail("cannot close " + itemName, m_target);
-    }
+    ZipCall([&] { m_zip->End(item.crc, item.size); });
     ++m_items;
 }
 
@@ -327,16 +310,13 @@ void PackageWriter::WriteRecord(Record& record) {
         Fail("cannot compress " + record.itemName + " (" + chunk.error + ")", m_target);
     }
     if (record.first) {
-        zip_fileinfo info = FileInfo(0);
-        bool zip64 = record.zip64 || (record.last && (chunk.inputSize >= kZip64Threshold ||
+        ZipFileWriter::ItemInfo info;
+        info.name = record.itemName;
+        info.method = static_cast<std::uint16_t>(record.method);
+        info.level = record.level;
+        info.zip64 = record.zip64 || (record.last && (chunk.inputSize >= kZip64Threshold ||
                                                       chunk.output.size() >= kZip64Threshold));
-        if (zipOpenNewFileInZip4_64(m_zip, record.itemName.c_str(), &info, nullptr, 0, nullptr, 0,
-                                    nullptr, record.method,
-                                    record.level == 0 ? Z_DEFAULT_COMPRESSION : record.level, 1,
-                                    -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0, 0,
-                                    zip64 ? 1 : 0) != ZIP_OK) {
-            Fail("cannot add " + record.itemName, m_target);
-        }
+        ZipCall([&] { m_zip->Begin(info); });
         m_itemCrc = chunk.crc;
         m_itemSize = chunk.inputSize;
     } else {
@@ -344,18 +324,9 @@ void PackageWriter::WriteRecord(Record& record) {
             crc32_combine64(m_itemCrc, chunk.crc, static_cast<z_off64_t>(chunk.inputSize)));
         m_itemSize += chunk.inputSize;
     }
-    for (std::size_t done = 0; done < chunk.output.size();) {
-        unsigned block =
-            static_cast<unsigned>(std::min<std::size_t>(chunk.output.size() - done, 1u << 30));
-        if (zipWriteInFileInZip(m_zip, chunk.output.data() + done, block) != ZIP_OK) {
-            Fail("write error in " + record.itemName, m_target);
-        }
-        done += block;
-    }
+    ZipCall([&] { m_zip->Append(chunk.output.data(), chunk.output.size()); });
     if (record.last) {
-        if (zipCloseFileInZipRaw64(m_zip, m_itemSize, m_itemCrc) != ZIP_OK) {
-            Fail("cannot close " + record.itemName, m_target);
-        }
+        ZipCall([&] { m_zip->End(m_itemCrc, m_itemSize); });
         ++m_items;
     }
 }
@@ -379,9 +350,13 @@ void PackageWriter::Finish() {
         if (m_zip == nullptr) Fail("the package is already closed", m_target);
         StopThreads(true);
         if (m_error) std::rethrow_exception(m_error);
-        int result = zipClose(m_zip, nullptr);
-        m_zip = nullptr;
-        if (result != ZIP_OK) Fail("cannot write the ZIP directory", m_target);
+        ZipCall([&] { m_zip->Finish(); });
+        m_zip.reset();
+        int result = ::close(m_fd);
+        m_fd = -1;
+        if (result != 0) {
+            Fail(std::string("cannot close the file (") + std::strerror(errno) + ")", m_target);
+        }
         m_finished = true;
     });
 }

@@ -1,4 +1,4 @@
-// packagewriter.h: the output ZIP, written as the job goes (minizip). Items are either copied
+// packagewriter.h: the output ZIP, written as the job goes (ZipFileWriter). Items are either copied
 // from a source package as their compressed bytes (no inflate, no deflate) or written from
 // content the host inflated or a filter produced. Written content is cut into chunks that a
 // DeflatePool compresses on every core. Compressed chunks, and the copies given after them, are
@@ -29,6 +29,7 @@ namespace pipelinehost {
 
 class DeflatePool;
 struct DeflateChunk;
+class ZipFileWriter;
 
 class PackageWriter {
 public:
@@ -91,6 +92,9 @@ private:
     template <class Body>
     void Guarded(Body&& body);
     void CheckOpen() const;
+    // Runs a ZipFileWriter call; its errors become JobError(Output) naming the target.
+    template <class Call>
+    void ZipCall(Call&& call);
     // Hands a record to the output thread (waiting while the queue is full), or writes it at
     // once without one. Rethrows an error the output thread met.
     void Queue(Record record);
@@ -106,7 +110,8 @@ private:
 
     std::string m_target;
     std::string m_temporary;
-    void* m_zip = nullptr;
+    int m_fd = -1;
+    std::unique_ptr<ZipFileWriter> m_zip;
     bool m_finished = false;
     bool m_committed = false;
     bool m_broken = false;

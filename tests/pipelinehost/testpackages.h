@@ -1,5 +1,6 @@
 // testpackages.h: builds small XPS packages for tests, well-formed or broken on purpose, with
-// libzip (independent of the host's own writer), and finds corpus files.
+// libzip (independent of the host's own writer), reads ZIP files back the same way, and finds
+// corpus files.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -139,6 +140,41 @@ inline std::vector<Entry> SmallJob(int pages) {
     }
     entries.push_back({"Documents/1/FixedDocument.fdoc", Document(names)});
     return entries;
+}
+
+struct Item {
+    std::string name;
+    std::string content;
+    int method = 0;
+};
+
+// Every item of a ZIP in central-directory order, read through libzip (which checks each
+// item's CRC-32 and size while reading). Fails the test on a damaged archive.
+inline std::vector<Item> ReadZip(const std::string& path) {
+    std::vector<Item> items;
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &error);
+    EXPECT_NE(archive, nullptr) << path << " is not a consistent ZIP (" << error << ")";
+    if (archive == nullptr) return items;
+    zip_int64_t count = zip_get_num_entries(archive, 0);
+    for (zip_int64_t i = 0; i < count; ++i) {
+        zip_stat_t stat;
+        zip_stat_index(archive, static_cast<zip_uint64_t>(i), 0, &stat);
+        Item item{stat.name, {}, stat.comp_method};
+        zip_file_t* file = zip_fopen_index(archive, static_cast<zip_uint64_t>(i), 0);
+        EXPECT_NE(file, nullptr) << stat.name;
+        if (file == nullptr) continue;
+        char buffer[1 << 15];
+        zip_int64_t got = 0;
+        while ((got = zip_fread(file, buffer, sizeof buffer)) > 0) {
+            item.content.append(buffer, static_cast<std::size_t>(got));
+        }
+        EXPECT_EQ(got, 0) << stat.name << ": " << zip_file_strerror(file);
+        zip_fclose(file);
+        items.push_back(std::move(item));
+    }
+    zip_close(archive);
+    return items;
 }
 
 inline std::string CorpusFile(const std::string& name) {
