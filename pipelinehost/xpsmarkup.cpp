@@ -331,7 +331,15 @@ public:
                 const void* quote = std::memchr(at, m_quote, static_cast<std::size_t>(end - at));
                 const char* stop = quote ? static_cast<const char*>(quote) : end;
                 std::size_t room = kValueCap - std::min(kValueCap, m_value.size());
-                m_value.append(at, std::min(room, static_cast<std::size_t>(stop - at)));
+                std::size_t take = std::min(room, static_cast<std::size_t>(stop - at));
+                if (quote != nullptr && m_value.empty()) {
+                    // The whole value is in this buffer: looked at where it is.
+                    Attribute(std::string_view(at, take));
+                    m_state = State::InTag;
+                    at = stop + 1;
+                    continue;
+                }
+                m_value.append(at, take);
                 if (quote == nullptr) return;
                 Attribute();
                 m_state = State::InTag;
@@ -486,16 +494,17 @@ private:
         }
     }
 
-    void Attribute() {
+    void Attribute() { Attribute(m_value); }
+    void Attribute(std::string_view value) {
         std::string_view name = Local(m_attribute);
         bool interesting = name == "FontUri" || name == "ImageSource" || name == "Source" ||
-                           m_value.find("ContextColor") != std::string::npos;
+                           value.find("ContextColor") != std::string_view::npos;
         if (!interesting) return;
-        ReferencesInValue(name, Local(m_element), Decode(m_value), m_partName, m_out);
+        ReferencesInValue(name, Local(m_element), Decode(value), m_partName, m_out);
     }
 
-    static std::string Decode(const std::string& value) {
-        if (value.find('&') == std::string::npos) return value;
+    static std::string Decode(std::string_view value) {
+        if (value.find('&') == std::string_view::npos) return std::string(value);
         std::string out;
         for (std::size_t i = 0; i < value.size(); ++i) {
             if (value[i] != '&') {
@@ -507,7 +516,7 @@ private:
                 out.append(value, i, std::string::npos);
                 break;
             }
-            std::string entity = value.substr(i + 1, end - i - 1);
+            std::string entity(value.substr(i + 1, end - i - 1));
             if (entity == "amp")
                 out.push_back('&');
             else if (entity == "lt")
