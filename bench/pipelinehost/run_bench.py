@@ -6,6 +6,13 @@ in the same run: a raw libzip entry-by-entry copy of the same file (`zipcopy`). 
 time ratio (target <= 1.3), pages per second and peak RSS (target <= 64 MiB, flat from 100 to
 1,000 pages).
 
+Times are wall times, the best of --repeat runs of each command (each in a fresh process);
+the load average before and after is printed, since on a shared machine other work inflates
+both sides unevenly. For a comparison of two builds, run both with the same --work folder (the
+jobs are made once and kept) one after the other, or alternate them. The 100-page ratio is
+dominated by xpsfilter's start-up (loading and linking its libraries, about 3.5 ms), the
+1,000-page one by the per-item work.
+
 usage: run_bench.py [--build build/release] [--large-pages 200] [--repeat 3] [--work DIR]
 Build first: cmake --preset release && cmake --build --preset release --target xpsfilter zipcopy
 """
@@ -55,6 +62,7 @@ def main():
     jobs = [(f"large ({args.large_pages} pages, images)", args.large_pages, True),
             ("100 pages", 100, False), ("1,000 pages", 1000, False)]
     rows = []
+    load_before = os.getloadavg()[0]
     for label, pages, images in jobs:
         path = os.path.join(work, f"job_{pages}{'_img' if images else ''}.xps")
         if not os.path.exists(path):
@@ -72,6 +80,8 @@ def main():
     small, big = rows[1][5], rows[2][5]
     print(f"peak RSS 100 -> 1,000 pages: {small / 1024:.1f} -> {big / 1024:.1f} MiB "
           f"({(big - small) / 1024:+.1f} MiB)")
+    print(f"load average: {load_before:.2f} before, {os.getloadavg()[0]:.2f} after "
+          f"({os.cpu_count()} cores)")
     print(f"jobs kept in {work}")
 
 
