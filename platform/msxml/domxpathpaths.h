@@ -28,7 +28,8 @@ public:
     };
     // Selects from `context` (absolute paths: from `document`) with the prefix declarations
     // `namespaces` (the last declaration of a prefix wins). With `firstOnly` the walk stops at
-    // the first node in document order. The nodes come in document order, each once.
+    // the first node in document order. The nodes come in document order, each once. With
+    // NotHandled, `found` holds nothing of use.
     Outcome Select(xmlDoc* document, xmlNode* context,
                    const std::vector<std::pair<std::string, std::string>>& namespaces,
                    bool firstOnly, std::vector<xmlNode*>& found) const;
