@@ -129,10 +129,14 @@ void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
     text += L"='";
     text += PrintSchema::FrameworkNamespaceUri;
     text += L"'";
+    const CComBSTR name(L"SelectionNamespaces");
     const CComBSTR namespaces(static_cast<int>(text.size()), text.data());
-    THROW_COM_IF_FAILED(
-        m_document->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(namespaces)), method,
-        "");
+    // The value is lent to the call, as a VARIANT argument is: no copy of the string.
+    VARIANT value;
+    VariantInit(&value);
+    value.vt = VT_BSTR;
+    value.bstrVal = namespaces.m_str;
+    THROW_COM_IF_FAILED(m_document->setProperty(name, value), method, "");
 }
 
 HRESULT PrintSchemaXmlDocument::get_xml(BSTR* xml) const {
