@@ -166,6 +166,7 @@ PrintSchemaXmlDocument::RootAttributes PrintSchemaXmlDocument::ReadRootAttribute
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
     if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
     RootAttributes read;
+    read.reserve(8);  // a ticket's root: a handful of declarations and "version"
     CComPtr<IXMLDOMNamedNodeMap> attributes;
     THROW_COM_IF_FAILED(m_rootNode->get_attributes(&attributes), kMethod, "");
     if (!attributes) return read;

@@ -52,12 +52,12 @@ private:
         bool absolute = false;
         std::vector<Step> steps;
     };
-    // A step's namespace as resolved for one selection: null means "no namespace".
-    using Resolved = std::vector<std::vector<const std::string*>>;
-
     static bool StepMatches(const xmlNode* element, const Step& step, const std::string* uri);
+    // Whether `element` ends a chain of elements matching steps 0..last of the path, step 0
+    // hanging from `origin` (or anywhere below it, after "//"). `uris` are the path's steps'
+    // namespaces.
     static bool MatchesFrom(const xmlNode* element, const Path& path,
-                            const std::vector<const std::string*>& uris, std::size_t last,
+                            const std::string* const* uris, std::size_t last,
                             const xmlNode* origin);
 
     std::vector<Path> m_paths;
