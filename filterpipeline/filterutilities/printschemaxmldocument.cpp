@@ -129,10 +129,14 @@ void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
     text += L"='";
     text += PrintSchema::FrameworkNamespaceUri;
     text += L"'";
+    const CComBSTR name(L"SelectionNamespaces");
     const CComBSTR namespaces(static_cast<int>(text.size()), text.data());
-    THROW_COM_IF_FAILED(
-        m_document->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(namespaces)), method,
-        "");
+    // The value is lent to the call, as a VARIANT argument is: no copy of the string.
+    VARIANT value;
+    VariantInit(&value);
+    value.vt = VT_BSTR;
+    value.bstrVal = namespaces.m_str;
+    THROW_COM_IF_FAILED(m_document->setProperty(name, value), method, "");
 }
 
 HRESULT PrintSchemaXmlDocument::get_xml(BSTR* xml) const {
@@ -162,6 +166,7 @@ PrintSchemaXmlDocument::RootAttributes PrintSchemaXmlDocument::ReadRootAttribute
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
     if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
     RootAttributes read;
+    read.reserve(8);  // a ticket's root: a handful of declarations and "version"
     CComPtr<IXMLDOMNamedNodeMap> attributes;
     THROW_COM_IF_FAILED(m_rootNode->get_attributes(&attributes), kMethod, "");
     if (!attributes) return read;

@@ -88,7 +88,13 @@ AttributeBytesIndexedList& PrintTicketAttributeBytesReaderWriter::GetAttributeBy
     AttributeBytesNameSpacesId nameSpace) {
     if (m_cachedList && m_cachedNameSpaceId == nameSpace.GetNameSpaceId()) return *m_cachedList;
 
-    m_cachedList = std::make_unique<AttributeBytesIndexedList>();
+    // A new empty list; the object of an earlier (empty or other namespace's) list is reused,
+    // since a view asks again for every getter while its tickets carry no attributes.
+    if (m_cachedList) {
+        m_cachedList->Clear();
+    } else {
+        m_cachedList = std::make_unique<AttributeBytesIndexedList>();
+    }
     m_cachedNameSpaceId = -1;
     ++m_listRebuilds;
 

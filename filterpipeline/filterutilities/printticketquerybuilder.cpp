@@ -18,17 +18,17 @@ bool IsEmpty(const wchar_t* text) {
 // "%s" conversions, so this gives what the formatter gives, without parsing a format per step.
 std::wstring Expand(const wchar_t* stepTemplate, std::initializer_list<const wchar_t*> arguments) {
     std::wstring out;
-    out.reserve(64);
+    out.reserve(96);
     auto next = arguments.begin();
+    const wchar_t* from = stepTemplate;
     for (const wchar_t* c = stepTemplate; *c != L'\0'; ++c) {
-        if (c[0] == L'%' && c[1] == L's' && next != arguments.end()) {
-            if (*next != nullptr) out += *next;
-            ++next;
-            ++c;
-        } else {
-            out += *c;
-        }
+        if (c[0] != L'%' || c[1] != L's' || next == arguments.end()) continue;
+        out.append(from, static_cast<std::size_t>(c - from));
+        if (*next != nullptr) out.append(*next);
+        ++next;
+        from = ++c + 1;
     }
+    out.append(from);
     return out;
 }
 

@@ -90,8 +90,9 @@ HRESULT CSaxHandler::EscapeEntity(BSTR* text) {
                 escaped += c;
             }
         }
+        // The result is allocated as a plain string: text after an embedded NUL is dropped.
         SysFreeString(*text);
-        *text = SysAllocStringLen(escaped.data(), static_cast<UINT>(escaped.size()));
+        *text = SysAllocString(escaped.c_str());
         if (*text == nullptr) THROW_COM(E_OUTOFMEMORY, L"CSaxHandler::EscapeEntity", "");
         return S_OK;
     } catch (const ZorunComException& e) {

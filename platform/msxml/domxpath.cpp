@@ -332,6 +332,7 @@ HRESULT XPathEngine::Select(Tree* tree, xmlNode* context, BSTR expression, bool 
             SimplePaths::Outcome::Evaluated) {
         return S_OK;
     }
+    nodes.clear();  // what a walk left to libxml2 had found so far
     XPathObject result(Evaluate(prepared.compiled, tree, context));
     if (result == nullptr || result->type != XPATH_NODESET) return E_FAIL;
     if (xmlNodeSetPtr set = result->nodesetval) {
@@ -348,10 +349,13 @@ HRESULT XPathEngine::Select(Tree* tree, xmlNode* context, BSTR expression, bool 
 HRESULT XPathEngine::SelectSingle(Tree* tree, xmlNode* context, BSTR expression,
                                   IXMLDOMNode** node) {
     *node = nullptr;
-    std::vector<xmlNode*> nodes;
+    // One node at most: the thread's buffer is reused rather than a vector made per query.
+    thread_local std::vector<xmlNode*> nodes;
     FU_RETURN_IF_FAILED(Select(tree, context, expression, true, nodes));
     if (nodes.empty()) return S_FALSE;
-    return tree->Wrap(nodes.front(), node);
+    xmlNode* found = nodes.front();
+    nodes.clear();
+    return tree->Wrap(found, node);
 }
 
 HRESULT XPathEngine::SelectAll(Tree* tree, xmlNode* context, BSTR expression,

@@ -176,7 +176,7 @@ bool SimplePaths::StepMatches(const xmlNode* element, const Step& step, const st
 }
 
 bool SimplePaths::MatchesFrom(const xmlNode* element, const Path& path,
-                              const std::vector<const std::string*>& uris, std::size_t last,
+                              const std::string* const* uris, std::size_t last,
                               const xmlNode* origin) {
     const Step& step = path.steps[last];
     if (!StepMatches(element, step, uris[last])) return false;
@@ -198,7 +198,9 @@ SimplePaths::Outcome SimplePaths::Select(
     const std::vector<std::pair<std::string, std::string>>& namespaces, bool firstOnly,
     std::vector<xmlNode*>& found) const {
     found.clear();
-    Resolved uris(m_paths.size());
+    // The namespaces of all steps, path after path (one buffer per thread, reused).
+    thread_local std::vector<const std::string*> uris;
+    uris.clear();
     for (std::size_t p = 0; p < m_paths.size(); ++p) {
         for (const Step& step : m_paths[p].steps) {
             const std::string* uri = nullptr;
@@ -213,7 +215,7 @@ SimplePaths::Outcome SimplePaths::Select(
                 }
                 if (uri == nullptr) return Outcome::NotHandled;
             }
-            uris[p].push_back(uri);
+            uris.push_back(uri);
         }
     }
 
@@ -234,11 +236,13 @@ SimplePaths::Outcome SimplePaths::Select(
             if (a->ns != nullptr && a->ns->prefix == nullptr) return Outcome::NotHandled;
         }
         if (cur == root) continue;
-        for (std::size_t p = 0; p < m_paths.size(); ++p) {
-            if (MatchesFrom(cur, m_paths[p], uris[p], m_paths[p].steps.size() - 1, root)) {
+        const std::string* const* pathUris = uris.data();
+        for (const Path& path : m_paths) {
+            if (MatchesFrom(cur, path, pathUris, path.steps.size() - 1, root)) {
                 found.push_back(cur);
                 break;
             }
+            pathUris += path.steps.size();
         }
         if (firstOnly && !found.empty()) break;
     }

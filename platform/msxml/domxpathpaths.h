@@ -28,7 +28,8 @@ public:
     };
     // Selects from `context` (absolute paths: from `document`) with the prefix declarations
     // `namespaces` (the last declaration of a prefix wins). With `firstOnly` the walk stops at
-    // the first node in document order. The nodes come in document order, each once.
+    // the first node in document order. The nodes come in document order, each once. With
+    // NotHandled, `found` holds nothing of use.
     Outcome Select(xmlDoc* document, xmlNode* context,
                    const std::vector<std::pair<std::string, std::string>>& namespaces,
                    bool firstOnly, std::vector<xmlNode*>& found) const;
@@ -51,12 +52,12 @@ private:
         bool absolute = false;
         std::vector<Step> steps;
     };
-    // A step's namespace as resolved for one selection: null means "no namespace".
-    using Resolved = std::vector<std::vector<const std::string*>>;
-
     static bool StepMatches(const xmlNode* element, const Step& step, const std::string* uri);
+    // Whether `element` ends a chain of elements matching steps 0..last of the path, step 0
+    // hanging from `origin` (or anywhere below it, after "//"). `uris` are the path's steps'
+    // namespaces.
     static bool MatchesFrom(const xmlNode* element, const Path& path,
-                            const std::vector<const std::string*>& uris, std::size_t last,
+                            const std::string* const* uris, std::size_t last,
                             const xmlNode* origin);
 
     std::vector<Path> m_paths;

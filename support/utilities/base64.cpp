@@ -9,13 +9,27 @@ namespace {
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr int kLineLength = 76;
 
-int DecodeValue(wchar_t c) {
+constexpr int DecodeValue(wchar_t c) {
     if (c >= L'A' && c <= L'Z') return c - L'A';
     if (c >= L'a' && c <= L'z') return c - L'a' + 26;
     if (c >= L'0' && c <= L'9') return c - L'0' + 52;
     if (c == L'+') return 62;
     if (c == L'/') return 63;
     return -1;
+}
+
+// DecodeValue for the ASCII range, as a table (-1: not in the alphabet).
+struct DecodeTable {
+    signed char values[128];
+    constexpr DecodeTable() : values() {
+        for (int c = 0; c < 128; ++c) values[c] = static_cast<signed char>(DecodeValue(c));
+    }
+};
+constexpr DecodeTable kDecodeTable;
+
+// The value of an alphabet character, or -1 (anything else, also beyond ASCII).
+int TableValue(wchar_t c) {
+    return static_cast<std::uint32_t>(c) < 128 ? kDecodeTable.values[c] : -1;
 }
 
 bool IsSpace(wchar_t c) {
@@ -92,6 +106,23 @@ int Base64Decode(const wchar_t* text, int charCount, unsigned char* out, int* ou
     int inGroup = 0;
     int padding = 0;
     for (int i = 0; i < charCount; ++i) {
+        // Whole groups of four alphabet characters (all of a device mode but its end) are
+        // decoded at once; anything else takes the character-by-character path below.
+        while (inGroup == 0 && padding == 0 && i + 4 <= charCount) {
+            const int a = TableValue(text[i]);
+            const int b = TableValue(text[i + 1]);
+            const int c = TableValue(text[i + 2]);
+            const int d = TableValue(text[i + 3]);
+            if ((a | b | c | d) < 0 || written + 3 > capacity || out == nullptr) break;
+            const std::uint32_t bits =
+                (static_cast<std::uint32_t>(a) << 18) | (static_cast<std::uint32_t>(b) << 12) |
+                (static_cast<std::uint32_t>(c) << 6) | static_cast<std::uint32_t>(d);
+            out[written++] = static_cast<unsigned char>(bits >> 16);
+            out[written++] = static_cast<unsigned char>(bits >> 8);
+            out[written++] = static_cast<unsigned char>(bits);
+            i += 4;
+        }
+        if (i >= charCount) break;
         wchar_t c = text[i];
         if (IsSpace(c)) continue;
         if (c == L'=') {

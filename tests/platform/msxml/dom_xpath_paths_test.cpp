@@ -177,6 +177,26 @@ TEST_F(DomXPathPaths, ErrorsAndOtherShapesAreLibxml2s) {
     EXPECT_EQ(length, 3);
 }
 
+TEST_F(DomXPathPaths, AnAttributeInANamespaceWithoutPrefixIsLeftToLibxml2) {
+    // Such an attribute (made by createNode) after a match: the walk gives up midway and the
+    // answer is libxml2's, with each node once.
+    CComPtr<IXMLDOMNode> created;
+    ASSERT_EQ(doc->createNode(CComVariant(static_cast<int>(NODE_ATTRIBUTE)), CComBSTR(L"name"),
+                              CComBSTR(L"urn:unprefixed"), &created),
+              S_OK);
+    CComQIPtr<IXMLDOMAttribute> attribute(created);
+    ASSERT_TRUE(attribute);
+    ASSERT_EQ(attribute->put_value(CComVariant(L"psk:A")), S_OK);
+    CComQIPtr<IXMLDOMElement> last(Select(doc, L"//psf:ParameterInit"));
+    ASSERT_TRUE(last);
+    CComPtr<IXMLDOMAttribute> replaced;
+    ASSERT_EQ(last->setAttributeNode(attribute, &replaced), S_OK);
+    const std::wstring all = L"/descendant-or-self::node()/child::";
+    ExpectSameSelection(
+        doc, L"//psf:Feature[@name = 'psk:A'] | //psf:ParameterInit",
+        all + L"psf:Feature[attribute::name = 'psk:A'] | " + all + L"psf:ParameterInit", 3);
+}
+
 TEST_F(DomXPathPaths, EditsAndDetachedNodesAreSeen) {
     // A Feature renamed, one removed, and a detached subtree queried relative to its root.
     CComPtr<IXMLDOMNode> feature = Select(doc, L"//psf:Feature[@name = 'psk:B']");

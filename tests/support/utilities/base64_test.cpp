@@ -108,6 +108,29 @@ TEST(Base64, UndecodableTextFails) {
     }
 }
 
+TEST(Base64, LongTextDecodesTheSameWhereverBreaksFall) {
+    // Whole groups are decoded together, the rest character by character: white space or a bad
+    // character at any offset of a long text must give what the character rules give.
+    std::string bytes;
+    for (int i = 0; i < 300; ++i) bytes += static_cast<char>(i * 7 + 3);
+    const std::wstring text = Encode(bytes, ATL_BASE64_FLAG_NOCRLF);
+    ASSERT_EQ(Decode(text), bytes);
+    for (std::size_t at : {std::size_t{0}, std::size_t{1}, std::size_t{2}, std::size_t{3},
+                           std::size_t{201}, text.size() - 2, text.size() - 1}) {
+        std::wstring spaced = text;
+        spaced.insert(at, L"\r\n ");
+        EXPECT_EQ(Decode(spaced), bytes) << at;
+        std::wstring broken = text;
+        broken[at] = L'\x00C0';
+        EXPECT_EQ(Decode(broken), "<fail>") << at;
+    }
+    EXPECT_EQ(Decode(L"Zm9vYg==Zm9v"), "<fail>");  // a whole group after the padding
+    EXPECT_EQ(Decode(L"Zm9vYmFy"), "foobar");
+    unsigned char small[5];
+    int length = 5;
+    EXPECT_EQ(Base64Decode(L"Zm9vYmFy", 8, small, &length), 0);  // the second group does not fit
+}
+
 TEST(Base64, DecoderChecksItsArgumentsAndCapacity) {
     unsigned char out[2];
     int length = 2;
