@@ -464,37 +464,38 @@ CComPtr<I> MakeContainerPart(PartKind kind, const std::shared_ptr<const SourcePa
     return part;
 }
 
+// A new object of class Object answering I, as IUnknown.
+template <class Object, class I>
+CComPtr<IUnknown> MakeObject(PartState state) {
+    CComPtr<IUnknown> object;
+    object.Attach(static_cast<I*>(new Object(std::move(state))));
+    return object;
+}
+
 // A new object of the kind's class over the state (a page without container state).
 CComPtr<IUnknown> MakePartObject(PartKind kind, PartState state) {
-    CComPtr<IUnknown> object;
     switch (kind) {
         case PartKind::PrintTicket:
-            object.Attach(static_cast<IPartPrintTicket*>(new PrintTicketPart(std::move(state))));
-            break;
+            return MakeObject<PrintTicketPart, IPartPrintTicket>(std::move(state));
         case PartKind::Font:
-            object.Attach(static_cast<IPartFont*>(new FontPart(std::move(state))));
-            break;
+            return MakeObject<FontPart, IPartFont>(std::move(state));
         case PartKind::Image:
-            object.Attach(static_cast<IPartImage*>(new ImagePart(std::move(state))));
-            break;
+            return MakeObject<ImagePart, IPartImage>(std::move(state));
         case PartKind::ColorProfile:
-            object.Attach(static_cast<IPartColorProfile*>(new ColorProfilePart(std::move(state))));
-            break;
+            return MakeObject<ColorProfilePart, IPartColorProfile>(std::move(state));
         case PartKind::ResourceDictionary:
-            object.Attach(static_cast<IPartResourceDictionary*>(
-                new ResourceDictionaryPart(std::move(state))));
-            break;
+            return MakeObject<ResourceDictionaryPart, IPartResourceDictionary>(std::move(state));
         case PartKind::Thumbnail:
-            object.Attach(static_cast<IPartThumbnail*>(new ThumbnailPart(std::move(state))));
-            break;
-        case PartKind::Page:
-            object.Attach(
+            return MakeObject<ThumbnailPart, IPartThumbnail>(std::move(state));
+        case PartKind::Page: {
+            CComPtr<IUnknown> page;
+            page.Attach(
                 static_cast<IFixedPage*>(new FixedPagePart(std::move(state), ContainerState{})));
-            break;
+            return page;
+        }
         default:
-            break;
+            return {};
     }
-    return object;
 }
 
 }  // namespace
