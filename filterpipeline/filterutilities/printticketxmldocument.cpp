@@ -3,6 +3,8 @@
 #include "filterpipeline/filterutilities/printticketxmldocument.h"
 
 #include <cwchar>
+#include <initializer_list>
+#include <string>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
 #include "platform/win32/crt.h"
@@ -21,6 +23,59 @@ bool IsEmpty(const wchar_t* text) {
 CComBSTR Join(const wchar_t* first, const wchar_t* second) {
     return PrintSchemaXmlDocument::JoinStrings(first, second);
 }
+
+// Query texts kept per thread. A query is a function of nothing but the lookup and the prefixes
+// and names it is built from, and the tickets of a job's pages declare the same prefixes and are
+// asked the same few questions: a page's lookups then skip expanding the step templates. Only
+// queries that were built (the builder did not throw) are kept, a few recent ones replaced in
+// turn, and none whose parts are long.
+class QueryMemo {
+public:
+    // The query for `parts` (the lookup's name first), built by `build` when not kept. The
+    // reference stays valid until the calling thread's next lookup.
+    template <class Build>
+    static const CComBSTR& Get(std::initializer_list<const wchar_t*> parts, const Build& build) {
+        thread_local QueryMemo memo;
+        return memo.Find(parts, build);
+    }
+
+private:
+    static constexpr std::size_t kEntries = 8;
+    static constexpr std::size_t kMaxKey = 512;
+
+    struct Entry {
+        std::wstring key;
+        CComBSTR query;
+    };
+
+    template <class Build>
+    const CComBSTR& Find(std::initializer_list<const wchar_t*> parts, const Build& build) {
+        // Each part is written after its length, so no two lists of parts give the same key.
+        m_key.clear();
+        for (const wchar_t* part : parts) {
+            const std::size_t length = part == nullptr ? 0 : std::wcslen(part);
+            m_key.push_back(static_cast<wchar_t>(length));
+            if (length != 0) m_key.append(part, length);
+        }
+        for (const Entry& entry : m_entries) {
+            if (entry.query.m_str != nullptr && entry.key == m_key) return entry.query;
+        }
+        Entry& slot = m_entries[m_next];
+        slot.query.Empty();
+        slot.query = build();
+        if (m_key.size() <= kMaxKey) {
+            slot.key = m_key;
+            m_next = (m_next + 1) % kEntries;
+        } else {
+            slot.key.clear();  // used once, then taken by the next query
+        }
+        return slot.query;
+    }
+
+    std::wstring m_key;
+    Entry m_entries[kEntries];
+    std::size_t m_next = 0;
+};
 
 }  // namespace
 
@@ -50,11 +105,15 @@ HRESULT PrintTicketXmlDocument::GetFeatureOption(const wchar_t* featureName, BST
     if (IsEmpty(featureName)) THROW_COM(E_INVALIDARG, kMethod, "");
 
     // The Feature's Option, or the Value of its ScoredProperty "<psk:>OptionName".
-    PrintTicketQueryBuilder builder(FrameworkPrefix());
-    builder.AddFeature(KeywordsPrefix(), featureName);
-    builder.AddOption(KeywordsPrefix());
-    CComBSTR query;
-    builder.GetQuery(&query);
+    const CComBSTR& query =
+        QueryMemo::Get({L"FeatureOption", FrameworkPrefix(), KeywordsPrefix(), featureName}, [&] {
+            PrintTicketQueryBuilder builder(FrameworkPrefix());
+            builder.AddFeature(KeywordsPrefix(), featureName);
+            builder.AddOption(KeywordsPrefix());
+            CComBSTR built;
+            builder.GetQuery(&built);
+            return built;
+        });
     CComPtr<IXMLDOMNode> node;
     if (GetNode(query, &node) == S_FALSE) return kNotFound;
 
@@ -130,11 +189,16 @@ HRESULT PrintTicketXmlDocument::GetScoredPropertyValue(const wchar_t* featureNam
     static constexpr wchar_t kMethod[] = L"PrintTicketXmlDocument::GetScoredPropertyValue";
     if (value == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(featureName) || IsEmpty(propertyName)) THROW_COM(E_INVALIDARG, kMethod, "");
-    PrintTicketQueryBuilder builder(FrameworkPrefix());
-    builder.AddFeature(KeywordsPrefix(), featureName);
-    builder.AddScoredProperty(KeywordsPrefix(), propertyName);
-    CComBSTR query;
-    builder.GetQuery(&query);
+    const CComBSTR& query = QueryMemo::Get(
+        {L"ScoredPropertyValue", FrameworkPrefix(), KeywordsPrefix(), featureName, propertyName},
+        [&] {
+            PrintTicketQueryBuilder builder(FrameworkPrefix());
+            builder.AddFeature(KeywordsPrefix(), featureName);
+            builder.AddScoredProperty(KeywordsPrefix(), propertyName);
+            CComBSTR built;
+            builder.GetQuery(&built);
+            return built;
+        });
     const HRESULT hr = GetNodeValue(query, value);
     return hr == S_FALSE ? kNotFound : hr;
 }
@@ -176,11 +240,15 @@ HRESULT PrintTicketXmlDocument::GetParameterInitNodeIfExists(const wchar_t* pref
 HRESULT PrintTicketXmlDocument::GetParameterInitValueNodeIfExists(const wchar_t* prefix,
                                                                   const wchar_t* name,
                                                                   IXMLDOMNode** node) {
-    PrintTicketQueryBuilder builder(FrameworkPrefix());
-    builder.AddParameterInit(prefix, name);
-    builder.AddValue();
-    CComBSTR query;
-    builder.GetQuery(&query);
+    const CComBSTR& query =
+        QueryMemo::Get({L"ParameterInitValue", FrameworkPrefix(), prefix, name}, [&] {
+            PrintTicketQueryBuilder builder(FrameworkPrefix());
+            builder.AddParameterInit(prefix, name);
+            builder.AddValue();
+            CComBSTR built;
+            builder.GetQuery(&built);
+            return built;
+        });
     return GetNode(query, node);
 }
 

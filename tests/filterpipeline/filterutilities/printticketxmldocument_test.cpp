@@ -363,3 +363,58 @@ TEST_F(PrintTicketDocumentTest, AppendToElementNeedsAnExistingTarget) {
     EXPECT_EQ(ThrownHresult([&] { m_ticket.AppendToElement(L"", feature); }), E_INVALIDARG);
     EXPECT_EQ(Raw().Count("//psf:Feature[@name='psk:Extra']"), 0u);
 }
+
+// Lookups on tickets that declare other prefixes, asked in turn on one thread: each answers from
+// its own prefixes, however the lookups before it were built.
+TEST(PrintTicketLookupsInTurn, EachTicketAnswersWithItsOwnPrefixes) {
+    const std::wstring otherPrefixes =
+        L" xmlns:f='" + kFramework + L"' xmlns:k='" + kKeywords + L"' xmlns:q='" + kInstance + L"'";
+    CComPtr<IXMLDOMDocument2> usualDom = LoadXml(Ticket(kTicketBody));
+    CComPtr<IXMLDOMDocument2> otherDom = LoadXml(
+        L"<f:PrintTicket" + otherPrefixes +
+        L" version='1'>"
+        L"<f:Feature name='k:PageMediaSize'><f:Option name='k:ISOA3'>"
+        L"<f:ScoredProperty name='k:MediaSizeWidth'><f:Value>297000</f:Value>"
+        L"</f:ScoredProperty></f:Option></f:Feature>"
+        L"<f:ParameterInit name='k:JobCopiesAllDocuments'><f:Value>7</f:Value></f:ParameterInit>"
+        // Written with the usual prefixes, which this ticket binds to nothing Print Schema.
+        L"<psf:Feature xmlns:psf='urn:not-the-framework' name='psk:PageMediaSize'>"
+        L"<psf:Option name='psk:Letter'/></psf:Feature>"
+        L"</f:PrintTicket>");
+    PrintTicketXmlDocument usual(usualDom);
+    PrintTicketXmlDocument other(otherDom);
+    ASSERT_EQ(Wide(other.GetFrameworkNsPrefix()), L"f:");
+
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        for (PrintTicketXmlDocument* ticket : {&usual, &other}) {
+            const bool isUsual = ticket == &usual;
+            CComBSTR option;
+            ASSERT_EQ(ticket->GetFeatureOption(L"PageMediaSize", &option, nullptr), S_OK);
+            EXPECT_EQ(Wide(option), isUsual ? L"ISOA4" : L"ISOA3");
+            int width = 0;
+            ASSERT_EQ(ticket->GetScoredPropertyValue(L"PageMediaSize", L"MediaSizeWidth", &width),
+                      S_OK);
+            EXPECT_EQ(width, isUsual ? 210000 : 297000);
+            CComPtr<IXMLDOMNode> value;
+            ASSERT_EQ(ticket->GetParameterInitValueNodeIfExists(isUsual ? L"psk:" : L"k:",
+                                                                L"JobCopiesAllDocuments", &value),
+                      S_OK);
+            CComBSTR text;
+            ASSERT_EQ(value->get_text(&text), S_OK);
+            EXPECT_EQ(Wide(text), isUsual ? L"2" : L"7");
+            // More distinct lookups than are kept in between: answers do not change.
+            for (int i = 0; i < 12; ++i) {
+                const std::wstring name = L"Absent" + std::to_wstring(i);
+                CComBSTR none;
+                EXPECT_EQ(ticket->GetFeatureOption(name.c_str(), &none, nullptr),
+                          HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
+            }
+        }
+        // A name far longer than anything kept is looked up like any other.
+        const std::wstring longName(2000, L'L');
+        CComBSTR none;
+        EXPECT_EQ(usual.GetFeatureOption(longName.c_str(), &none, nullptr),
+                  HRESULT_FROM_WIN32(ERROR_NOT_FOUND));
+    }
+}
