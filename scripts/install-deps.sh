@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build pkg-config ccache
-    libxml2-dev libzip-dev libminizip-dev zlib1g-dev libcli11-dev
+    libxml2-dev libzip-dev zlib1g-dev libcli11-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev
     mupdf-tools libgxps-utils ghostscript fonts-dejavu-core python3
