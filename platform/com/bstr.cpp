@@ -15,16 +15,18 @@ std::uint32_t* PrefixOf(BSTR text) {
     return reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(text) - kPrefix);
 }
 
-BSTR AllocateBytes(const void* source, std::uint32_t byteLength) {
+enum class Fill { kCopy, kZero, kNone };
+
+BSTR AllocateBytes(const void* source, std::uint32_t byteLength, Fill fill) {
     // Room for the prefix, the bytes, and a full wide NUL, rounded up to whole characters.
     std::size_t total = kPrefix + byteLength + 2 * sizeof(OLECHAR);
     auto* block = static_cast<char*>(std::malloc(total));
     if (block == nullptr) return nullptr;
     std::memcpy(block, &byteLength, kPrefix);
     char* chars = block + kPrefix;
-    if (source != nullptr) {
+    if (fill == Fill::kCopy) {
         std::memcpy(chars, source, byteLength);
-    } else {
+    } else if (fill == Fill::kZero) {
         std::memset(chars, 0, byteLength);
     }
     std::memset(chars + byteLength, 0, 2 * sizeof(OLECHAR));
@@ -45,12 +47,13 @@ BSTR SysAllocString(const OLECHAR* text) {
 
 BSTR SysAllocStringLen(const OLECHAR* text, UINT length) {
     if (length > kMaxChars) return nullptr;
-    return AllocateBytes(text, length * static_cast<std::uint32_t>(sizeof(OLECHAR)));
+    return AllocateBytes(text, length * static_cast<std::uint32_t>(sizeof(OLECHAR)),
+                         text != nullptr ? Fill::kCopy : Fill::kZero);
 }
 
 BSTR SysAllocStringByteLen(const char* bytes, UINT byteLength) {
     if (byteLength > kMaxChars * sizeof(OLECHAR)) return nullptr;
-    return AllocateBytes(bytes, byteLength);
+    return AllocateBytes(bytes, byteLength, bytes != nullptr ? Fill::kCopy : Fill::kZero);
 }
 
 INT SysReAllocString(BSTR* target, const OLECHAR* text) {
@@ -71,9 +74,13 @@ void SysFreeString(BSTR text) {
     if (text != nullptr) std::free(PrefixOf(text));
 }
 
-UINT SysStringByteLen(BSTR text) { return text == nullptr ? 0 : *PrefixOf(text); }
+UINT SysStringByteLen(BSTR text) {
+    return text == nullptr ? 0 : *PrefixOf(text);
+}
 
-UINT SysStringLen(BSTR text) { return SysStringByteLen(text) / sizeof(OLECHAR); }
+UINT SysStringLen(BSTR text) {
+    return SysStringByteLen(text) / sizeof(OLECHAR);
+}
 
 HRESULT VarBstrCmp(BSTR left, BSTR right, LCID /*locale*/, ULONG flags) {
     UINT leftLength = SysStringLen(left);
@@ -88,3 +95,13 @@ HRESULT VarBstrCmp(BSTR left, BSTR right, LCID /*locale*/, ULONG flags) {
     if (leftLength == rightLength) return VARCMP_EQ;
     return leftLength < rightLength ? VARCMP_LT : VARCMP_GT;
 }
+
+namespace platform {
+
+BSTR AllocateBstrToFill(UINT length) {
+    if (length > kMaxChars) return nullptr;
+    return AllocateBytes(nullptr, length * static_cast<std::uint32_t>(sizeof(OLECHAR)),
+                         Fill::kNone);
+}
+
+}  // namespace platform

@@ -25,3 +25,12 @@ inline constexpr ULONG NORM_IGNORECASE = 0x00000001;
 // Ordering is by code point, which is what the user-default locale gives for the Print Schema
 // names compared here; NORM_IGNORECASE folds ASCII and Latin-1 letters.
 HRESULT VarBstrCmp(BSTR left, BSTR right, LCID locale, ULONG flags);
+
+namespace platform {
+
+// A BSTR of `length` characters that are left unset, for a caller that writes every one of them
+// itself (SysAllocStringLen with a null source zero-fills them first). The terminating NUL and
+// the length prefix are set. Null when out of memory or too long.
+BSTR AllocateBstrToFill(UINT length);
+
+}  // namespace platform

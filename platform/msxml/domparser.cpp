@@ -7,6 +7,8 @@
 #include <new>
 
 #include <libxml/SAX2.h>
+#include <libxml/dict.h>
+#include <libxml/parserInternals.h>
 
 #include "platform/msxml/domtree.h"
 #include "platform/msxml/xmltext.h"
@@ -196,6 +198,87 @@ LONG ElementDepth(xmlDocPtr doc) {
     return deepest;
 }
 
+// Parser contexts kept per thread, one per option set, so that loading a document does not
+// build and tear down libxml2's context (its SAX handler and its node, name, namespace and
+// attribute stacks) every time. A context always parses with the same options, so nothing an
+// option sets carries over to a parse with other options; xmlCtxtReset clears the rest of the
+// previous parse's state. Each parse gets a dictionary of its own, which the document takes a
+// reference to: documents never share a dictionary, so editing one on another thread cannot race
+// with a parse here. A context is taken out of the cache while it parses (a load started from a
+// stream's Read callback gets a context of its own), and one whose stacks grew past
+// kMaxKeptStack entries is freed instead of kept.
+class ThreadParserContexts {
+public:
+    ThreadParserContexts() = default;
+    ThreadParserContexts(const ThreadParserContexts&) = delete;
+    ThreadParserContexts& operator=(const ThreadParserContexts&) = delete;
+    ~ThreadParserContexts() {
+        for (xmlParserCtxtPtr& context : m_contexts) {
+            if (context != nullptr) xmlFreeParserCtxt(context);
+            context = nullptr;
+        }
+    }
+
+    // A context for the options (kept or new); null when memory runs out.
+    xmlParserCtxtPtr Take(int options) {
+        xmlParserCtxtPtr& kept = m_contexts[SlotOf(options)];
+        if (kept != nullptr && m_options[SlotOf(options)] == options) {
+            xmlParserCtxtPtr context = kept;
+            kept = nullptr;
+            return context;
+        }
+        return xmlNewParserCtxt();
+    }
+
+    // Takes the context back after a parse with `options`, ready for the next one.
+    void Give(int options, xmlParserCtxtPtr context) {
+        xmlCtxtReset(context);  // frees the input and the strings of the finished parse
+        xmlParserCtxtPtr& kept = m_contexts[SlotOf(options)];
+        if (kept != nullptr || !Reusable(context) || !RenewDictionary(context)) {
+            xmlFreeParserCtxt(context);
+            return;
+        }
+        kept = context;
+        m_options[SlotOf(options)] = options;
+    }
+
+    static ThreadParserContexts& Current() {
+        thread_local ThreadParserContexts contexts;
+        return contexts;
+    }
+
+private:
+    static constexpr int kMaxKeptStack = 1024;
+
+    // White space kept or dropped, and decoded text or bytes: the options that vary.
+    static std::size_t SlotOf(int options) {
+        return ((options & XML_PARSE_NOBLANKS) != 0 ? 1 : 0) +
+               ((options & XML_PARSE_IGNORE_ENC) != 0 ? 2 : 0);
+    }
+
+    static bool Reusable(xmlParserCtxtPtr context) {
+        return context->maxatts <= kMaxKeptStack && context->nsMax <= kMaxKeptStack &&
+               context->nodeMax <= kMaxKeptStack && context->nameMax <= kMaxKeptStack &&
+               context->spaceMax <= kMaxKeptStack && context->inputMax <= kMaxKeptStack;
+    }
+
+    // The finished document holds its own reference to the dictionary it was parsed with; the
+    // context lets go of it and starts the next parse with a fresh one, limited as a new
+    // context's is. The context's cached names ("xml", the xml namespace) still point into the
+    // old dictionary until xmlCtxtReset, which every parse starts with, looks them up again.
+    static bool RenewDictionary(xmlParserCtxtPtr context) {
+        xmlDictPtr fresh = xmlDictCreate();
+        if (fresh == nullptr) return false;
+        xmlDictSetLimit(fresh, XML_MAX_DICTIONARY_LIMIT);
+        xmlDictFree(context->dict);
+        context->dict = fresh;
+        return true;
+    }
+
+    xmlParserCtxtPtr m_contexts[4] = {};
+    int m_options[4] = {};
+};
+
 }  // namespace
 
 xmlDocPtr ParseDocument(const ParseSource& source, bool preserveWhiteSpace, ParseErrorInfo& error) {
@@ -208,7 +291,9 @@ xmlDocPtr ParseDocument(const ParseSource& source, bool preserveWhiteSpace, Pars
         error.reason = "The XML source is too large.";
         return nullptr;
     }
-    xmlParserCtxtPtr context = xmlNewParserCtxt();
+    const int options = SafeParseOptions(preserveWhiteSpace, source.decoded);
+    ThreadParserContexts& contexts = ThreadParserContexts::Current();
+    xmlParserCtxtPtr context = contexts.Take(options);
     if (context == nullptr) {
         error.code = E_OUTOFMEMORY;
         error.reason = "Out of memory.";
@@ -217,7 +302,6 @@ xmlDocPtr ParseDocument(const ParseSource& source, bool preserveWhiteSpace, Pars
     xmlDocPtr doc = nullptr;
     {
         ParserGuard guard(context);
-        int options = SafeParseOptions(preserveWhiteSpace, source.decoded);
         const char* url = source.url.empty() ? nullptr : source.url.c_str();
         if (source.stream != nullptr || source.file != nullptr) {
             SourceReader reader{&source, &guard};
@@ -236,7 +320,7 @@ xmlDocPtr ParseDocument(const ParseSource& source, bool preserveWhiteSpace, Pars
             doc = nullptr;
         }
     }
-    xmlFreeParserCtxt(context);
+    contexts.Give(options, context);
     if (doc != nullptr && source.maxDepth > 0 && source.maxDepth < 256 &&
         ElementDepth(doc) > source.maxDepth) {
         xmlFreeDoc(doc);
