@@ -3,6 +3,7 @@
 #include "filterpipeline/filterutilities/printschemaxmldocument.h"
 
 #include <cwchar>
+#include <iterator>
 #include <string>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
@@ -64,9 +65,15 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::PrintSchemaXmlDocument";
     if (!m_document) return;
 
-    THROW_COM_IF_FAILED(
-        m_document->setProperty(CComBSTR(L"SelectionLanguage"), CComVariant(L"XPath")), kMethod,
-        "");
+    // The property's name and value are the same for every document: made once, lent to each
+    // call.
+    static const CComBSTR language(L"SelectionLanguage");
+    static const CComBSTR xpath(L"XPath");
+    VARIANT languageValue;
+    VariantInit(&languageValue);
+    languageValue.vt = VT_BSTR;
+    languageValue.bstrVal = xpath.m_str;
+    THROW_COM_IF_FAILED(m_document->setProperty(language, languageValue), kMethod, "");
     // Until the document's own framework prefix is known, the root is looked up as "psf".
     SetSelectionNamespace(kMethod, L"psf");
     // The root is the first rootName element of the framework namespace in document order. The
@@ -123,15 +130,27 @@ CComPtr<IXMLDOMNode> PrintSchemaXmlDocument::DocumentElementIfRoot(const wchar_t
 
 void PrintSchemaXmlDocument::SetSelectionNamespace(const wchar_t* method,
                                                    const wchar_t* prefixWithoutColon) {
-    // "xmlns:%s='%s'" with the prefix and the framework namespace.
-    std::wstring text(L"xmlns:");
-    text += prefixWithoutColon;
-    text += L"='";
-    text += PrintSchema::FrameworkNamespaceUri;
-    text += L"'";
-    const CComBSTR name(L"SelectionNamespaces");
-    const CComBSTR namespaces(static_cast<int>(text.size()), text.data());
-    // The value is lent to the call, as a VARIANT argument is: no copy of the string.
+    // "xmlns:%s='%s'" with the prefix and the framework namespace, written straight into the
+    // one string the call gets.
+    static constexpr wchar_t kHead[] = L"xmlns:";
+    static constexpr wchar_t kMiddle[] = L"='";
+    const std::size_t headLength = std::size(kHead) - 1;
+    const std::size_t middleLength = std::size(kMiddle) - 1;
+    const std::size_t prefixLength =
+        IsEmpty(prefixWithoutColon) ? 0 : std::wcslen(prefixWithoutColon);
+    const std::size_t uriLength = std::wcslen(PrintSchema::FrameworkNamespaceUri);
+    const std::size_t length = headLength + prefixLength + middleLength + uriLength + 1;
+    CComBSTR namespaces;
+    namespaces.Attach(::SysAllocStringLen(nullptr, static_cast<UINT>(length)));
+    if (!namespaces) THROW_COM(E_OUTOFMEMORY, method, "");
+    wchar_t* out = namespaces.m_str;
+    out = std::wmemcpy(out, kHead, headLength) + headLength;
+    if (prefixLength != 0) out = std::wmemcpy(out, prefixWithoutColon, prefixLength) + prefixLength;
+    out = std::wmemcpy(out, kMiddle, middleLength) + middleLength;
+    out = std::wmemcpy(out, PrintSchema::FrameworkNamespaceUri, uriLength) + uriLength;
+    *out = L'\'';
+    // Name and value are lent to the call, as a VARIANT argument is: no copies of the strings.
+    static const CComBSTR name(L"SelectionNamespaces");
     VARIANT value;
     VariantInit(&value);
     value.vt = VT_BSTR;

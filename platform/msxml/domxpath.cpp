@@ -259,10 +259,23 @@ std::size_t XPathEngine::CachedExpressions() {
     return ThisThread().Size();
 }
 
+const std::shared_ptr<const XPathEngine::Declarations>& XPathEngine::NoDeclarations() {
+    static const std::shared_ptr<const Declarations> none = std::make_shared<Declarations>();
+    return none;
+}
+
 HRESULT XPathEngine::SetSelectionNamespaces(std::wstring_view text) {
     // The same declarations again (every wrapper of a document sets them): nothing changes.
-    if (m_namespacesVersion != 0 && text == m_namespacesText) return S_OK;
-    std::vector<std::pair<std::string, std::string>> parsed;
+    if (m_declarations->version != 0 && text == m_declarations->text) return S_OK;
+    // Every page's ticket declares the same prefixes: the declarations last parsed on this
+    // thread are shared rather than parsed again, and keep their version, so the thread's
+    // evaluation context need not register them anew for each document.
+    thread_local std::shared_ptr<const Declarations> lastParsed;
+    if (lastParsed != nullptr && text == lastParsed->text) {
+        m_declarations = lastParsed;
+        return S_OK;
+    }
+    auto parsed = std::make_shared<Declarations>();
     std::size_t i = 0;
     const std::size_t n = text.size();
     auto skipSpace = [&] {
@@ -297,19 +310,21 @@ HRESULT XPathEngine::SetSelectionNamespaces(std::wstring_view text) {
         if (i < n && !IsSpace(text[i])) return E_FAIL;
         // XPath 1.0 has no default namespace for names: a default declaration changes nothing.
         if (!prefix.empty()) {
-            parsed.emplace_back(ToUtf8(prefix.data(), prefix.size()),
-                                ToUtf8(uri.data(), uri.size()));
+            parsed->prefixes.emplace_back(ToUtf8(prefix.data(), prefix.size()),
+                                          ToUtf8(uri.data(), uri.size()));
         }
     }
-    m_namespaces = std::move(parsed);
-    m_namespacesText.assign(text);
-    m_namespacesVersion = ++g_namespaceSets;
+    parsed->text.assign(text);
+    parsed->version = ++g_namespaceSets;
+    m_declarations = parsed;
+    lastParsed = std::move(parsed);
     return S_OK;
 }
 
 xmlXPathObjectPtr XPathEngine::Evaluate(xmlXPathCompExprPtr compiled, Tree* tree,
                                         xmlNode* context) {
-    xmlXPathContextPtr xpath = ThisThread().Evaluation(m_namespacesVersion, m_namespaces);
+    xmlXPathContextPtr xpath =
+        ThisThread().Evaluation(m_declarations->version, m_declarations->prefixes);
     if (xpath == nullptr) return nullptr;
     xpath->doc = tree->Doc();
     xpath->node = context;
@@ -328,7 +343,7 @@ HRESULT XPathEngine::Select(Tree* tree, xmlNode* context, BSTR expression, bool 
     const ThreadXPath::Prepared prepared = ThisThread().Prepare(text);
     if (prepared.compiled == nullptr) return E_FAIL;
     if (prepared.simple != nullptr &&
-        prepared.simple->Select(tree->Doc(), context, m_namespaces, firstOnly, nodes) ==
+        prepared.simple->Select(tree->Doc(), context, m_declarations->prefixes, firstOnly, nodes) ==
             SimplePaths::Outcome::Evaluated) {
         return S_OK;
     }

@@ -7,6 +7,7 @@
 #include <libxml/xpath.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,10 +30,10 @@ public:
     // and has no effect, as XPath 1.0 names without prefix are in no namespace). E_FAIL when the
     // text does not have that form; the previous value then stays.
     HRESULT SetSelectionNamespaces(std::wstring_view text);
-    const std::wstring& SelectionNamespaces() const { return m_namespacesText; }
-    // Identifies the current declarations: a new process-wide unique value on every change
-    // (setting the same text again is none); 0 while none were ever set.
-    std::uint64_t NamespacesVersion() const { return m_namespacesVersion; }
+    const std::wstring& SelectionNamespaces() const { return m_declarations->text; }
+    // Identifies the current declarations: a process-wide unique value for each parsed text
+    // (setting the same text again is no change); 0 while none were ever set.
+    std::uint64_t NamespacesVersion() const { return m_declarations->version; }
 
     // selectSingleNode: S_OK and the first node in document order, S_FALSE and null when nothing
     // matches, E_FAIL for an expression that does not compile or does not select nodes.
@@ -49,9 +50,19 @@ private:
                    std::vector<xmlNode*>& nodes);
     xmlXPathObjectPtr Evaluate(xmlXPathCompExprPtr compiled, Tree* tree, xmlNode* context);
 
-    std::vector<std::pair<std::string, std::string>> m_namespaces;
-    std::wstring m_namespacesText;
-    std::uint64_t m_namespacesVersion = 0;
+public:
+    // A parsed SelectionNamespaces text: the text, its prefixes and URIs (UTF-8), and its
+    // version. Never changed once made, so documents (on any thread) share it.
+    struct Declarations {
+        std::wstring text;
+        std::vector<std::pair<std::string, std::string>> prefixes;
+        std::uint64_t version = 0;
+    };
+
+private:
+    std::shared_ptr<const Declarations> m_declarations = NoDeclarations();
+
+    static const std::shared_ptr<const Declarations>& NoDeclarations();
 };
 
 // Number of XPath compilations in this process (diagnostics: shows the cache working).

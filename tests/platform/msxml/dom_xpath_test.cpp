@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "msxml_test_support.h"
 
@@ -315,4 +316,52 @@ TEST(DomXPath, ContextNodesOfEveryKindCanBeQueried) {
     ASSERT_EQ(doc->createElement(CComBSTR(L"inner"), &child), S_OK);
     ASSERT_EQ(loose->appendChild(child, nullptr), S_OK);
     EXPECT_EQ(Name(Select(loose, L"inner").p), L"inner");
+}
+
+TEST(DomXPath, DocumentsWithTheSameDeclarationsKeepThemApart) {
+    constexpr wchar_t kOther[] = L"xmlns:psf='urn:other'";
+    auto first = Parsed(kTicket);
+    auto second = Parsed(kTicket);
+    SetNamespaces(first, kFrameworkNs);
+    SetNamespaces(second, kFrameworkNs);  // the same text: the declarations are shared
+    EXPECT_EQ(Name(Select(first, L"/psf:PrintTicket").p), L"psf:PrintTicket");
+    EXPECT_EQ(Name(Select(second, L"/psf:PrintTicket").p), L"psf:PrintTicket");
+
+    // One document moves to other declarations: the other keeps its own, queries alternating
+    // between them on the same thread each use the right ones.
+    const unsigned long long before = platform::DomDocumentChangeStamp(second);
+    SetNamespaces(first, kOther);
+    EXPECT_EQ(platform::DomDocumentChangeStamp(second), before);
+    for (int round = 0; round < 2; ++round) {
+        CComPtr<IXMLDOMNode> none;
+        EXPECT_EQ(first->selectSingleNode(CComBSTR(L"/psf:PrintTicket"), &none), S_FALSE);
+        EXPECT_EQ(none, nullptr);
+        EXPECT_EQ(Name(Select(second, L"/psf:PrintTicket").p), L"psf:PrintTicket");
+    }
+
+    // Back to the text another document parsed meanwhile: the stamp moves again, and what the
+    // property reports is this document's text.
+    const unsigned long long other = platform::DomDocumentChangeStamp(first);
+    auto third = Parsed(kTicket);
+    SetNamespaces(third, kFrameworkNs);
+    SetNamespaces(first, kFrameworkNs);
+    EXPECT_NE(platform::DomDocumentChangeStamp(first), other);
+    EXPECT_EQ(Name(Select(first, L"/psf:PrintTicket").p), L"psf:PrintTicket");
+    CComVariant stored;
+    ASSERT_EQ(first->getProperty(CComBSTR(L"SelectionNamespaces"), &stored), S_OK);
+    EXPECT_EQ(Str(stored.bstrVal), kFrameworkNs);
+
+    // A document whose declarations were set on another thread is queried here as usual.
+    CComPtr<IXMLDOMDocument2> elsewhere;
+    std::thread worker([&elsewhere] {
+        elsewhere = Parsed(kTicket);
+        SetNamespaces(elsewhere,
+                      L"xmlns:f='http://schemas.microsoft.com/windows/2003/08/"
+                      L"printing/printschemaframework'");
+    });
+    worker.join();
+    CComPtr<IXMLDOMNode> none;
+    EXPECT_EQ(elsewhere->selectSingleNode(CComBSTR(L"/psf:PrintTicket"), &none), E_FAIL);
+    EXPECT_EQ(Name(Select(elsewhere, L"/f:PrintTicket/f:Feature/f:Option[@name = 'psk:ISOA4']").p),
+              L"psf:Option");
 }
