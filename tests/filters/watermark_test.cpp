@@ -366,6 +366,54 @@ TEST(WatermarkPageRewriter, EscapingAgreesWithEscapeEntityAndTheUtf8Converter) {
     EXPECT_EQ(platform::WideToUtf8(units), rewriter->Output());
 }
 
+TEST(WatermarkPageRewriter, PlainRunsAroundEveryKindOfCharacterAtEveryPosition) {
+    // Plain ASCII goes sixteen characters at a time; a block holding anything else must fall
+    // back exactly where it is, whatever the length of the text and wherever in a block the
+    // character sits.
+    const wchar_t specials[] = {L'&',   L'<',    L'>',     L'"',      L'\'',  L'\t',
+                                L'\n',  L'\r',   0x01,     0x1F,      0x7F,   0x80,
+                                0xE9,   0x20AC,  0x1F600,  0x10FFFF,  0x7FFF, 0x8000,
+                                0xFFFF, 0x10000, 0x110000, 0x7FFFFFFF};
+    for (const std::size_t length : {16u, 17u, 31u, 32u, 33u, 47u, 48u, 70u}) {
+        for (std::size_t position = 0; position < length; ++position) {
+            for (const wchar_t special : specials) {
+                std::wstring text;
+                for (std::size_t i = 0; i < length; ++i) text += L"M 0,9 Zabcxyz#"[i % 14];
+                text[position] = special;
+                CComPtr<PageRewriter> rewriter;
+                rewriter.Attach(new PageRewriter(nullptr));
+                rewriter->AppendEscaped(text);
+                std::string expected;
+                if (special > 0x10FFFF) {
+                    // Beyond Unicode: the replacement character, as the platform converter.
+                    std::wstring before = text.substr(0, position);
+                    std::wstring after = text.substr(position + 1);
+                    expected = ReferenceEscape(before) + "\xEF\xBF\xBD" + ReferenceEscape(after);
+                } else {
+                    expected = ReferenceEscape(text);
+                }
+                ASSERT_EQ(expected, rewriter->Output())
+                    << "length " << length << " position " << position << " character "
+                    << static_cast<long>(special);
+                // Unescaped, the same text is only encoded.
+                CComPtr<PageRewriter> raw;
+                raw.Attach(new PageRewriter(nullptr));
+                raw->AppendRaw(text);
+                if (special <= 0x10FFFF) {
+                    ASSERT_EQ(platform::WideToUtf8(text), raw->Output());
+                }
+            }
+        }
+    }
+    // Control characters other than tab, line feed and carriage return are copied as they are.
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter(nullptr));
+    const std::wstring controls =
+        std::wstring(20, L'a') + L'\x01' + L'\x1F' + std::wstring(20, L'b');
+    rewriter->AppendEscaped(controls);
+    EXPECT_EQ(platform::WideToUtf8(controls), rewriter->Output());
+}
+
 TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
     const std::string first =
         "<FixedPage Width=\"10\" Height=\"20\" xmlns=\"http://schemas.microsoft.com/xps/2005/06\">"

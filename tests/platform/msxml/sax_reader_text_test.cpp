@@ -1,5 +1,5 @@
 // sax_reader_text_test.cpp: the SAX reader's conversion of names, attributes and text to wide
-// strings: ASCII and other characters at every offset of the eight-byte blocks, invalid bytes,
+// strings: ASCII and other characters at every offset of the sixteen-byte blocks, invalid bytes,
 // attributes converted on request whose strings stay valid through the callback, buffers reused
 // from element to element, and element names of many kinds (more than the name cache holds).
 #include <gtest/gtest.h>
@@ -99,18 +99,21 @@ HRESULT ParseBytes(const std::string& bytes, Collector* collector) {
 TEST(SaxReaderText, OtherCharactersAtEveryOffsetConvertExactly) {
     const std::vector<std::string> others = {"\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"};
     const std::vector<std::wstring> wide = {L"\u00E9", L"\u4E2D", std::wstring(1, 0x1F600)};
+    // Lengths around one, two and three sixteen-byte blocks, the character at every offset.
     for (std::size_t kind = 0; kind < others.size(); ++kind) {
-        for (std::size_t at = 0; at < 20; ++at) {
-            std::string value(20, 'v');
-            std::wstring expected(20, L'v');
-            value.replace(at, 1, others[kind]);
-            expected.replace(at, 1, wide[kind]);
-            CComPtr<Collector> collector;
-            collector.Attach(new Collector());
-            ASSERT_EQ(S_OK, ParseBytes("<a n=\"" + value + "\">" + value + "</a>", collector));
-            ASSERT_EQ(1u, collector->attributes.size());
-            EXPECT_EQ(L"n=" + expected + L"||n", collector->attributes[0]) << kind << " " << at;
-            EXPECT_EQ(expected, collector->text) << kind << " " << at;
+        for (const std::size_t length : {20u, 33u, 48u}) {
+            for (std::size_t at = 0; at < length; ++at) {
+                std::string value(length, 'v');
+                std::wstring expected(length, L'v');
+                value.replace(at, 1, others[kind]);
+                expected.replace(at, 1, wide[kind]);
+                CComPtr<Collector> collector;
+                collector.Attach(new Collector());
+                ASSERT_EQ(S_OK, ParseBytes("<a n=\"" + value + "\">" + value + "</a>", collector));
+                ASSERT_EQ(1u, collector->attributes.size());
+                EXPECT_EQ(L"n=" + expected + L"||n", collector->attributes[0]) << kind << " " << at;
+                EXPECT_EQ(expected, collector->text) << kind << " " << at;
+            }
         }
     }
 }
