@@ -10,7 +10,8 @@ XDG_CONFIG_HOME, then times on the same job:
              a text watermark inserted, the font part written once)
 
 and reports pages per second of both and their ratio (target: watermark >= 0.5 x baseline),
-with the machine's load average before and after (the pipeline uses every core it gets, the
+with the cores the pipeline kept busy (its CPU time over its wall time) and the machine's load
+average before and after (the pipeline uses every core it gets, the
 copy one, so a loaded machine lowers the ratio).
 
 usage: watermark_bench.py [--build build/release] [--pages 200] [--lines 20] [--repeat 3]
@@ -30,18 +31,22 @@ RECOMPRESS = ("import sys, zipfile\n"
               "        sys.argv[2], 'w', zipfile.ZIP_DEFLATED, compresslevel=1) as dst:\n"
               "    for info in src.infolist():\n"
               "        dst.writestr(info.filename, src.read(info))\n")
-MEASURE = ("import subprocess, sys, time\n"
+# Wall time, exit status and CPU time (user + system, all threads) of one run of a command.
+MEASURE = ("import resource, subprocess, sys, time\n"
            "start = time.perf_counter()\n"
            "result = subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL)\n"
-           "print(time.perf_counter() - start, result.returncode)\n")
+           "wall = time.perf_counter() - start\n"
+           "usage = resource.getrusage(resource.RUSAGE_CHILDREN)\n"
+           "print(wall, result.returncode, usage.ru_utime + usage.ru_stime)\n")
 
 
 def measure(command, env):
+    """(wall seconds, CPU seconds) of one run."""
     out = subprocess.run([sys.executable, "-c", MEASURE] + command, capture_output=True,
                          text=True, check=True, env=env).stdout.split()
     if out[1] != "0":
         raise SystemExit(f"failed ({out[1]}): {' '.join(command)}")
-    return float(out[0])
+    return float(out[0]), float(out[2])
 
 
 def main():
@@ -75,9 +80,9 @@ def main():
     env = dict(os.environ, XDG_CONFIG_HOME=config)
 
     load_before = os.getloadavg()[0]
-    base = min(measure([sys.executable, "-c", RECOMPRESS, job, os.path.join(work, "copy.xps")],
+    base, _ = min(measure([sys.executable, "-c", RECOMPRESS, job, os.path.join(work, "copy.xps")],
                        env) for _ in range(args.repeat))
-    run = min(measure([xpsfilter, "run", "-q", "--pipeline",
+    run, run_cpu = min(measure([xpsfilter, "run", "-q", "--pipeline",
                        os.path.join(ROOT, "samples", "pipelines", "watermark.xml"),
                        "--ticket", ticket, job, os.path.join(work, "out.xps")], env)
               for _ in range(args.repeat))
@@ -87,6 +92,8 @@ def main():
     print(f"{'inflate + deflate-1 copy':28} {base:8.3f} {args.pages / base:9.1f}")
     print(f"{'watermark pipeline':28} {run:8.3f} {args.pages / run:9.1f}")
     print(f"watermark / copy pages per second: {base / run:.2f} (target >= 0.5)")
+    print(f"cores in use by the watermark pipeline: {run_cpu / run:.2f} "
+          f"(CPU time {run_cpu:.3f} s over wall time)")
     print(f"load average: {load_before:.2f} before, {os.getloadavg()[0]:.2f} after "
           f"({os.cpu_count()} cores)")
 
