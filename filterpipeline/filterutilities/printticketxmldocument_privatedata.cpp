@@ -2,8 +2,10 @@
 // private-keyword ParameterInits: the CRC-framed job device mode "JobZorunDriverData", the page
 // device mode snapshot "PageDevmodeSnapshot" and the maker's job ticket "JobZorunZjifJobTicket".
 // See docs/privatedata.md for the formats.
+#include <climits>
 #include <cstring>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "filterpipeline/filterutilities/oemdevmode.h"
@@ -76,9 +78,31 @@ static void ReadBase64ParameterInit(PrintTicketXmlDocument& ticket, const wchar_
     CComPtr<IXMLDOMNode> value;
     if (ticket.GetParameterInitValueNodeIfExists(prefix, name, &value) != S_OK || !value) return;
 
-    CComBSTR text;
-    THROW_COM_IF_FAILED(value->get_text(&text), method, "");
-    int length = static_cast<int>(text.Length());
+    // The text goes into a buffer the thread keeps: a device mode's base64 is kilobytes, read
+    // page after page. A node of another DOM is read through get_text. A buffer grown past
+    // kKeptChars by an unusual ticket is let go after the call.
+    constexpr std::size_t kKeptChars = 64 * 1024;
+    thread_local std::wstring buffer;
+    struct ReleaseLarge {
+        std::wstring& kept;
+        ~ReleaseLarge() {
+            if (kept.capacity() > kKeptChars) std::wstring().swap(kept);
+        }
+    } releaseLarge{buffer};
+    CComBSTR foreign;
+    const wchar_t* text = nullptr;
+    int length = 0;
+    const HRESULT read = platform::DomNodeText(value, buffer);
+    if (read == E_NOINTERFACE) {
+        THROW_COM_IF_FAILED(value->get_text(&foreign), method, "");
+        text = foreign;
+        length = static_cast<int>(foreign.Length());
+    } else {
+        THROW_COM_IF_FAILED(read, method, "");
+        if (buffer.size() > static_cast<std::size_t>(INT_MAX)) THROW_COM(E_OUTOFMEMORY, method, "");
+        text = buffer.c_str();
+        length = static_cast<int>(buffer.size());
+    }
     if (length == 0) return;
     out.resize(static_cast<std::size_t>(ZorunUtilities::Base64DecodeGetRequiredLength(length)));
     int decoded = static_cast<int>(out.size());

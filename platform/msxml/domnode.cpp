@@ -769,8 +769,7 @@ std::string NodeCore::Text() const {
     }
 }
 
-HRESULT NodeCore::GetText(BSTR* text) {
-    if (text == nullptr) return E_INVALIDARG;
+std::string_view NodeCore::TextView(std::string& scratch) const {
     // An element holding one text node (a Value, a device mode's base64) is read straight from
     // that node: the same text as Text() gives, without gathering it into a copy first.
     const xmlNode* only = m_node->type == XML_ELEMENT_NODE ? m_node->children : nullptr;
@@ -778,9 +777,21 @@ HRESULT NodeCore::GetText(BSTR* text) {
         (only->type == XML_TEXT_NODE || only->type == XML_CDATA_SECTION_NODE)) {
         const std::string_view content = View(only->content);
         const bool preserve = Owner()->PreserveWhiteSpace() || xmlNodeGetSpacePreserve(m_node) == 1;
-        return ReturnBstr(preserve ? content : TrimXmlSpace(content), text);
+        return preserve ? content : TrimXmlSpace(content);
     }
-    return ReturnBstr(Text(), text);
+    scratch = Text();
+    return scratch;
+}
+
+HRESULT NodeCore::GetText(BSTR* text) {
+    if (text == nullptr) return E_INVALIDARG;
+    std::string scratch;
+    return ReturnBstr(TextView(scratch), text);
+}
+
+HRESULT NodeCore::GetText(std::wstring& text) {
+    std::string scratch;
+    return AssignWide(text, TextView(scratch)) ? S_OK : E_OUTOFMEMORY;
 }
 
 HRESULT NodeCore::PutText(BSTR text) {
@@ -1351,3 +1362,18 @@ HRESULT NamespaceAttribute::QueryBase(REFIID iid, void** object) {
 }
 
 }  // namespace platform::msxml
+
+namespace platform {
+
+HRESULT DomNodeText(IXMLDOMNode* node, std::wstring& text) {
+    if (node == nullptr) return E_INVALIDARG;
+    msxml::NodeCore* core = msxml::NodeCore::From(node);
+    if (core == nullptr) return E_NOINTERFACE;
+    try {
+        return core->GetText(text);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+}  // namespace platform

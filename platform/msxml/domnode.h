@@ -84,6 +84,8 @@ public:
     HRESULT CloneNode(VARIANT_BOOL deep, IXMLDOMNode** clone);
     HRESULT GetNodeTypeString(BSTR* text);
     HRESULT GetText(BSTR* text);
+    // The same text into a string the caller reuses (platform::DomNodeText).
+    HRESULT GetText(std::wstring& text);
     HRESULT PutText(BSTR text);
     HRESULT GetSpecified(VARIANT_BOOL* specified);
     HRESULT GetNodeTypedValue(VARIANT* value);
@@ -99,6 +101,9 @@ public:
 
     // The node's text as MSXML's `text` gives it (UTF-8).
     std::string Text() const;
+    // What the text property gives, as UTF-8: a view of the node's own text when an element holds
+    // a single text node, else Text() gathered into `scratch`.
+    std::string_view TextView(std::string& scratch) const;
     // Inserts newChild before ref (null: append) under this node; `replacing` is a child about
     // to be removed (it does not count as the document's root element).
     HRESULT Insert(IXMLDOMNode* newChild, xmlNode* ref, IXMLDOMNode** out,

@@ -4,6 +4,8 @@
 // IDispatch is only an identity here: no automation (DISPIDs, Invoke) is offered.
 #pragma once
 
+#include <string>
+
 #include "platform/com/bstr.h"
 #include "platform/com/guid.h"
 #include "platform/com/unknown.h"
@@ -422,6 +424,13 @@ HRESULT CreateSaxXmlReader60(REFIID iid, void** object);
 // decoded value) reuses them while the stamp stays the same. 0 for a document object that is
 // not this library's DOMDocument: nothing can be known about it, so nothing is reused.
 unsigned long long DomDocumentChangeStamp(IXMLDOMDocument* document);
+
+// The text property of a node of this library's DOM (what get_text gives), written into
+// `text`, whose storage is reused: for code that reads kilobytes of text (a device mode's base64)
+// page after page without a string allocated each time. E_INVALIDARG for a null node;
+// E_NOINTERFACE for a node of another implementation or a namespace declaration, which the caller
+// then reads through get_text; E_OUTOFMEMORY.
+HRESULT DomNodeText(IXMLDOMNode* node, std::wstring& text);
 
 // How many XPath expressions this process has compiled (diagnostics: a query repeated on a
 // document is compiled once; see docs/msxml.md for the cache).

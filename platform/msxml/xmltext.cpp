@@ -112,6 +112,22 @@ BSTR AllocBstr(std::string_view utf8) {
     return out;
 }
 
+bool AssignWide(std::wstring& out, std::string_view utf8) {
+    if (IsAscii(utf8)) {
+        // Growing a string writes only the characters it did not have: a buffer reused for text
+        // of about the same length is widened into without being cleared first.
+        out.resize(utf8.size());
+        Widen(out.data(), reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size());
+        return true;
+    }
+    // Text beyond ASCII takes AllocBstr's own path, so both give the same characters.
+    BSTR wide = AllocBstr(utf8);
+    if (wide == nullptr) return false;
+    out.assign(wide, SysStringLen(wide));
+    SysFreeString(wide);
+    return true;
+}
+
 HRESULT ReturnBstr(std::string_view utf8, BSTR* out) {
     *out = AllocBstr(utf8);
     return *out == nullptr ? E_OUTOFMEMORY : S_OK;

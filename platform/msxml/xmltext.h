@@ -30,6 +30,9 @@ inline const unsigned char* XmlStr(const std::string& text) {
 // A BSTR holding the UTF-8 text (decoded straight into the BSTR, one allocation). Null on
 // out-of-memory.
 BSTR AllocBstr(std::string_view utf8);
+// The characters AllocBstr gives, into a string whose storage is reused. False on
+// out-of-memory (or throws std::bad_alloc while growing `out`).
+bool AssignWide(std::wstring& out, std::string_view utf8);
 // Stores a new BSTR into *out: S_OK, or E_OUTOFMEMORY.
 HRESULT ReturnBstr(std::string_view utf8, BSTR* out);
 // A BSTR (or any wide string, null being empty) as UTF-8.

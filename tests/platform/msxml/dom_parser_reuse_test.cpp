@@ -1,7 +1,8 @@
 // dom_parser_reuse_test.cpp: loads that follow one another on a thread (which reuses its parser
 // state) stay independent: errors, white-space modes, declarations and very wide elements do not
 // carry over, documents outlive the thread that parsed them, a load started from inside a
-// stream's Read works, and text of every length comes back whole as wide strings.
+// stream's Read works, and text of every length comes back whole as wide strings, also when read
+// into a reused string (platform::DomNodeText).
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -230,4 +231,42 @@ TEST(DomParserReuse, TextOfEveryLengthComesBackWhole) {
             EXPECT_EQ(value.bstrVal[SysStringLen(value.bstrVal)], L'\0');
         }
     }
+}
+
+TEST(DomNodeText, GivesWhatGetTextGivesIntoAReusedString) {
+    auto doc = Parsed(
+        L"<r xmlns:p='urn:p' a=' spaced '><v>  abc  </v><m>x<b>y</b> z </m>"
+        L"<c><![CDATA[ <raw> ]]></c><u>\u00E9t\u00E9 \U0001F600</u><e/>"
+        L"<k xml:space='preserve'>  kept  </k></r>");
+    std::wstring reused(5000, L'#');  // longer than every text below: must shrink to each
+    const wchar_t* queries[] = {L"/r/v", L"/r/m",  L"/r/c",           L"/r/u", L"/r/e",
+                                L"/r/k", L"/r/@a", L"/r/m/text()[1]", L"/r",   L"/"};
+    for (const wchar_t* query : queries) {
+        SCOPED_TRACE(testing::Message() << Str(CComBSTR(query)));
+        CComPtr<IXMLDOMNode> node;
+        ASSERT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_OK);
+        CComBSTR expected;
+        ASSERT_EQ(node->get_text(&expected), S_OK);
+        ASSERT_EQ(platform::DomNodeText(node, reused), S_OK);
+        EXPECT_EQ(reused, Str(expected));
+    }
+
+    // With white space preserved the single-text fast path keeps the spaces too.
+    ASSERT_EQ(doc->put_preserveWhiteSpace(VARIANT_TRUE), S_OK);
+    CComPtr<IXMLDOMNode> v;
+    ASSERT_EQ(doc->selectSingleNode(CComBSTR(L"/r/v"), &v), S_OK);
+    ASSERT_EQ(platform::DomNodeText(v, reused), S_OK);
+    EXPECT_EQ(reused, L"  abc  ");
+
+    // A namespace declaration and a null node are not read here; the string is left alone.
+    CComPtr<IXMLDOMElement> root;
+    ASSERT_EQ(doc->get_documentElement(&root), S_OK);
+    CComPtr<IXMLDOMNamedNodeMap> attributes;
+    ASSERT_EQ(root->get_attributes(&attributes), S_OK);
+    CComPtr<IXMLDOMNode> declaration;
+    ASSERT_EQ(attributes->getNamedItem(CComBSTR(L"xmlns:p"), &declaration), S_OK);
+    reused = L"unchanged";
+    EXPECT_EQ(platform::DomNodeText(declaration, reused), E_NOINTERFACE);
+    EXPECT_EQ(platform::DomNodeText(nullptr, reused), E_INVALIDARG);
+    EXPECT_EQ(reused, L"unchanged");
 }
