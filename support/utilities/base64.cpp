@@ -1,4 +1,5 @@
 // base64.cpp: base64 encoding and decoding into caller buffers, with ATL's length rules.
+#include <algorithm>
 #include <cstdint>
 
 #include "support/utilities/zorunutilities.h"
@@ -18,18 +19,47 @@ constexpr int DecodeValue(wchar_t c) {
     return -1;
 }
 
-// DecodeValue for the ASCII range, as a table (-1: not in the alphabet).
-struct DecodeTable {
-    signed char values[128];
-    constexpr DecodeTable() : values() {
-        for (int c = 0; c < 128; ++c) values[c] = static_cast<signed char>(DecodeValue(c));
+// For the four places of a group, each ASCII character's value already shifted into place;
+// characters outside the alphabet carry kInvalidBits, which no shifted value reaches.
+constexpr std::uint32_t kInvalidBits = 0x80000000u;
+struct ShiftedTables {
+    std::uint32_t place[4][128];
+    constexpr ShiftedTables() : place() {
+        for (int c = 0; c < 128; ++c) {
+            const int value = DecodeValue(c);
+            for (int p = 0; p < 4; ++p) {
+                place[p][c] =
+                    value < 0 ? kInvalidBits : static_cast<std::uint32_t>(value) << (18 - 6 * p);
+            }
+        }
     }
 };
-constexpr DecodeTable kDecodeTable;
+constexpr ShiftedTables kShifted;
 
-// The value of an alphabet character, or -1 (anything else, also beyond ASCII).
-int TableValue(wchar_t c) {
-    return static_cast<std::uint32_t>(c) < 128 ? kDecodeTable.values[c] : -1;
+// Decodes whole groups of four alphabet characters from text[*i] on while there is room for
+// their three bytes; stops before the first group that holds anything else (white space,
+// padding, a character outside the alphabet), which the caller then reads one by one.
+void DecodeWholeGroups(const wchar_t* text, int charCount, int* i, unsigned char* out, int capacity,
+                       int* written) {
+    const int groups = std::min((charCount - *i) / 4, (capacity - *written) / 3);
+    const wchar_t* in = text + *i;
+    unsigned char* to = out + *written;
+    int done = 0;
+    for (; done < groups; ++done, in += 4, to += 3) {
+        const std::uint32_t a = static_cast<std::uint32_t>(in[0]);
+        const std::uint32_t b = static_cast<std::uint32_t>(in[1]);
+        const std::uint32_t c = static_cast<std::uint32_t>(in[2]);
+        const std::uint32_t d = static_cast<std::uint32_t>(in[3]);
+        if ((a | b | c | d) >= 128) break;
+        const std::uint32_t bits = kShifted.place[0][a] | kShifted.place[1][b] |
+                                   kShifted.place[2][c] | kShifted.place[3][d];
+        if ((bits & kInvalidBits) != 0) break;
+        to[0] = static_cast<unsigned char>(bits >> 16);
+        to[1] = static_cast<unsigned char>(bits >> 8);
+        to[2] = static_cast<unsigned char>(bits);
+    }
+    *i += done * 4;
+    *written += done * 3;
 }
 
 bool IsSpace(wchar_t c) {
@@ -108,19 +138,8 @@ int Base64Decode(const wchar_t* text, int charCount, unsigned char* out, int* ou
     for (int i = 0; i < charCount; ++i) {
         // Whole groups of four alphabet characters (all of a device mode but its end) are
         // decoded at once; anything else takes the character-by-character path below.
-        while (inGroup == 0 && padding == 0 && i + 4 <= charCount) {
-            const int a = TableValue(text[i]);
-            const int b = TableValue(text[i + 1]);
-            const int c = TableValue(text[i + 2]);
-            const int d = TableValue(text[i + 3]);
-            if ((a | b | c | d) < 0 || written + 3 > capacity || out == nullptr) break;
-            const std::uint32_t bits =
-                (static_cast<std::uint32_t>(a) << 18) | (static_cast<std::uint32_t>(b) << 12) |
-                (static_cast<std::uint32_t>(c) << 6) | static_cast<std::uint32_t>(d);
-            out[written++] = static_cast<unsigned char>(bits >> 16);
-            out[written++] = static_cast<unsigned char>(bits >> 8);
-            out[written++] = static_cast<unsigned char>(bits);
-            i += 4;
+        if (inGroup == 0 && padding == 0 && out != nullptr) {
+            DecodeWholeGroups(text, charCount, &i, out, capacity, &written);
         }
         if (i >= charCount) break;
         wchar_t c = text[i];

@@ -123,6 +123,8 @@ TEST(Base64, LongTextDecodesTheSameWhereverBreaksFall) {
         std::wstring broken = text;
         broken[at] = L'\x00C0';
         EXPECT_EQ(Decode(broken), "<fail>") << at;
+        broken[at] = static_cast<wchar_t>(0x10041);  // 'A' beyond the 16-bit range
+        EXPECT_EQ(Decode(broken), "<fail>") << at;
     }
     EXPECT_EQ(Decode(L"Zm9vYg==Zm9v"), "<fail>");  // a whole group after the padding
     EXPECT_EQ(Decode(L"Zm9vYmFy"), "foobar");
