@@ -68,26 +68,6 @@ std::size_t AsciiPrefix(std::string_view utf8) {
     return i;
 }
 
-// Widens `count` ASCII bytes to wide characters, sixteen at a time.
-void WidenAscii(const unsigned char* source, std::size_t count, wchar_t* target) {
-    std::size_t k = 0;
-#if defined(__SSE2__)
-    static_assert(sizeof(wchar_t) == 4);
-    const __m128i zero = _mm_setzero_si128();
-    for (; k + 16 <= count; k += 16) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(source + k));
-        const __m128i low = _mm_unpacklo_epi8(bytes, zero);
-        const __m128i high = _mm_unpackhi_epi8(bytes, zero);
-        auto* out = reinterpret_cast<__m128i*>(target + k);
-        _mm_storeu_si128(out, _mm_unpacklo_epi16(low, zero));
-        _mm_storeu_si128(out + 1, _mm_unpackhi_epi16(low, zero));
-        _mm_storeu_si128(out + 2, _mm_unpacklo_epi16(high, zero));
-        _mm_storeu_si128(out + 3, _mm_unpackhi_epi16(high, zero));
-    }
-#endif
-    for (; k < count; ++k) target[k] = static_cast<wchar_t>(source[k]);
-}
-
 // Wide text built in place: new space is handed out without being cleared first, and the
 // capacity stays from one callback to the next.
 class WideBuffer {
@@ -129,8 +109,8 @@ void AppendWideFast(WideBuffer& out, std::string_view utf8) {
     while (!utf8.empty()) {
         const std::size_t ascii = AsciiPrefix(utf8);
         if (ascii > 0) {
-            WidenAscii(reinterpret_cast<const unsigned char*>(utf8.data()), ascii,
-                       out.Extend(ascii));
+            WidenAscii(out.Extend(ascii), reinterpret_cast<const unsigned char*>(utf8.data()),
+                       ascii);
             utf8.remove_prefix(ascii);
         }
         std::size_t other = 0;

@@ -52,10 +52,12 @@ bool IsAscii(std::string_view text) {
     return (high & 0x8080808080808080ull) == 0;
 }
 
+}  // namespace
+
 // ASCII bytes to wide characters. With SSE2 (every x86-64) sixteen bytes are zero-extended to
 // 32-bit characters at a time; elsewhere the buffers are declared not to overlap so that the
 // compiler may widen several at once.
-void Widen(wchar_t* __restrict out, const unsigned char* __restrict bytes, std::size_t size) {
+void WidenAscii(wchar_t* __restrict out, const unsigned char* __restrict bytes, std::size_t size) {
     std::size_t i = 0;
 #if defined(__SSE2__)
     if constexpr (sizeof(wchar_t) == 4) {
@@ -78,8 +80,6 @@ void Widen(wchar_t* __restrict out, const unsigned char* __restrict bytes, std::
     for (; i < size; ++i) out[i] = static_cast<wchar_t>(bytes[i]);
 }
 
-}  // namespace
-
 BSTR AllocBstr(std::string_view utf8) {
     // Values are mostly ASCII (names, numbers, base64 device modes of kilobytes): such text is
     // widened byte by byte, with no decoding and no counting. Both paths write every character
@@ -88,7 +88,7 @@ BSTR AllocBstr(std::string_view utf8) {
     if (IsAscii(utf8)) {
         BSTR out = AllocateBstrToFill(static_cast<UINT>(size));
         if (out == nullptr) return nullptr;
-        Widen(out, reinterpret_cast<const unsigned char*>(utf8.data()), size);
+        WidenAscii(out, reinterpret_cast<const unsigned char*>(utf8.data()), size);
         return out;
     }
     // A count of lead bytes bounds the length; decoding may only shorten it.
@@ -117,7 +117,7 @@ bool AssignWide(std::wstring& out, std::string_view utf8) {
         // Growing a string writes only the characters it did not have: a buffer reused for text
         // of about the same length is widened into without being cleared first.
         out.resize(utf8.size());
-        Widen(out.data(), reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size());
+        WidenAscii(out.data(), reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size());
         return true;
     }
     // Text beyond ASCII takes AllocBstr's own path, so both give the same characters.

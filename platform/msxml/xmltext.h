@@ -40,6 +40,9 @@ Utf8 ToUtf8(const wchar_t* text, std::size_t length);
 inline Utf8 ToUtf8(BSTR text) {
     return ToUtf8(text, SysStringLen(text));
 }
+// Zero-extends `size` ASCII bytes into wide characters (sixteen at a time where SSE2 is there).
+// The buffers must not overlap.
+void WidenAscii(wchar_t* out, const unsigned char* bytes, std::size_t size);
 // The wide form of UTF-8 text, appended to out (so buffers can be reused).
 void AppendWide(std::wstring& out, std::string_view utf8);
 // The text of a VARIANT as MSXML reads a value argument (numbers and booleans as their text).
