@@ -11,8 +11,10 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 
+#include "bench/filterpipeline/bestcpureporter.h"
 #include "filterpipeline/filterutilities/printticketxmldocument.h"
 #include "platform/com/comruntime.h"
 #include "platform/com/unicode.h"
@@ -213,57 +215,33 @@ void RawTicketParse(benchmark::State& state) {
 }
 BENCHMARK(RawTicketParse);
 
-// Keeps the best CPU time per iteration of each benchmark (over repetitions) while the console
-// shows the usual table.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred || run.iterations == 0) {
-                continue;
-            }
-            // CPU time: the machine may be shared, and waiting for a core is not our cost.
-            const double perIteration =
-                run.cpu_accumulated_time / static_cast<double>(run.iterations);
-            auto [entry, inserted] = m_times.emplace(run.run_name.function_name, perIteration);
-            if (!inserted && perIteration < entry->second) entry->second = perIteration;
-        }
-        ConsoleReporter::ReportRuns(runs);
+// Prints measured / baseline; a target of 0 prints the ratio for information only.
+void PrintRatio(const BestCpuReporter& reporter, const char* what, const char* measured,
+                const char* baseline, double target) {
+    const std::optional<double> ratio = reporter.Ratio(measured, baseline);
+    if (!ratio) return;
+    std::printf("%-40s %6.2fx  (%s / %s", what, *ratio, measured, baseline);
+    if (target > 0) {
+        std::printf(", target <= %.2fx)%s\n", target, *ratio <= target ? "" : "  ABOVE TARGET");
+    } else {
+        std::printf(")\n");
     }
-
-    // target 0 prints the ratio for information only.
-    void PrintRatio(const char* what, const char* measured, const char* baseline,
-                    double target) const {
-        const auto m = m_times.find(measured);
-        const auto b = m_times.find(baseline);
-        if (m == m_times.end() || b == m_times.end() || b->second <= 0) return;
-        const double ratio = m->second / b->second;
-        std::printf("%-40s %6.2fx  (%s / %s", what, ratio, measured, baseline);
-        if (target > 0) {
-            std::printf(", target <= %.2fx)%s\n", target, ratio <= target ? "" : "  ABOVE TARGET");
-        } else {
-            std::printf(")\n");
-        }
-    }
-
-private:
-    std::map<std::string, double> m_times;
-};
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
+    BestCpuReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\nTicket: %zu bytes. Ratios of CPU time against raw libxml2 in this run:\n",
                 Ticket().size());
-    reporter.PrintRatio("Feature lookup (GetFeatureOption)", "DomFeatureLookup", "RawFeatureLookup",
-                        1.5);
-    reporter.PrintRatio("Ticket load (DOM)", "DomTicketLoad", "RawTicketParse", 1.5);
-    reporter.PrintRatio("Ticket load, then PrintTicketXmlDocument", "DomTicketLoadAndWrap",
-                        "RawTicketParse", 0);
+    PrintRatio(reporter, "Feature lookup (GetFeatureOption)", "DomFeatureLookup",
+               "RawFeatureLookup", 1.5);
+    PrintRatio(reporter, "Ticket load (DOM)", "DomTicketLoad", "RawTicketParse", 1.5);
+    PrintRatio(reporter, "Ticket load, then PrintTicketXmlDocument", "DomTicketLoadAndWrap",
+               "RawTicketParse", 0);
     benchmark::Shutdown();
     return 0;
 }

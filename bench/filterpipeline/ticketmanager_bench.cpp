@@ -10,10 +10,12 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "bench/filterpipeline/bestcpureporter.h"
 #include "filterpipeline/filterutilities/printticketmanager.h"
 #include "platform/com/comruntime.h"
 #include "platform/printpipeline/printstreams.h"
@@ -162,39 +164,17 @@ BENCHMARK(ManagerInitializeOnly)->Unit(benchmark::kMillisecond);
 BENCHMARK(ManagerInitializeAndView)->Unit(benchmark::kMillisecond);
 BENCHMARK(RawPageTicketParse)->Unit(benchmark::kMillisecond);
 
-// Keeps the best CPU time per iteration of each benchmark while the console shows the usual table.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.run_type != Run::RT_Iteration || run.error_occurred || run.iterations == 0) {
-                continue;
-            }
-            // CPU time: the machine these run on is shared, and wall time there measures the
-            // neighbours as much as this code.
-            const double perIteration =
-                run.cpu_accumulated_time / static_cast<double>(run.iterations);
-            auto [entry, inserted] = m_times.emplace(run.run_name.function_name, perIteration);
-            if (!inserted && perIteration < entry->second) entry->second = perIteration;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void PrintRatio(const char* what, const char* measured, const char* baseline,
-                    bool target) const {
-        auto m = m_times.find(measured);
-        auto b = m_times.find(baseline);
-        if (m == m_times.end() || b == m_times.end() || b->second <= 0) return;
-        const double ratio = m->second / b->second;
-        std::printf("%-46s %6.2fx  %8.1f us CPU/page%s\n", what, ratio, m->second / kPages * 1e6,
-                    !target        ? ""
-                    : ratio <= 1.5 ? "  (target <= 1.50x: met)"
-                                   : "  (target <= 1.50x: ABOVE TARGET)");
-    }
-
-private:
-    std::map<std::string, double> m_times;
-};
+// Prints measured / baseline and CPU time per page; `target` adds the verdict against 1.5x.
+void PrintRatio(const BestCpuReporter& reporter, const char* what, const char* measured,
+                const char* baseline, bool target) {
+    const std::optional<double> ratio = reporter.Ratio(measured, baseline);
+    if (!ratio) return;
+    std::printf("%-46s %6.2fx  %8.1f us CPU/page%s\n", what, *ratio,
+                *reporter.Best(measured) / kPages * 1e6,
+                !target         ? ""
+                : *ratio <= 1.5 ? "  (target <= 1.50x: met)"
+                                : "  (target <= 1.50x: ABOVE TARGET)");
+}
 
 }  // namespace
 
@@ -202,19 +182,20 @@ int main(int argc, char** argv) {
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    RatioReporter reporter;
+    BestCpuReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf(
         "\n%d pages, each with its own %zu-byte ticket. CPU time per page, against a raw\n"
         "libxml2 parse of the same ticket in this run:\n",
         kPages, PageTicketTemplate().size());
-    reporter.PrintRatio("Raw libxml2 parse (baseline)", "RawPageTicketParse", "RawPageTicketParse",
-                        false);
-    reporter.PrintRatio("InitializeWithPrintTicket", "ManagerInitializeOnly", "RawPageTicketParse",
-                        false);
-    reporter.PrintRatio("... + GetTicket", "ManagerInitializeAndView", "RawPageTicketParse", false);
-    reporter.PrintRatio("... + the six typed getters (the whole page)", "ManagerPerPage",
-                        "RawPageTicketParse", true);
+    PrintRatio(reporter, "Raw libxml2 parse (baseline)", "RawPageTicketParse", "RawPageTicketParse",
+               false);
+    PrintRatio(reporter, "InitializeWithPrintTicket", "ManagerInitializeOnly", "RawPageTicketParse",
+               false);
+    PrintRatio(reporter, "... + GetTicket", "ManagerInitializeAndView", "RawPageTicketParse",
+               false);
+    PrintRatio(reporter, "... + the six typed getters (the whole page)", "ManagerPerPage",
+               "RawPageTicketParse", true);
     benchmark::Shutdown();
     CoUninitialize();
     return 0;
