@@ -324,9 +324,9 @@ public:
     using CSaxHandler::EscapeEntity;
 };
 
-// The rewriter's escaping as EscapeEntity and the white-space references would give it, in the
-// UTF-8 the page is written in.
-std::string ReferenceEscape(const std::wstring& text) {
+// The rewriter's escaping as EscapeEntity (and, in attribute values, the white-space references)
+// would give it, in the UTF-8 the page is written in.
+std::string ReferenceEscape(const std::wstring& text, bool attributeValue) {
     CComPtr<EscapingHandler> handler;
     handler.Attach(new EscapingHandler());
     CComBSTR escaped(static_cast<int>(text.size()), text.data());
@@ -334,6 +334,10 @@ std::string ReferenceEscape(const std::wstring& text) {
     std::wstring withReferences;
     for (UINT i = 0; i < escaped.Length(); ++i) {
         const wchar_t c = escaped.m_str[i];
+        if (!attributeValue) {
+            withReferences += c;
+            continue;
+        }
         withReferences += c == L'\t'   ? L"&#9;"
                           : c == L'\n' ? L"&#10;"
                           : c == L'\r' ? L"&#13;"
@@ -351,10 +355,17 @@ TEST(WatermarkPageRewriter, EscapingAgreesWithEscapeEntityAndTheUtf8Converter) {
         std::wstring text;
         const int length = static_cast<int>(random() % 60);
         for (int i = 0; i < length; ++i) text += pool[random() % std::size(pool)];
-        CComPtr<PageRewriter> rewriter;
-        rewriter.Attach(new PageRewriter(nullptr));
-        rewriter->AppendEscaped(text);
-        EXPECT_EQ(ReferenceEscape(text), rewriter->Output()) << "round " << round;
+        for (const bool attributeValue : {false, true}) {
+            CComPtr<PageRewriter> rewriter;
+            rewriter.Attach(new PageRewriter(nullptr));
+            if (attributeValue) {
+                rewriter->AppendAttributeValue(text);
+            } else {
+                rewriter->AppendContent(text);
+            }
+            EXPECT_EQ(ReferenceEscape(text, attributeValue), rewriter->Output())
+                << "round " << round << (attributeValue ? " attribute" : " content");
+        }
     }
     // Surrogate units (which the reader never produces, but inserted markup might hold) are
     // encoded as the platform's converter encodes them: a pair as its character, a lone unit
@@ -380,21 +391,31 @@ TEST(WatermarkPageRewriter, PlainRunsAroundEveryKindOfCharacterAtEveryPosition) 
                 std::wstring text;
                 for (std::size_t i = 0; i < length; ++i) text += L"M 0,9 Zabcxyz#"[i % 14];
                 text[position] = special;
+                // Attribute values: white space as references, the harder table.
                 CComPtr<PageRewriter> rewriter;
                 rewriter.Attach(new PageRewriter(nullptr));
-                rewriter->AppendEscaped(text);
+                rewriter->AppendAttributeValue(text);
                 std::string expected;
                 if (special > 0x10FFFF) {
                     // Beyond Unicode: the replacement character, as the platform converter.
                     std::wstring before = text.substr(0, position);
                     std::wstring after = text.substr(position + 1);
-                    expected = ReferenceEscape(before) + "\xEF\xBF\xBD" + ReferenceEscape(after);
+                    expected = ReferenceEscape(before, true) + "\xEF\xBF\xBD" +
+                               ReferenceEscape(after, true);
                 } else {
-                    expected = ReferenceEscape(text);
+                    expected = ReferenceEscape(text, true);
                 }
                 ASSERT_EQ(expected, rewriter->Output())
                     << "length " << length << " position " << position << " character "
                     << static_cast<long>(special);
+                // Element content: the same blocks with white space copied.
+                if (special <= 0x10FFFF) {
+                    CComPtr<PageRewriter> content;
+                    content.Attach(new PageRewriter(nullptr));
+                    content->AppendContent(text);
+                    ASSERT_EQ(ReferenceEscape(text, false), content->Output())
+                        << "content, length " << length << " position " << position;
+                }
                 // Unescaped, the same text is only encoded.
                 CComPtr<PageRewriter> raw;
                 raw.Attach(new PageRewriter(nullptr));
@@ -410,7 +431,7 @@ TEST(WatermarkPageRewriter, PlainRunsAroundEveryKindOfCharacterAtEveryPosition) 
     rewriter.Attach(new PageRewriter(nullptr));
     const std::wstring controls =
         std::wstring(20, L'a') + L'\x01' + L'\x1F' + std::wstring(20, L'b');
-    rewriter->AppendEscaped(controls);
+    rewriter->AppendAttributeValue(controls);
     EXPECT_EQ(platform::WideToUtf8(controls), rewriter->Output());
 }
 
@@ -454,13 +475,13 @@ TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
 
 TEST(WatermarkPageRewriter, LargePagesInCanonicalFormComeBackByteForByte) {
     // Markup already in the rewriter's own form (declaration, end tags, escaped values, line
-    // feeds in text as references) comes back unchanged apart from the insert, however far the
-    // output buffer has to grow.
+    // feeds in values as references, white space between elements as it is) comes back unchanged
+    // apart from the insert, however far the output buffer has to grow.
     std::string body;
     for (int i = 0; i < 20000; ++i) {
         body += "<Path Data=\"M " + std::to_string(i) +
                 ",2 L 3,4 \xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80\" Fill=\"#FF000000\" "
-                "Name=\"&amp;&lt;&#10;\"></Path>&#10;";
+                "Name=\"&amp;&lt;&#10;\"></Path>\n\t";
     }
     const std::string head =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?><FixedPage "
