@@ -277,7 +277,7 @@ TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
         "Height=\"1056\" xml:lang=\"en\"><?pi some data?>"
         "<x:Canvas Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\" Tag=\"line&#10;break&#9;tab\">"
         "text &amp; &lt;tag&gt; \"q\" 'a' \xF0\x9F\x98\x80 \xC3\xA9<![CDATA[<raw>]]></x:Canvas>"
-        "<y:Other xmlns:y=\"urn:other\" y:attr=\"1\"/></x:FixedPage>";
+        "<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\"/></x:FixedPage>";
     std::string out;
     PageRewriter::RootInfo root;
     ASSERT_EQ(S_OK, RewriteText(page, out, L"<x:Canvas Name=\"inserted\"/>", &root));
@@ -290,7 +290,7 @@ TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
     EXPECT_NE(std::string::npos, out.find("Tag=\"line&#10;break&#9;tab\""));
     EXPECT_NE(std::string::npos, out.find("text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; "
                                           "\xF0\x9F\x98\x80 \xC3\xA9&lt;raw&gt;"));
-    EXPECT_NE(std::string::npos, out.find("<y:Other xmlns:y=\"urn:other\" y:attr=\"1\">"));
+    EXPECT_NE(std::string::npos, out.find("<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\">"));
     EXPECT_NE(std::string::npos, out.find("<?pi some data?>"));
     EXPECT_NE(std::string::npos, out.find("<x:Canvas Name=\"inserted\"/></x:FixedPage>"));
     EXPECT_EQ(AttributeOf(page, "Canvas", "Tag"), AttributeOf(out, "Canvas", "Tag"));
