@@ -134,6 +134,12 @@ HRESULT Declare(IXMLDOMDocument2* document, IXMLDOMNode* rootNode, const wchar_t
 HRESULT PrefixDefaultFrameworkNamespace(IXMLDOMDocument2* document) {
     CComPtr<IXMLDOMElement> root;
     if (FAILED(RootOf(document, root))) return S_FALSE;  // nothing to move: left to the reader
+    // Tickets nearly always name their root with a prefix; only an unprefixed root can be in a
+    // default namespace, so the declarations are read for those alone (this runs for every
+    // ticket a filter loads).
+    CComBSTR rootPrefix;
+    RETURN_IF_FAILED(root->get_prefix(&rootPrefix));
+    if (rootPrefix.Length() != 0) return S_FALSE;
     std::vector<Declaration> declarations;
     RETURN_IF_FAILED(ReadDeclarations(root, declarations));
     bool defaultIsFramework = false;

@@ -190,10 +190,6 @@ bool Rewritten(const std::string& key) {
     return key == "ParameterInit{" + kPrivate + "}JobZorunDriverData";
 }
 
-std::string DefaultTicket() {
-    return ticketcheck::ReadFile(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
-}
-
 // The written ticket through the merge provider, onto the default ticket at page scope.
 std::string MergedOntoDefault(const std::string& ticket) {
     HPTPROVIDER provider = nullptr;
@@ -201,7 +197,7 @@ std::string MergedOntoDefault(const std::string& ticket) {
     CComPtr<IStream> base;
     CComPtr<IStream> delta;
     CComPtr<IStream> result;
-    const std::string defaultTicket = DefaultTicket();
+    const std::string defaultTicket = filtertesting::SampleDefaultTicket();
     EXPECT_EQ(platform::CreateMemoryStream(defaultTicket.data(), defaultTicket.size(), &base),
               S_OK);
     EXPECT_EQ(platform::CreateMemoryStream(ticket.data(), ticket.size(), &delta), S_OK);
@@ -269,13 +265,7 @@ void CheckWrittenTicket(const std::string& written, const std::string& input) {
 
     // And the typed view of a page that carries it.
     PrintTicketManager manager;
-    const std::string defaultTicket = DefaultTicket();
-    CComPtr<IPrintReadStream> stream;
-    ASSERT_EQ(
-        platform::CreatePrintReadStreamOnBytes(defaultTicket.data(), defaultTicket.size(), &stream),
-        S_OK);
-    CComBSTR printer(L"round trip");
-    ASSERT_EQ(manager.Initialise(stream, printer, nullptr), S_OK);
+    filtertesting::InitialiseWithSampleDefaultTicket(manager);
     ASSERT_EQ(manager.InitializeWithPrintTicket(kPTPageScope, dom.p), S_OK);
     XpsFilterPrintTicket* view = nullptr;
     ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);

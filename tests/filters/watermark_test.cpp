@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "../filterpipeline/filterutilities/pipelinefakes.h"
+#include "../tools/toolrunner.h"
 #include "filters/watermark/pagerewriter.h"
 #include "filters/watermark/watermarkfilter.h"
 #include "filters/watermark/watermarkmarkup.h"
@@ -25,6 +26,8 @@
 #include "platform/com/unicode.h"
 
 namespace fs = std::filesystem;
+using toolrunner::Image;
+using toolrunner::ReadPpm;
 
 namespace {
 
@@ -91,32 +94,6 @@ std::vector<std::pair<std::string, std::string>> ReadZip(const std::string& path
     }
     zip_close(archive);
     return items;
-}
-
-// A rendered page: 8-bit RGB from a binary PPM.
-struct Image {
-    int width = 0;
-    int height = 0;
-    std::vector<unsigned char> rgb;
-    bool Same(const Image& other, int x, int y) const {
-        const std::size_t at = (static_cast<std::size_t>(y) * width + x) * 3;
-        return rgb[at] == other.rgb[at] && rgb[at + 1] == other.rgb[at + 1] &&
-               rgb[at + 2] == other.rgb[at + 2];
-    }
-};
-
-Image ReadPpm(const fs::path& path) {
-    Image image;
-    std::ifstream in(path, std::ios::binary);
-    std::string magic;
-    int maximum = 0;
-    in >> magic >> image.width >> image.height >> maximum;
-    in.get();
-    if (magic != "P6" || maximum != 255 || image.width <= 0 || image.height <= 0) return {};
-    image.rgb.resize(static_cast<std::size_t>(image.width) * image.height * 3);
-    in.read(reinterpret_cast<char*>(image.rgb.data()),
-            static_cast<std::streamsize>(image.rgb.size()));
-    return in ? image : Image{};
 }
 
 // A directory of its own for each test, removed afterwards.

@@ -81,32 +81,6 @@ std::string IndentedCopy(const std::string& input, const std::string& fileName) 
     return testpackages::WriteZip(fileName, entries);
 }
 
-// A rendered page: 8-bit RGB.
-struct Image {
-    int width = 0;
-    int height = 0;
-    std::vector<unsigned char> rgb;
-
-    const unsigned char* At(int x, int y) const {
-        return &rgb[(static_cast<std::size_t>(y) * width + x) * 3];
-    }
-    bool operator==(const Image& other) const = default;
-};
-
-Image ReadPpm(const fs::path& path) {
-    Image image;
-    std::ifstream in(path, std::ios::binary);
-    std::string magic;
-    int maximum = 0;
-    in >> magic >> image.width >> image.height >> maximum;
-    in.get();
-    if (magic != "P6" || maximum != 255 || image.width <= 0 || image.height <= 0) return {};
-    image.rgb.resize(static_cast<std::size_t>(image.width) * image.height * 3);
-    in.read(reinterpret_cast<char*>(image.rgb.data()),
-            static_cast<std::streamsize>(image.rgb.size()));
-    return in ? image : Image{};
-}
-
 std::vector<Image> RenderPages(const std::string& xps, const fs::path& dir) {
     fs::create_directories(dir);
     // MuPDF chooses its reader by the file name's extension.
