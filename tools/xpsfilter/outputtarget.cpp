@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 constexpr int kMaxLinks = 40;
 
 [[noreturn]] void Refuse(const std::string& name, const std::string& why) {
-    throw ToolError{kExitOutput, name + ": " + why};
+    throw ToolError{kExitOutput, "cannot write " + name + ": " + why};
 }
 
 // Follows a chain of symbolic links to the path it ends at, which need not exist.
