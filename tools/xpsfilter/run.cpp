@@ -97,9 +97,11 @@ int Run(const RunOptions& options) {
         if (!options.quiet) {
             double rate =
                 result.seconds > 0 ? static_cast<double>(result.pages) / result.seconds : 0;
-            // The summary goes to stderr when the package itself goes to stdout.
-            std::fprintf(target.IsStandardOutput() ? stderr : stdout,
-                         "%s -> %s: %llu pages through %zu filter%s in %.2f s (%.1f pages/s)\n",
+            // The summary goes to stderr, as a message, when the package goes to stdout.
+            const bool toStderr = target.IsStandardOutput();
+            std::fprintf(toStderr ? stderr : stdout,
+                         "%s%s -> %s: %llu pages through %zu filter%s in %.2f s (%.1f pages/s)\n",
+                         toStderr ? "xpsfilter: " : "",
                          options.input.c_str(), target.Name().c_str(),
                          static_cast<unsigned long long>(result.pages), config.filters.size(),
                          config.filters.size() == 1 ? "" : "s", result.seconds, rate);
