@@ -96,6 +96,12 @@ std::string MakeBadInput(const std::string& name, const fs::path& dir) {
     } else if (name == "missingpage") {
         job.back().content = Document({"Pages/1.fpage", "Pages/99.fpage"});
         write(job);
+    } else if (name == "emptysource") {
+        job.back().content = Document({"Pages/1.fpage", ""});
+        write(job);
+    } else if (name == "foldersource") {
+        job.back().content = Document({"Pages/"});
+        write(job);
     }
     return path;
 }
@@ -123,7 +129,9 @@ INSTANTIATE_TEST_SUITE_P(
                       BadInput{"nostart", 5, "has no start part"}, BadInput{"cyclic", 5, "cyclic"},
                       BadInput{"dotdot", 5, "\"..\" segment"},
                       BadInput{"pieces", 5, "out of order"}, BadInput{"bomb", 6, "above the limit"},
-                      BadInput{"missingpage", 5, "missing from the package"}),
+                      BadInput{"missingpage", 5, "missing from the package"},
+                      BadInput{"emptysource", 5, "has an empty reference \"\""},
+                      BadInput{"foldersource", 5, "has a folder reference \"Pages/\""}),
     [](const ::testing::TestParamInfo<BadInput>& info) { return info.param.name; });
 
 TEST(XpsFilterCommand, ReportsItsVersionAndUsage) {

@@ -107,10 +107,9 @@ bool PrintDevmode(const char* title, const ByteBuffer& devmode) {
 
 int Decode(const DecodeOptions& options) {
     try {
-        std::unique_ptr<PrintTicketXmlDocument> ticket =
-            WrapTicket(LoadTicket(ReadInput(xpsfilter::InputSource::Path(options.ticket)),
-                                  options.ticket),
-                       options.ticket);
+        std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(
+            LoadTicket(ReadInput(xpsfilter::InputSource::Path(options.ticket)), options.ticket),
+            options.ticket);
         bool clean = true;
         bool any = false;
         if (options.which != "job") {
@@ -193,9 +192,9 @@ int Encode(const EncodeOptions& options) {
             throw InputError(xpsfilter::kExitBadTicket, options.description + ": " + error.what());
         }
 
-        std::string base =
-            options.ticket.empty() ? std::string(kEmptyTicket)
-                                   : ReadInput(xpsfilter::InputSource::Path(options.ticket));
+        std::string base = options.ticket.empty()
+                               ? std::string(kEmptyTicket)
+                               : ReadInput(xpsfilter::InputSource::Path(options.ticket));
         std::string baseName = options.ticket.empty() ? "the empty ticket" : options.ticket;
         CComPtr<IXMLDOMDocument2> dom = LoadTicket(base, baseName);
         std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(dom, baseName);
@@ -272,7 +271,8 @@ void AddDevmodeCommand(xpsfilter::CommandLine& commands) {
     encodeCommand->add_option("-o,--output", encode->output,
                               "Where to write the ticket (default: standard output)");
     encodeCommand
-        ->add_option("DESCRIPTION", encode->description, "The device mode description file; - reads standard input")
+        ->add_option("DESCRIPTION", encode->description,
+                     "The device mode description file; - reads standard input")
         ->required();
     encodeCommand->callback([&commands, encode] { commands.SetExitCode(Encode(*encode)); });
 }

@@ -101,10 +101,10 @@ int Run(const RunOptions& options) {
             const bool toStderr = target.IsStandardOutput();
             std::fprintf(toStderr ? stderr : stdout,
                          "%s%s -> %s: %llu pages through %zu filter%s in %.2f s (%.1f pages/s)\n",
-                         toStderr ? "xpsfilter: " : "",
-                         options.input.c_str(), target.Name().c_str(),
-                         static_cast<unsigned long long>(result.pages), config.filters.size(),
-                         config.filters.size() == 1 ? "" : "s", result.seconds, rate);
+                         toStderr ? "xpsfilter: " : "", options.input.c_str(),
+                         target.Name().c_str(), static_cast<unsigned long long>(result.pages),
+                         config.filters.size(), config.filters.size() == 1 ? "" : "s",
+                         result.seconds, rate);
         }
         return xpsfilter::kExitOk;
     } catch (const JobError& error) {

@@ -18,11 +18,11 @@ std::string ScratchFolder() {
     std::lock_guard guard(mutex);
     if (!folder.empty()) return folder;
     const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") +
-                          "/xpsfilter.XXXXXX";
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/xpsfilter.XXXXXX";
     if (!pipelinehost::TemporaryFiles::CreateFolder(pattern)) {
-        throw ToolError{kExitInternal, "cannot create a temporary folder (" + pattern + "): " +
-                                           std::strerror(errno)};
+        throw ToolError{kExitInternal, "cannot create a temporary folder (" + pattern +
+                                           "): " + std::strerror(errno)};
     }
     folder = pattern;
     return folder;

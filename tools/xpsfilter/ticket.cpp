@@ -83,10 +83,9 @@ int Merge(const MergeOptions& options) {
     }
     std::string merged;
     std::string error;
-    const HRESULT hr =
-        platform::MergePrintTicketFiles(xpsfilter::InputSource::Path(options.base),
-                                        xpsfilter::InputSource::Path(options.delta), scope,
-                                        merged, error);
+    const HRESULT hr = platform::MergePrintTicketFiles(xpsfilter::InputSource::Path(options.base),
+                                                       xpsfilter::InputSource::Path(options.delta),
+                                                       scope, merged, error);
     if (FAILED(hr)) {
         std::cerr << "xpsfilter: ticket error: "
                   << xpsfilter::InputSource::Readable(
@@ -572,8 +571,7 @@ void AddTicketCommand(xpsfilter::CommandLine& commands) {
         "merge", "Merge the DELTA ticket onto the BASE ticket and write the result");
     mergeCommand->add_option("BASE", merge->base, "The base PrintTicket; - reads standard input")
         ->required();
-    mergeCommand
-        ->add_option("DELTA", merge->delta, "The delta PrintTicket; - reads standard input")
+    mergeCommand->add_option("DELTA", merge->delta, "The delta PrintTicket; - reads standard input")
         ->required();
     mergeCommand
         ->add_option("--scope", merge->scope,
