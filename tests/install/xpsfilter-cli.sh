@@ -73,7 +73,7 @@ grep -q -- '- -> -: 3 pages' "$scratch/stderr" || fail "- -: the summary is not 
 check "ticket show -" 0 '' -- sh -c "'$X' ticket show - <'$ticket'"
 check "standard input twice" 2 'standard input can be read only once' -- \
     sh -c "'$X' ticket merge - - <'$ticket'"
-check "bad package from -" 4 '^xpsfilter: -: ' -- sh -c "echo junk | '$X' run - out.xps"
+check "bad package from -" 4 '^xpsfilter: input error: standard input is not a ZIP' -- sh -c "echo junk | '$X' run - out.xps"
 [ -z "$(ls -A "$TMPDIR")" ] || fail "temporary files left in TMPDIR: $(ls -A "$TMPDIR")"
 [ -z "$(ls -A | grep '^\.')" ] || fail "temporary files left beside OUT: $(ls -A | grep '^\.')"
 
@@ -113,7 +113,7 @@ check "unknown command" 2 '^xpsfilter: unknown command "rnu"; did you mean "run"
 check "unknown ticket command" 2 'did you mean "ticket show"' -- "$X" ticket shwo t.xml
 check "parse error" 2 "^xpsfilter: OUT is required \(see 'xpsfilter run --help'\)$" -- "$X" run in.xps
 check "bad option value" 2 '' -- "$X" run --queue 0 "$job" out.xps
-check "missing IN" 3 '^xpsfilter: missing.xps: ' -- "$X" run missing.xps out.xps
+check "missing IN" 3 '^xpsfilter: input error: cannot open missing.xps' -- "$X" run missing.xps out.xps
 check "PrintCapabilities, pass-through" 7 'kip_print-capabilities.xml: is not a PrintTicket' -- \
     "$X" run --ticket "$caps" "$job" out.xps
 check "PrintCapabilities, watermark" 7 'is not a PrintTicket' -- \

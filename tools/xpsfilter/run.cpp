@@ -8,6 +8,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "builtins.h"
 #include "commandline.h"
@@ -40,10 +41,15 @@ bool AboutInput(pipelinehost::ErrorKind kind) {
            kind == ErrorKind::BadPackage || kind == ErrorKind::LimitExceeded;
 }
 
-int Report(const RunOptions& options, const pipelinehost::JobError& error) {
+// `inputFile`: the file read for IN (the spooled copy for "-"). A message about the job that
+// does not name it already is prefixed with IN.
+int Report(const RunOptions& options, const std::string& inputFile,
+           const pipelinehost::JobError& error) {
     using pipelinehost::ErrorKind;
     std::string message = "xpsfilter: ";
-    if (AboutInput(error.Kind())) message += options.input + ": ";
+    if (AboutInput(error.Kind()) &&
+        std::string_view(error.what()).find(inputFile) == std::string_view::npos)
+        message += options.input + ": ";
     message += std::string(KindLabel(error.Kind())) + " error: " + error.what();
     const std::string debug = xpsfilter::DebugLog::LastLine();
     if ((error.Kind() == ErrorKind::Filter || error.Kind() == ErrorKind::Config) && !debug.empty())
@@ -54,6 +60,7 @@ int Report(const RunOptions& options, const pipelinehost::JobError& error) {
 
 int Run(const RunOptions& options) {
     using namespace pipelinehost;
+    std::string inputFile = options.input;
     // OUT first: a folder or a missing folder is refused before anything is read.
     const xpsfilter::OutputTarget target = xpsfilter::OutputTarget::Resolve(options.output);
     try {
@@ -67,7 +74,7 @@ int Run(const RunOptions& options) {
         job.ticketFile =
             options.ticket.empty() ? xpsfilter::DataFiles::DefaultTicket() : options.ticket;
         if (!options.ticket.empty()) xpsfilter::CheckPrintTicketFile(options.ticket);
-        job.input = xpsfilter::InputSource::Path(options.input);
+        job.input = inputFile = xpsfilter::InputSource::Path(options.input);
         // A stream cannot be written back into, as the ZIP writer does: the package is made in
         // the scratch folder and copied to the stream once complete.
         job.output = target.IsStream() ? xpsfilter::ScratchFolder() + "/output.xps" : target.Path();
@@ -89,7 +96,7 @@ int Run(const RunOptions& options) {
         }
         JobResult result = RunJob(config, registry, job);
         if (terminal) std::fprintf(stderr, "\r\033[K");
-        if (!result.succeeded) return Report(options, *result.error);
+        if (!result.succeeded) return Report(options, job.input, *result.error);
         if (target.IsStream()) {
             target.CopyToStream(job.output);
             TemporaryFiles::Remove(job.output);
@@ -108,7 +115,7 @@ int Run(const RunOptions& options) {
         }
         return xpsfilter::kExitOk;
     } catch (const JobError& error) {
-        return Report(options, error);
+        return Report(options, inputFile, error);
     } catch (const std::exception& error) {
         std::cerr << "xpsfilter: internal error: " << error.what() << "\n";
         return xpsfilter::kExitInternal;
