@@ -121,8 +121,7 @@ check "PrintCapabilities, watermark" 7 'is not a PrintTicket' -- \
 sed "s|hold.ttf|notafont|" hold.xml >bad.xml
 check "a filter's reason without -v" 9 'last debug message: stamp: File .*notafont' -- \
     "$X" run --pipeline bad.xml "$job" out.xps
-"$X" -v run -q --pipeline bad.xml "$job" out.xps 2>"$scratch/stderr"
-grep -q '^stamp: File' "$scratch/stderr" || fail "-v: no debug output on stderr"
+check "-v" 9 '^xpsfilter: debug: stamp: File' -- "$X" run -v -q --pipeline bad.xml "$job" out.xps
 
 echo "== reproducible output"
 for input in "$job" "$notickets"; do

@@ -1,6 +1,7 @@
 // debuglog.cpp: the command's debug sink.
 #include "debuglog.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 
@@ -23,12 +24,26 @@ void Remember(std::string_view message) {
     g_lastLine.assign(message);
 }
 
+// -v: each line on stderr as a message of the command, "xpsfilter: debug: <line>".
+void ToStderr(std::string_view message) {
+    std::string text;
+    while (!message.empty()) {
+        const std::size_t end = message.find('\n');
+        const std::string_view line = message.substr(0, end);
+        text.append("xpsfilter: debug: ").append(line).append("\n");
+        message.remove_prefix(end == std::string_view::npos ? message.size() : end + 1);
+    }
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::fflush(stderr);
+}
+
 }  // namespace
 
 void DebugLog::Install(bool verbose) {
     const char* configured = std::getenv("FU_DEBUG_SINK");
-    platform::DebugOutputSink next = platform::MakeDebugOutputSink(
-        verbose ? "stderr" : (configured != nullptr ? configured : "none"));
+    platform::DebugOutputSink next =
+        verbose ? platform::DebugOutputSink(&ToStderr)
+                : platform::MakeDebugOutputSink(configured != nullptr ? configured : "none");
     platform::SetDebugOutputSink([next](std::string_view message) {
         Remember(message);
         if (next) next(message);

@@ -17,7 +17,6 @@
 #include "inputsource.h"
 #include "outputtarget.h"
 #include "pipelinehost/jobrunner.h"
-#include "pipelinehost/temporaryfiles.h"
 #include "scratchfolder.h"
 #include "ticketfile.h"
 
@@ -99,7 +98,7 @@ int Run(const RunOptions& options) {
         if (!result.succeeded) return Report(options, job.input, *result.error);
         if (target.IsStream()) {
             target.CopyToStream(job.output);
-            TemporaryFiles::Remove(job.output);
+            ::unlink(job.output.c_str());  // the scratch folder goes at exit; free the room now
         }
         if (!options.quiet) {
             double rate =
