@@ -1,7 +1,7 @@
 // debuglog.h: where the library's debug output (OutputDebugString) goes while the command runs.
-// With -v/--verbose every line goes to stderr as "xpsfilter: debug: LINE"; otherwise FU_DEBUG_SINK decides as in any
-// program. Either way the last non-empty line is kept, so that an error message can show why a
-// filter failed without the user turning the debug output on.
+// With -v/--verbose every line goes to stderr as "xpsfilter: debug: LINE"; otherwise
+// FU_DEBUG_SINK decides as in any program. Either way the last non-empty line is kept, so that
+// an error message can show why a filter failed without the user turning the debug output on.
 #pragma once
 
 #include <string>

@@ -49,7 +49,8 @@ OutputTarget OutputTarget::Resolve(const std::string& argument) {
     if (::stat(path.c_str(), &st) == 0) {
         if (S_ISDIR(st.st_mode)) Refuse(argument, "is a folder; give a file name");
         if (S_ISCHR(st.st_mode) || S_ISFIFO(st.st_mode)) return OutputTarget(argument, path, true);
-        if (!S_ISREG(st.st_mode)) Refuse(argument, "is not a regular file, a character device or a FIFO");
+        if (!S_ISREG(st.st_mode))
+            Refuse(argument, "is not a regular file, a character device or a FIFO");
         return OutputTarget(argument, path, false);
     }
     if (errno != ENOENT) Refuse(argument, std::strerror(errno));
