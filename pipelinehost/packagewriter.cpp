@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -17,6 +18,7 @@
 
 #include "pipelinehost/deflatepool.h"
 #include "pipelinehost/hosterror.h"
+#include "pipelinehost/temporaryfiles.h"
 #include "pipelinehost/zipfilewriter.h"
 
 namespace pipelinehost {
@@ -44,15 +46,14 @@ PackageWriter::PackageWriter(std::string target, unsigned compressionThreads)
     std::filesystem::path dir = path.parent_path();
     if (dir.empty()) dir = ".";
     std::string pattern = (dir / ("." + path.filename().string() + ".XXXXXX")).string();
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    int fd = ::mkstemp(name.data());
+    int fd = TemporaryFiles::CreateFile(pattern);
     if (fd < 0)
         Fail(std::string("cannot create a temporary file in ") + dir.string() + " (" +
                  std::strerror(errno) + ")",
              m_target);
     m_fd = fd;
-    m_temporary = name.data();
+    m_temporary = pattern;
+    m_fixedTime = FixedEntryTime();
     m_zip = std::make_unique<ZipFileWriter>(m_fd);
 }
 
@@ -69,7 +70,7 @@ void PackageWriter::Discard() {
         m_fd = -1;
     }
     if (!m_temporary.empty()) {
-        ::unlink(m_temporary.c_str());
+        TemporaryFiles::Remove(m_temporary);
         m_temporary.clear();
     }
 }
@@ -119,7 +120,8 @@ void PackageWriter::CopyNow(const std::string& itemName, const SourcePackage& pa
     info.name = itemName;
     info.method = item.method == 0 ? 0 : Z_DEFLATED;
     info.level = Z_DEFAULT_COMPRESSION;
-    info.mtime = item.mtime;
+    info.mtime = m_fixedTime ? *m_fixedTime : item.mtime;
+    info.utc = m_fixedTime.has_value();
     info.zip64 = item.size >= kZip64Threshold || item.compressedSize >= kZip64Threshold;
     ZipCall([&] { m_zip->Begin(info); });
     std::unique_ptr<SourcePackage::RawReader> raw = package.OpenRaw(item);
@@ -314,6 +316,10 @@ void PackageWriter::WriteRecord(Record& record) {
         info.name = record.itemName;
         info.method = static_cast<std::uint16_t>(record.method);
         info.level = record.level;
+        if (m_fixedTime) {
+            info.mtime = *m_fixedTime;
+            info.utc = true;
+        }
         info.zip64 = record.zip64 || (record.last && (chunk.inputSize >= kZip64Threshold ||
                                                       chunk.output.size() >= kZip64Threshold));
         ZipCall([&] { m_zip->Begin(info); });
@@ -363,17 +369,35 @@ void PackageWriter::Finish() {
 
 void PackageWriter::Commit() {
     if (!m_finished) Finish();
-    if (std::rename(m_temporary.c_str(), m_target.c_str()) != 0) {
+    // mkstemp creates the file 0600: an existing regular target keeps its mode, a new one gets
+    // the usual 0666 less the umask. Set before the rename, so the target never has another.
+    mode_t mode = 0;
+    struct stat existing {};
+    if (::stat(m_target.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) {
+        mode = existing.st_mode & 07777;
+    } else {
+        mode_t mask = ::umask(0);
+        ::umask(mask);
+        mode = 0666 & ~mask;
+    }
+    ::chmod(m_temporary.c_str(), mode);
+    if (!TemporaryFiles::RenameOver(m_temporary, m_target)) {
         Fail(std::string("cannot rename the finished package into place (") + std::strerror(errno) +
                  ")",
              m_target);
     }
-    // mkstemp creates the file 0600; give the output the usual permissions.
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::chmod(m_target.c_str(), 0666 & ~mask);
     m_temporary.clear();
     m_committed = true;
+}
+
+std::optional<std::time_t> PackageWriter::FixedEntryTime() {
+    const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
+    if (epoch == nullptr || *epoch == '\0') return std::nullopt;
+    char* end = nullptr;
+    errno = 0;
+    const long long seconds = std::strtoll(epoch, &end, 10);
+    if (errno != 0 || *end != '\0' || seconds < 0) return std::nullopt;
+    return static_cast<std::time_t>(seconds);
 }
 
 }  // namespace pipelinehost

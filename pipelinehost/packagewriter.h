@@ -5,8 +5,10 @@
 // queued in order and appended to the ZIP, as raw data, by one output thread, so that the thread
 // sending parts goes on while they are compressed and written; a copy with nothing queued before
 // it is made at once, on the calling thread. A bounded amount is in flight at a time.
-// Everything goes to a temporary file beside the target; Commit renames it over the target,
-// and a writer destroyed without Commit removes it, so a failed job leaves nothing behind.
+// Everything goes to a temporary file beside the target (recorded in TemporaryFiles); Commit
+// renames it over the target, keeping an existing target's mode, and a writer destroyed without
+// Commit removes it, so a failed job leaves nothing behind. With SOURCE_DATE_EPOCH set (seconds
+// since 1970, the reproducible-builds convention) every item is dated that moment, in UTC.
 #pragma once
 
 #include <atomic>
@@ -18,6 +20,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -72,6 +75,8 @@ public:
     // Items in the ZIP so far (queued ones not counted).
     std::uint64_t ItemCount() const { return m_items.load(); }
     unsigned CompressionThreads() const { return m_threads; }
+    // The time SOURCE_DATE_EPOCH asks every item to carry, when it is set to a valid number.
+    static std::optional<std::time_t> FixedEntryTime();
 
 private:
     // One step of the output in order: a raw copy, or one compressed chunk of a written item.
@@ -110,6 +115,7 @@ private:
 
     std::string m_target;
     std::string m_temporary;
+    std::optional<std::time_t> m_fixedTime;
     int m_fd = -1;
     std::unique_ptr<ZipFileWriter> m_zip;
     bool m_finished = false;

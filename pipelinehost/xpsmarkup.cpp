@@ -245,8 +245,14 @@ Listing ParseListing(std::string_view xml, std::string_view partName, bool seque
         std::optional<std::string> part = ResolvePartReference(partName, Attribute(node, "Source"));
         if (!part) {
             xmlBufferFree(buffer);
-            throw JobError(ErrorKind::BadPackage,
-                           what + " refers outside the package: " + Attribute(node, "Source"));
+            // Say which kind of reference it is: an empty one and a folder are not "outside".
+            const std::string source = Attribute(node, "Source");
+            const std::string quoted = "\"" + source + "\"";
+            throw JobError(
+                ErrorKind::BadPackage,
+                what + (source.empty()         ? " has an empty reference " + quoted
+                        : source.back() == '/' ? " has a folder reference " + quoted
+                                               : " refers outside the package: " + quoted));
         }
         xmlBufferEmpty(buffer);
         xmlNodeDump(buffer, doc.get(), node, 0, 0);

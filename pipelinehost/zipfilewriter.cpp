@@ -46,11 +46,13 @@ std::uint32_t Low32(std::uint64_t v) {
     return v >= kMax32 ? static_cast<std::uint32_t>(kMax32) : static_cast<std::uint32_t>(v);
 }
 
-// MS-DOS date and time in local time, as ZIP tools show them; 1980-01-01 for unknown or earlier
-// times.
-void DosTime(std::time_t when, std::uint16_t& time, std::uint16_t& date) {
+// MS-DOS date and time in local time, as ZIP tools show them, or in UTC (reproducible output);
+// 1980-01-01 for unknown or earlier times.
+void DosTime(std::time_t when, bool utc, std::uint16_t& time, std::uint16_t& date) {
     std::tm local{};
-    if (when > 0 && localtime_r(&when, &local) != nullptr && local.tm_year >= 80) {
+    const bool converted =
+        when > 0 && (utc ? gmtime_r(&when, &local) : localtime_r(&when, &local)) != nullptr;
+    if (converted && local.tm_year >= 80) {
         time = static_cast<std::uint16_t>((local.tm_hour << 11) | (local.tm_min << 5) |
                                           (local.tm_sec / 2));
         date = static_cast<std::uint16_t>(((local.tm_year - 80) << 9) | ((local.tm_mon + 1) << 5) |
@@ -130,7 +132,7 @@ void ZipFileWriter::Begin(const ItemInfo& info) {
         if (info.level == 2) item.flags = 4;
         if (info.level == 1) item.flags = 6;
     }
-    DosTime(info.mtime, item.time, item.date);
+    DosTime(info.mtime, info.utc, item.time, item.date);
     item.offset = m_flushed + m_buffer.size();
     item.zip64Local = info.zip64;
     Bytes header;

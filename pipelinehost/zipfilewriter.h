@@ -25,6 +25,7 @@ public:
         std::uint16_t method = 0;  // 0 stored, 8 deflated
         int level = 6;             // the deflate level, recorded in the general-purpose flags
         std::time_t mtime = 0;     // 0: 1980-01-01
+        bool utc = false;          // the date in UTC rather than local time
         // A Zip64 local header, for items that may reach 4 GiB.
         bool zip64 = false;
     };

@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <mutex>
 #include <unordered_map>
 
@@ -32,6 +33,9 @@ ULONGLONG MonotonicMilliseconds() {
            static_cast<ULONGLONG>(now.tv_nsec) / 1000000u;
 }
 
+std::atomic<bool> g_reproducibleTicks{false};
+std::atomic<DWORD> g_tickCalls{0};
+
 }  // namespace
 
 DWORD GetLastError() {
@@ -42,6 +46,9 @@ void SetLastError(DWORD error) {
 }
 
 DWORD GetTickCount() {
+    if (g_reproducibleTicks.load(std::memory_order_relaxed)) {
+        return g_tickCalls.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
     return static_cast<DWORD>(MonotonicMilliseconds());
 }
 ULONGLONG GetTickCount64() {
@@ -72,6 +79,11 @@ BOOL CloseHandle(HANDLE handle) {
 }
 
 namespace platform {
+
+void SetReproducibleTicks(bool on) {
+    g_tickCalls.store(0);
+    g_reproducibleTicks.store(on);
+}
 
 HANDLE RegisterHandle(std::shared_ptr<KernelObject> object) {
     HandleTable& table = Table();

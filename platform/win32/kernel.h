@@ -12,7 +12,10 @@ DWORD GetLastError();
 void SetLastError(DWORD error);
 
 // Milliseconds since an arbitrary fixed point (the monotonic clock), wrapping after 49.7 days
-// as on Windows. GetTickCount64 does not wrap.
+// as on Windows. GetTickCount64 does not wrap. With reproducible ticks on
+// (platform::SetReproducibleTicks), GetTickCount counts its own calls instead (1, 2, 3, ...), so
+// that names made unique with it come out the same in every run; GetTickCount64, which measures
+// durations, keeps the clock.
 DWORD GetTickCount();
 ULONGLONG GetTickCount64();
 
@@ -82,6 +85,9 @@ inline PVOID InterlockedCompareExchangePointer(PVOID volatile* target, PVOID exc
 }
 
 namespace platform {
+
+// Turns the call counter behind GetTickCount on (starting again from 1) or off.
+void SetReproducibleTicks(bool on);
 
 // An object a kernel handle refers to. Stand-ins derive their objects (security tokens, ...)
 // from it and register them; the table holds one reference per open handle.

@@ -63,6 +63,12 @@ std::string MakeBadInput(const std::string& name, const fs::path& dir) {
             "<psf:PrintTicket xmlns:psf=\"http://schemas.microsoft.com/windows/2003/"
             "08/printing/printschemaframework\"><q:Feature/></psf:PrintTicket>";
         write(job);
+    } else if (name == "emptysource") {
+        job.back().content = Document({"Pages/1.fpage", ""});
+        write(job);
+    } else if (name == "foldersource") {
+        job.back().content = Document({"Pages/"});
+        write(job);
     }
     return path;
 }
@@ -92,7 +98,9 @@ INSTANTIATE_TEST_SUITE_P(
                       BadInput{"pieces", 5, "out of order"}, BadInput{"bomb", 6, "above the limit"},
                       BadInput{"missingpage", 5, "missing from the package"},
                       BadInput{"ticketprefix", 5,
-                               "/Metadata/Doc_PT.xml: the PrintTicket is not well-formed"}),
+                               "/Metadata/Doc_PT.xml: the PrintTicket is not well-formed"},
+                      BadInput{"emptysource", 5, "has an empty reference \"\""},
+                      BadInput{"foldersource", 5, "has a folder reference \"Pages/\""}),
     [](const ::testing::TestParamInfo<BadInput>& info) { return info.param.name; });
 
 // Jobs XPS readers print though they are unusual: the job goes through with exit 0, says on

@@ -12,6 +12,8 @@
 #include <string>
 
 #include "commandline.h"
+#include "inputsource.h"
+#include "outputtarget.h"
 #include "devmodedescription.h"
 #include "filterpipeline/filterutilities/printticketxmldocument.h"
 #include "platform/com/com.h"
@@ -105,8 +107,9 @@ bool PrintDevmode(const char* title, const ByteBuffer& devmode) {
 
 int Decode(const DecodeOptions& options) {
     try {
-        std::unique_ptr<PrintTicketXmlDocument> ticket =
-            WrapTicket(LoadTicket(ReadInput(options.ticket), options.ticket), options.ticket);
+        std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(
+            LoadTicket(ReadInput(xpsfilter::InputSource::Path(options.ticket)), options.ticket),
+            options.ticket);
         bool clean = true;
         bool any = false;
         if (options.which != "job") {
@@ -147,7 +150,7 @@ int Decode(const DecodeOptions& options) {
         }
         return clean ? xpsfilter::kExitOk : xpsfilter::kExitBadTicket;
     } catch (const InputError& error) {
-        std::cerr << "xpsfilter: " << error.what() << "\n";
+        std::cerr << "xpsfilter: " << xpsfilter::InputSource::Readable(error.what()) << "\n";
         return error.Code();
     } catch (const std::exception& error) {
         std::cerr << "xpsfilter: internal error: " << error.what() << "\n";
@@ -177,18 +180,21 @@ std::string Serialise(IXMLDOMDocument2* dom) {
 }
 
 int Encode(const EncodeOptions& options) {
+    const xpsfilter::OutputTarget target = xpsfilter::OutputTarget::Resolve(options.output);
     try {
         xpsfilter::DevmodeDescription description;
         ByteBuffer devmode;
         try {
-            description = xpsfilter::ParseDevmodeDescription(ReadInput(options.description));
+            description = xpsfilter::ParseDevmodeDescription(
+                ReadInput(xpsfilter::InputSource::Path(options.description)));
             devmode = xpsfilter::BuildDevmode(description);
         } catch (const xpsfilter::DescriptionError& error) {
             throw InputError(xpsfilter::kExitBadTicket, options.description + ": " + error.what());
         }
 
-        std::string base =
-            options.ticket.empty() ? std::string(kEmptyTicket) : ReadInput(options.ticket);
+        std::string base = options.ticket.empty()
+                               ? std::string(kEmptyTicket)
+                               : ReadInput(xpsfilter::InputSource::Path(options.ticket));
         std::string baseName = options.ticket.empty() ? "the empty ticket" : options.ticket;
         CComPtr<IXMLDOMDocument2> dom = LoadTicket(base, baseName);
         std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(dom, baseName);
@@ -215,21 +221,10 @@ int Encode(const EncodeOptions& options) {
 
         std::string xml = Serialise(dom);
         if (xml.empty()) throw InputError(xpsfilter::kExitInternal, "cannot serialise the ticket");
-        if (options.output.empty() || options.output == "-") {
-            std::cout << xml;
-            if (xml.back() != '\n') std::cout << "\n";
-            return std::cout.good() ? xpsfilter::kExitOk : xpsfilter::kExitOutput;
-        }
-        std::ofstream out(options.output, std::ios::binary | std::ios::trunc);
-        out << xml;
-        out.close();
-        if (!out) {
-            std::remove(options.output.c_str());
-            throw InputError(xpsfilter::kExitOutput, "cannot write " + options.output);
-        }
+        target.WriteText(xml);
         return xpsfilter::kExitOk;
     } catch (const InputError& error) {
-        std::cerr << "xpsfilter: " << error.what() << "\n";
+        std::cerr << "xpsfilter: " << xpsfilter::InputSource::Readable(error.what()) << "\n";
         return error.Code();
     } catch (const ZorunComException& error) {
         std::cerr << "xpsfilter: the ticket cannot be edited: "
@@ -257,7 +252,9 @@ void AddDevmodeCommand(xpsfilter::CommandLine& commands) {
                      "(JobZorunDriverData) or all")
         ->capture_default_str()
         ->check(CLI::IsMember({"page", "job", "all"}));
-    decodeCommand->add_option("TICKET", decode->ticket, "The PrintTicket file")->required();
+    decodeCommand
+        ->add_option("TICKET", decode->ticket, "The PrintTicket file; - reads standard input")
+        ->required();
     decodeCommand->callback([&commands, decode] { commands.SetExitCode(Decode(*decode)); });
 
     auto encode = std::make_shared<EncodeOptions>();
@@ -274,7 +271,8 @@ void AddDevmodeCommand(xpsfilter::CommandLine& commands) {
     encodeCommand->add_option("-o,--output", encode->output,
                               "Where to write the ticket (default: standard output)");
     encodeCommand
-        ->add_option("DESCRIPTION", encode->description, "The device mode description file")
+        ->add_option("DESCRIPTION", encode->description,
+                     "The device mode description file; - reads standard input")
         ->required();
     encodeCommand->callback([&commands, encode] { commands.SetExitCode(Encode(*encode)); });
 }

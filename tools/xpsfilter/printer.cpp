@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "commandline.h"
+#include "inputsource.h"
 #include "platform/com/unicode.h"
 #include "platform/win32/kernel.h"
 #include "platform/win32/printers.h"
@@ -180,7 +181,7 @@ int RunGuarded(const std::function<int()>& body) {
     try {
         return body();
     } catch (const CommandError& error) {
-        std::cerr << "xpsfilter: " << error.what() << "\n";
+        std::cerr << "xpsfilter: " << InputSource::Readable(error.what()) << "\n";
         return error.ExitCode();
     } catch (const ExceptionDelayLoadDllLoadFailure&) {
         std::string directory(1024, '\0');

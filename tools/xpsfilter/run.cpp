@@ -1,16 +1,24 @@
 // run.cpp: `xpsfilter run [--pipeline FILE] [--ticket FILE] [--printer NAME] IN OUT` runs a
 // filter pipeline over an XPS job. It shows a progress line when stderr is a terminal, prints
-// a one-line summary, and exits with a code that tells what went wrong.
+// a one-line summary, and exits with a code that tells what went wrong. IN and OUT may be "-"
+// (standard input and output); OUT is handled as OutputTarget describes.
 #include <unistd.h>
 
 #include <cstdio>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "builtins.h"
 #include "commandline.h"
+#include "datafiles.h"
+#include "debuglog.h"
+#include "inputsource.h"
+#include "outputtarget.h"
 #include "pipelinehost/jobrunner.h"
+#include "scratchfolder.h"
+#include "ticketfile.h"
 
 namespace {
 
@@ -25,18 +33,50 @@ struct RunOptions {
     bool quiet = false;
 };
 
+// Kinds of error about the job file itself: their message is prefixed with IN.
+bool AboutInput(pipelinehost::ErrorKind kind) {
+    using pipelinehost::ErrorKind;
+    return kind == ErrorKind::InputMissing || kind == ErrorKind::NotZip ||
+           kind == ErrorKind::BadPackage || kind == ErrorKind::LimitExceeded;
+}
+
+// `inputFile`: the file read for IN (the spooled copy for "-"). A message about the job that
+// does not name it already is prefixed with IN.
+int Report(const RunOptions& options, const std::string& inputFile,
+           const pipelinehost::JobError& error) {
+    using pipelinehost::ErrorKind;
+    std::string message = "xpsfilter: ";
+    if (AboutInput(error.Kind()) &&
+        std::string_view(error.what()).find(inputFile) == std::string_view::npos)
+        message += options.input + ": ";
+    message += std::string(KindLabel(error.Kind())) + " error: " + error.what();
+    const std::string debug = xpsfilter::DebugLog::LastLine();
+    if ((error.Kind() == ErrorKind::Filter || error.Kind() == ErrorKind::Config) && !debug.empty())
+        message += " (last debug message: " + debug + ")";
+    std::cerr << xpsfilter::InputSource::Readable(message) << "\n";
+    return xpsfilter::ExitCodeFor(error.Kind());
+}
+
 int Run(const RunOptions& options) {
     using namespace pipelinehost;
+    std::string inputFile = options.input;
+    // OUT first: a folder or a missing folder is refused before anything is read.
+    const xpsfilter::OutputTarget target = xpsfilter::OutputTarget::Resolve(options.output);
     try {
-        PipelineConfig config = options.pipeline.empty() ? DefaultPipelineConfig()
-                                                         : LoadPipelineConfig(options.pipeline);
+        const std::string pipeline = xpsfilter::DataFiles::Pipeline(options.pipeline);
+        PipelineConfig config =
+            pipeline.empty() ? DefaultPipelineConfig() : LoadPipelineConfig(pipeline);
         FilterRegistry registry;
         xpsfilter::RegisterBuiltinFilters(registry);
 
         JobOptions job;
-        job.input = options.input;
-        job.output = options.output;
-        job.ticketFile = options.ticket;
+        job.ticketFile =
+            options.ticket.empty() ? xpsfilter::DataFiles::DefaultTicket() : options.ticket;
+        if (!options.ticket.empty()) xpsfilter::CheckPrintTicketFile(options.ticket);
+        job.input = inputFile = xpsfilter::InputSource::Path(options.input);
+        // A stream cannot be written back into, as the ZIP writer does: the package is made in
+        // the scratch folder and copied to the stream once complete.
+        job.output = target.IsStream() ? xpsfilter::ScratchFolder() + "/output.xps" : target.Path();
         job.printerName = options.printer;
         job.limits.maxPartSize = options.maxPartMiB << 20;
         job.queueCapacity = options.queue;
@@ -58,24 +98,26 @@ int Run(const RunOptions& options) {
         for (const std::string& warning : result.warnings) {
             std::cerr << "xpsfilter: " << options.input << ": warning: " << warning << "\n";
         }
-        if (!result.succeeded) {
-            const JobError& error = *result.error;
-            std::cerr << "xpsfilter: " << KindLabel(error.Kind()) << " error: " << error.what()
-                      << "\n";
-            return xpsfilter::ExitCodeFor(error.Kind());
+        if (!result.succeeded) return Report(options, job.input, *result.error);
+        if (target.IsStream()) {
+            target.CopyToStream(job.output);
+            ::unlink(job.output.c_str());  // the scratch folder goes at exit; free the room now
         }
         if (!options.quiet) {
             double rate =
                 result.seconds > 0 ? static_cast<double>(result.pages) / result.seconds : 0;
-            std::printf("%s -> %s: %llu pages through %zu filter%s in %.2f s (%.1f pages/s)\n",
-                        options.input.c_str(), options.output.c_str(),
-                        static_cast<unsigned long long>(result.pages), config.filters.size(),
-                        config.filters.size() == 1 ? "" : "s", result.seconds, rate);
+            // The summary goes to stderr, as a message, when the package goes to stdout.
+            const bool toStderr = target.IsStandardOutput();
+            std::fprintf(toStderr ? stderr : stdout,
+                         "%s%s -> %s: %llu pages through %zu filter%s in %.2f s (%.1f pages/s)\n",
+                         toStderr ? "xpsfilter: " : "", options.input.c_str(),
+                         target.Name().c_str(), static_cast<unsigned long long>(result.pages),
+                         config.filters.size(), config.filters.size() == 1 ? "" : "s",
+                         result.seconds, rate);
         }
         return xpsfilter::kExitOk;
     } catch (const JobError& error) {
-        std::cerr << "xpsfilter: " << KindLabel(error.Kind()) << " error: " << error.what() << "\n";
-        return xpsfilter::ExitCodeFor(error.Kind());
+        return Report(options, inputFile, error);
     } catch (const std::exception& error) {
         std::cerr << "xpsfilter: internal error: " << error.what() << "\n";
         return xpsfilter::kExitInternal;
@@ -89,9 +131,10 @@ void AddRunCommand(xpsfilter::CommandLine& commands) {
     CLI::App* run = commands.App().add_subcommand(
         "run", "Run a filter pipeline over an XPS job and write the resulting XPS file");
     run->add_option("--pipeline", options->pipeline,
-                    "Pipeline configuration file (default: the built-in pass-through filter)");
+                    "Pipeline configuration file, or the name of an installed sample pipeline "
+                    "(default: the built-in pass-through filter)");
     run->add_option("--ticket", options->ticket,
-                    "Per-user default PrintTicket (default: the embedded default ticket)");
+                    "Per-user default PrintTicket (default: the installed default ticket)");
     run->add_option("--printer", options->printer, "Printer name given to the filters")
         ->capture_default_str();
     run->add_option("--max-part-size", options->maxPartMiB,
@@ -102,7 +145,9 @@ void AddRunCommand(xpsfilter::CommandLine& commands) {
         ->capture_default_str()
         ->check(CLI::Range(1, 1024));
     run->add_flag("-q,--quiet", options->quiet, "No progress line and no summary");
-    run->add_option("IN", options->input, "The XPS job to read")->required();
-    run->add_option("OUT", options->output, "The XPS file to write")->required();
+    run->add_option("IN", options->input, "The XPS job to read; - reads standard input")
+        ->required();
+    run->add_option("OUT", options->output, "The XPS file to write; - writes standard output")
+        ->required();
     run->callback([&commands, options] { commands.SetExitCode(Run(*options)); });
 }

@@ -16,6 +16,8 @@
 #include <string>
 
 #include "commandline.h"
+#include "inputsource.h"
+#include "outputtarget.h"
 #include "filterpipeline/filterutilities/pagemediasizeptpchelper.h"
 #include "filterpipeline/filterutilities/printticketxmldocument.h"
 #include "platform/com/atl.h"
@@ -173,32 +175,6 @@ std::string Serialise(IXMLDOMDocument2* document) {
     return text;
 }
 
-// Writes through a temporary file beside the target, so that a failure leaves no half-written
-// file; "" or "-" is standard output.
-void WriteOutput(const std::string& path, const std::string& text) {
-    if (path.empty() || path == "-") {
-        std::cout << text;
-        if (!text.empty() && text.back() != '\n') std::cout << "\n";
-        std::cout.flush();
-        if (!std::cout.good()) throw CommandError(kExitOutput, "cannot write standard output");
-        return;
-    }
-    const fs::path target(path);
-    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
-    const int fd = ::mkstemp(pattern.data());
-    if (fd < 0) throw CommandError(kExitOutput, "cannot write " + path);
-    bool written = static_cast<std::size_t>(::write(fd, text.data(), text.size())) == text.size();
-    written = ::close(fd) == 0 && written;
-    std::error_code renamed;
-    if (written) fs::rename(pattern, target, renamed);
-    if (!written || renamed) {
-        std::error_code ignored;
-        fs::remove(pattern, ignored);
-        throw CommandError(kExitOutput, "cannot write " + path);
-    }
-}
-
 std::unique_ptr<PrintTicketXmlDocument> WrapTicket(IXMLDOMDocument2* document,
                                                    const std::string& path) {
     try {
@@ -263,9 +239,10 @@ std::unique_ptr<PrintTicketXmlDocument> PrepareTicket(
 }
 
 int SetMedia(const SetMediaOptions& options) {
+    const OutputTarget target = OutputTarget::Resolve(options.output);
     const SizeMicrons size = ParseSize(options.size);
     CheckPrinterConfiguration(options.printer);
-    CComPtr<IXMLDOMDocument2> document = LoadTicket(options.ticket);
+    CComPtr<IXMLDOMDocument2> document = LoadTicket(InputSource::Path(options.ticket));
     std::unique_ptr<PrintTicketXmlDocument> ticket = WrapTicket(document, options.ticket);
 
     const PageMediaSizePtPcHelper::FormsInfoList forms = FilteredForms(options.printer);
@@ -292,7 +269,7 @@ int SetMedia(const SetMediaOptions& options) {
                       name.ns == PrintSchema::MsPrintTicketUserKeywordsNamespace, options.ticket);
     PageMediaSizePtPcHelper::AddOrReplacePageMediaSize(*ticket, options.postScript, dictionary,
                                                        form);
-    WriteOutput(options.output, Serialise(document));
+    target.WriteText(Serialise(document));
 
     const std::wstring prefix = Text(name.ns == PrintSchema::MsPrintTicketUserKeywordsNamespace
                                          ? ticket->GetUserKeywordsNsPrefix()
@@ -325,7 +302,8 @@ void AddTicketSetMediaCommand(xpsfilter::CommandLine& commands) {
     auto options = std::make_shared<xpsfilter::SetMediaOptions>();
     CLI::App* command = ticket->add_subcommand(
         "set-media", "Set the ticket's PageMediaSize to the printer's form of a size");
-    command->add_option("TICKET", options->ticket, "The PrintTicket file")->required();
+    command->add_option("TICKET", options->ticket, "The PrintTicket file; - reads standard input")
+        ->required();
     command->add_option("--printer", options->printer, "The printer whose forms are used")
         ->required();
     command

@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "commandline.h"
+#include "inputsource.h"
+#include "outputtarget.h"
 #include "filterpipeline/filterutilities/printreadstreamtoistream.h"
 #include "filterpipeline/filterutilities/printschema.h"
 #include "filterpipeline/filterutilities/printticketmanager.h"
@@ -72,32 +74,8 @@ int ExitCodeForTicketFailure(HRESULT hr) {
     return xpsfilter::kExitInternal;
 }
 
-// Writes the text to the file through a temporary file in the same folder, so that a failure
-// leaves no half-written file; "" or "-" writes to stdout.
-void WriteOutput(const std::string& path, const std::string& text) {
-    if (path.empty() || path == "-") {
-        std::cout << text;
-        if (!text.empty() && text.back() != '\n') std::cout << "\n";
-        std::cout.flush();
-        return;
-    }
-    const fs::path target(path);
-    const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
-    const int fd = ::mkstemp(pattern.data());
-    if (fd < 0) throw TicketError{xpsfilter::kExitOutput, "cannot write " + path};
-    bool written = static_cast<std::size_t>(::write(fd, text.data(), text.size())) == text.size();
-    written = ::close(fd) == 0 && written;
-    std::error_code renamed;
-    if (written) fs::rename(pattern, target, renamed);
-    if (!written || renamed) {
-        std::error_code ignored;
-        fs::remove(pattern, ignored);
-        throw TicketError{xpsfilter::kExitOutput, "cannot write " + path};
-    }
-}
-
 int Merge(const MergeOptions& options) {
+    const xpsfilter::OutputTarget target = xpsfilter::OutputTarget::Resolve(options.output);
     EPrintTicketScope scope = kPTJobScope;
     if (!platform::ParsePrintTicketScope(options.scope, &scope)) {
         std::cerr << "xpsfilter: --scope must be page, document or job\n";
@@ -105,14 +83,17 @@ int Merge(const MergeOptions& options) {
     }
     std::string merged;
     std::string error;
-    const HRESULT hr =
-        platform::MergePrintTicketFiles(options.base, options.delta, scope, merged, error);
+    const HRESULT hr = platform::MergePrintTicketFiles(xpsfilter::InputSource::Path(options.base),
+                                                       xpsfilter::InputSource::Path(options.delta),
+                                                       scope, merged, error);
     if (FAILED(hr)) {
         std::cerr << "xpsfilter: ticket error: "
-                  << (error.empty() ? "the merge failed (" + Hex(hr) + ")" : error) << "\n";
+                  << xpsfilter::InputSource::Readable(
+                         error.empty() ? "the merge failed (" + Hex(hr) + ")" : error)
+                  << "\n";
         return ExitCodeForTicketFailure(hr);
     }
-    WriteOutput(options.output, merged);
+    target.WriteText(merged);
     return xpsfilter::kExitOk;
 }
 
@@ -552,8 +533,9 @@ std::string FormatShow(const std::string& path, const TicketContents& contents, 
 }
 
 int Show(const ShowOptions& options) {
-    const TicketContents contents = LoadTicket(options.ticket);
-    WriteOutput("", FormatShow(options.ticket, contents, options.json));
+    const TicketContents contents = LoadTicket(xpsfilter::InputSource::Path(options.ticket));
+    xpsfilter::OutputTarget::Resolve("-").WriteText(
+        FormatShow(options.ticket, contents, options.json));
     return xpsfilter::kExitOk;
 }
 
@@ -563,7 +545,8 @@ int Guarded(Body body) {
     try {
         return body();
     } catch (const TicketError& error) {
-        std::cerr << "xpsfilter: ticket error: " << error.message << "\n";
+        std::cerr << "xpsfilter: ticket error: " << xpsfilter::InputSource::Readable(error.message)
+                  << "\n";
         return error.exitCode;
     } catch (const std::bad_alloc&) {
         std::cerr << "xpsfilter: internal error: out of memory\n";
@@ -589,8 +572,10 @@ void AddTicketCommand(xpsfilter::CommandLine& commands) {
     auto merge = std::make_shared<MergeOptions>();
     CLI::App* mergeCommand = ticket->add_subcommand(
         "merge", "Merge the DELTA ticket onto the BASE ticket and write the result");
-    mergeCommand->add_option("BASE", merge->base, "The base PrintTicket")->required();
-    mergeCommand->add_option("DELTA", merge->delta, "The delta PrintTicket")->required();
+    mergeCommand->add_option("BASE", merge->base, "The base PrintTicket; - reads standard input")
+        ->required();
+    mergeCommand->add_option("DELTA", merge->delta, "The delta PrintTicket; - reads standard input")
+        ->required();
     mergeCommand
         ->add_option("--scope", merge->scope,
                      "Which of the delta's settings apply: page (Page... features only), "
@@ -605,7 +590,8 @@ void AddTicketCommand(xpsfilter::CommandLine& commands) {
     auto show = std::make_shared<ShowOptions>();
     CLI::App* showCommand = ticket->add_subcommand(
         "show", "Print the typed settings of a PrintTicket and the features it holds");
-    showCommand->add_option("TICKET", show->ticket, "The PrintTicket file")->required();
+    showCommand->add_option("TICKET", show->ticket, "The PrintTicket file; - reads standard input")
+        ->required();
     showCommand->add_flag("--json", show->json, "Print JSON instead of text");
     showCommand->callback(
         [&commands, show] { commands.SetExitCode(Guarded([&] { return Show(*show); })); });
