@@ -30,7 +30,8 @@ HRESULT ProofMarkFilter::InitializeFilter(IInterFilterCommunicator* communicator
         }
         m_color = color.bstrVal;
     }
-    DbgPrint("proofmark: marking pages with %S\n", platform::WideToUtf8(m_color).c_str());
+    // Windows format rules: in a narrow format, %S is a wide string.
+    DbgPrint("proofmark: marking pages with %S\n", m_color.c_str());
     return S_OK;
 }
 
