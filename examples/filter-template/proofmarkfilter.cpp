@@ -58,9 +58,10 @@ HRESULT ProofMarkFilter::MarkTicket(IFixedPage* page) {
     try {
         const CComBSTR keywords = ticket->GetKeywordsNsPrefix();
         if (keywords.Length() == 0) {
-            DbgPrint("proofmark: page %u: the ticket does not declare the Print Schema keywords; "
-                     "left as it is\n",
-                     static_cast<unsigned>(m_pageCount));
+            DbgPrint(
+                "proofmark: page %u: the ticket does not declare the Print Schema keywords; "
+                "left as it is\n",
+                static_cast<unsigned>(m_pageCount));
         } else {
             while (ticket->DeleteFeatureNodeIfExists(keywords, L"PageOutputQuality") == S_OK) {
             }
@@ -99,12 +100,12 @@ HRESULT ProofMarkFilter::DrawMark(IFixedPage* page) {
     CComBSTR xpsNamespace;
     RETURN_IF_FAILED(root->get_namespaceURI(&xpsNamespace));
     CComPtr<IXMLDOMNode> node;
-    RETURN_IF_FAILED(dom->createNode(CComVariant(static_cast<int>(NODE_ELEMENT)),
-                                     CComBSTR(L"Path"), xpsNamespace, &node));
+    RETURN_IF_FAILED(dom->createNode(CComVariant(static_cast<int>(NODE_ELEMENT)), CComBSTR(L"Path"),
+                                     xpsNamespace, &node));
     CComQIPtr<IXMLDOMElement> square(node);
     if (!square) return E_UNEXPECTED;
-    RETURN_IF_FAILED(square->setAttribute(CComBSTR(L"Data"),
-                                          CComVariant(L"M 24,24 L 72,24 72,72 24,72 Z")));
+    RETURN_IF_FAILED(
+        square->setAttribute(CComBSTR(L"Data"), CComVariant(L"M 24,24 L 72,24 72,72 24,72 Z")));
     RETURN_IF_FAILED(square->setAttribute(CComBSTR(L"Fill"), CComVariant(m_color.c_str())));
     CComPtr<IXMLDOMNode> appended;
     RETURN_IF_FAILED(root->appendChild(square, &appended));

@@ -57,6 +57,8 @@ int ExitCodeFor(pipelinehost::ErrorKind kind) {
 // exist by then when another subcommand makes it.
 XPSFILTER_SUBCOMMAND(Printer);
 XPSFILTER_SUBCOMMAND(TicketSetMedia);
+XPSFILTER_SUBCOMMAND(TicketEffective);
+XPSFILTER_SUBCOMMAND(Inspect);
 
 int main(int argc, char** argv) {
     CLI::App app{"Runs XPS print filter pipelines and works with PrintTickets.", "xpsfilter"};
