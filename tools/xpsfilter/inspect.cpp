@@ -189,9 +189,9 @@ std::string Joined(const std::vector<unsigned>& numbers) {
     return text;
 }
 
-// The package checks: content types, parts nothing reaches, tickets given twice or copied.
-void Check(const SourcePackage& package, const std::set<std::string>& walked,
-           const std::vector<std::string>& containers, Report& report) {
+// The package checks: content types, parts nothing reaches, ticket parts that copy each other.
+// (A part with two PrintTicket relationships never gets here: the reader refuses the package.)
+void Check(const SourcePackage& package, const std::set<std::string>& walked, Report& report) {
     // Reachable: the parts the walk met, and whatever a relationship of the package or of a
     // reachable part points to, transitively (thumbnails, core properties, signatures...).
     std::set<std::string> reached;
@@ -223,18 +223,6 @@ void Check(const SourcePackage& package, const std::set<std::string>& walked,
             report.warnings.push_back(part.name + ": not referenced by any part or relationship");
         }
     }
-    // A part with more than one PrintTicket relationship: filters get only one of them.
-    for (const std::string& container : containers) {
-        unsigned count = 0;
-        for (const pipelinehost::Relationship& relationship :
-             package.ReadRelationships(container)) {
-            if (pipelinehost::xps::IsPrintTicket(relationship.type)) ++count;
-        }
-        if (count > 1) {
-            report.warnings.push_back(container + ": " + std::to_string(count) +
-                                      " PrintTicket relationships; filters get only one");
-        }
-    }
     // Ticket parts of the same level with the same bytes: one shared part would do.
     std::map<std::pair<std::string, std::string>, std::string> seen;  // (scope, bytes) -> part
     for (const auto& [name, ticket] : report.tickets) {
@@ -263,7 +251,6 @@ Report Inspect(const std::string& path) {
     report.path = path;
     report.openXps = package.OpenXps();
     std::set<std::string> walked;
-    std::vector<std::string> containers;
     unsigned pages = 0;
     auto noteTicket = [&](CComPtr<IPartPrintTicket> ticket) -> std::string {
         if (!ticket) return "";
@@ -275,7 +262,6 @@ Report Inspect(const std::string& path) {
         if (CComQIPtr<IFixedDocumentSequence> sequence = part) {
             report.sequence = xpsfilter::PartUri(sequence.p);
             walked.insert(report.sequence);
-            containers.push_back(report.sequence);
             report.sequenceTicket = noteTicket(xpsfilter::PartTicket(sequence.p));
             if (!report.sequenceTicket.empty()) {
                 NoteTicket(report, package, report.sequenceTicket, "job").sequence = true;
@@ -285,7 +271,6 @@ Report Inspect(const std::string& path) {
             document.number = static_cast<unsigned>(report.documents.size() + 1);
             document.part = xpsfilter::PartUri(fixedDocument.p);
             walked.insert(document.part);
-            containers.push_back(document.part);
             document.ticket = noteTicket(xpsfilter::PartTicket(fixedDocument.p));
             if (!document.ticket.empty()) {
                 NoteTicket(report, package, document.ticket, "document")
@@ -298,7 +283,6 @@ Report Inspect(const std::string& path) {
             page.number = ++pages;
             page.part = xpsfilter::PartUri(fixedPage.p);
             walked.insert(page.part);
-            containers.push_back(page.part);
             page.size = SizeOf(package, page.part);
             ReadPageSize(fixedPage, page);
             page.ticket = noteTicket(xpsfilter::PartTicket(fixedPage.p));
@@ -310,7 +294,7 @@ Report Inspect(const std::string& path) {
             report.documents.back().pages.push_back(std::move(page));
         }
     }
-    Check(package, walked, containers, report);
+    Check(package, walked, report);
     return report;
 }
 

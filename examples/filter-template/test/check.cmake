@@ -1,6 +1,7 @@
 # The template's test, run with cmake -P: a job through the filter with xpsfilter, then every page
 # of the output rendered with mutool draw. The mark's colour must be where the filter drew it,
-# and must not have been there before.
+# and must not have been there before; the ticket each page is printed with (xpsfilter ticket
+# effective) must ask for draft quality, from the page's own ticket.
 #   XPSFILTER, MODULE, PIPELINE, JOB, MUTOOL: the programs and files; WORK: a scratch folder.
 cmake_minimum_required(VERSION 3.25)
 
@@ -47,6 +48,12 @@ foreach(page IN LISTS pages)
     endif()
     if(before_rgb STREQUAL "e00000")
         message(FATAL_ERROR "${before}: the input already has the mark's colour there")
+    endif()
+    string(REGEX REPLACE ".*/out-([0-9]+)[.]pnm$" "\\1" number "${page}")
+    execute_process(COMMAND "${XPSFILTER}" ticket effective "${WORK}/out.xps" --page ${number}
+                    RESULT_VARIABLE status OUTPUT_VARIABLE ticket ERROR_VARIABLE err)
+    if(NOT status EQUAL 0 OR NOT ticket MATCHES "psk:PageOutputQuality = psk:Draft  [(]page[)]")
+        message(FATAL_ERROR "page ${number} is not printed in draft quality:\n${ticket}${err}")
     endif()
 endforeach()
 message(STATUS "${count} pages marked")
