@@ -158,11 +158,17 @@ int Effective(const EffectiveOptions& options) {
         throw std::bad_alloc();
     }
     CComBSTR printer(L"xpsfilter");
-    if (FAILED(manager.Initialise(stream, printer, token))) {
-        throw EffectiveError{
-            xpsfilter::kExitBadTicket,
-            (options.ticketFile.empty() ? std::string("the default ticket") : options.ticketFile) +
-                " is not a well-formed PrintTicket"};
+    const std::string defaultName =
+        options.ticketFile.empty() ? "the embedded default ticket" : options.ticketFile;
+    bool isTicket = SUCCEEDED(manager.Initialise(stream, printer, token));
+    try {
+        if (isTicket) PrintTicketXmlDocument check(manager.GetPtrToDefaultPrintTicket());
+    } catch (const ZorunComException&) {
+        isTicket = false;
+    }
+    if (!isTicket) {
+        throw EffectiveError{xpsfilter::kExitBadTicket,
+                             defaultName + " is not a well-formed PrintTicket"};
     }
 
     // The walk a filter makes: each part's ticket installed in the manager as the part arrives.
@@ -229,8 +235,6 @@ int Effective(const EffectiveOptions& options) {
     auto ticketOf = [&](int i) {
         return tickets[i] ? xpsfilter::PartUri(tickets[i].p) : std::string();
     };
-    const std::string defaultName =
-        options.ticketFile.empty() ? "the embedded default ticket" : options.ticketFile;
     const std::string title = "page " + std::to_string(options.page) + " of " + options.input;
     if (options.json) {
         const std::string extra =
