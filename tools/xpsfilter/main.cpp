@@ -59,6 +59,8 @@ XPSFILTER_SUBCOMMAND(Printer);
 XPSFILTER_SUBCOMMAND(TicketSetMedia);
 XPSFILTER_SUBCOMMAND(TicketEffective);
 XPSFILTER_SUBCOMMAND(Inspect);
+XPSFILTER_SUBCOMMAND(Caps);
+XPSFILTER_SUBCOMMAND(TicketValidate);
 
 int main(int argc, char** argv) {
     CLI::App app{"Runs XPS print filter pipelines and works with PrintTickets.", "xpsfilter"};
