@@ -11,6 +11,7 @@
 #include "builtins.h"
 #include "commandline.h"
 #include "pipelinehost/jobrunner.h"
+#include "runsummary.h"
 
 namespace {
 
@@ -23,6 +24,7 @@ struct RunOptions {
     std::uint64_t maxPartMiB = 1024;
     std::size_t queue = 4;
     bool quiet = false;
+    bool json = false;
 };
 
 int Run(const RunOptions& options) {
@@ -61,7 +63,9 @@ int Run(const RunOptions& options) {
                       << "\n";
             return xpsfilter::ExitCodeFor(error.Kind());
         }
-        if (!options.quiet) {
+        if (options.json) {
+            std::cout << xpsfilter::RunSummaryJson(options.input, options.output, result);
+        } else if (!options.quiet) {
             double rate =
                 result.seconds > 0 ? static_cast<double>(result.pages) / result.seconds : 0;
             std::printf("%s -> %s: %llu pages through %zu filter%s in %.2f s (%.1f pages/s)\n",
@@ -99,6 +103,7 @@ void AddRunCommand(xpsfilter::CommandLine& commands) {
         ->capture_default_str()
         ->check(CLI::Range(1, 1024));
     run->add_flag("-q,--quiet", options->quiet, "No progress line and no summary");
+    run->add_flag("--json", options->json, "Print the summary as JSON (also with -q)");
     run->add_option("IN", options->input, "The XPS job to read")->required();
     run->add_option("OUT", options->output, "The XPS file to write")->required();
     run->callback([&commands, options] { commands.SetExitCode(Run(*options)); });
