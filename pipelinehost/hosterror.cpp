@@ -66,4 +66,14 @@ std::optional<JobError> JobStatus::Error() const {
     return m_error;
 }
 
+void JobStatus::Warn(const std::string& message) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_warnings.push_back(message);
+}
+
+std::vector<std::string> JobStatus::Warnings() const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return m_warnings;
+}
+
 }  // namespace pipelinehost

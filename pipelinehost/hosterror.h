@@ -8,6 +8,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "platform/com/wintypes.h"
 
@@ -40,17 +41,21 @@ HRESULT HResultFor(ErrorKind kind);
 // "input", "package", ...: a short label for messages.
 const char* KindLabel(ErrorKind kind);
 
-// The first error of a job; thread-safe, first report wins.
+// The first error of a job, and the warnings about input the job goes on with (a second
+// PrintTicket on a part, a document without pages); thread-safe, first error wins.
 class JobStatus {
 public:
     void Fail(const JobError& error);
     void Fail(ErrorKind kind, const std::string& message) { Fail(JobError(kind, message)); }
     bool Failed() const;
     std::optional<JobError> Error() const;
+    void Warn(const std::string& message);
+    std::vector<std::string> Warnings() const;
 
 private:
     mutable std::mutex m_mutex;
     std::optional<JobError> m_error;
+    std::vector<std::string> m_warnings;
 };
 
 }  // namespace pipelinehost

@@ -3,15 +3,21 @@
 
 #include "pipelinehost/hosterror.h"
 #include "pipelinehost/partname.h"
+#include "pipelinehost/ticketmarkup.h"
 #include "pipelinehost/xpsnames.h"
 
 namespace pipelinehost {
 
-JobReader::JobReader(std::shared_ptr<const SourcePackage> package) : m_package(std::move(package)) {
+JobReader::JobReader(std::shared_ptr<const SourcePackage> package,
+                     std::shared_ptr<JobStatus> status)
+    : m_package(std::move(package)), m_status(std::move(status)) {
     m_sequence = &m_package->Require(m_package->StartPart(), "the package relationships");
     m_containerKeys.insert(PartKey(m_sequence->name));
     m_sequenceListing = std::make_shared<Listing>(
         ParseListing(m_package->ReadMarkup(*m_sequence), m_sequence->name, true));
+    if (m_sequenceListing->entries.empty()) {
+        m_status->Warn(m_sequence->name + " lists no documents: the output has no pages");
+    }
     std::set<std::string> seen;
     for (const Listing::Entry& entry : m_sequenceListing->entries) {
         std::string key = PartKey(entry.part);
@@ -41,10 +47,16 @@ ContainerState JobReader::ReadContainer(const SourcePart& part, const std::strin
                            "cyclic relationship: " + part.name + " refers to " + *rel.part);
         }
         if (xps::IsPrintTicket(rel.type)) {
+            // XPS readers print a part with several tickets using the first one; so does the job.
             if (state.ticket) {
-                throw JobError(ErrorKind::BadPackage, part.name + " has more than one PrintTicket");
+                m_status->Warn(part.name + " has more than one PrintTicket: " + *rel.part +
+                               " is ignored, the first one is used");
+                continue;
             }
             const SourcePart& ticket = m_package->Require(*rel.part, part.name + "'s PrintTicket");
+            if (m_checkedTickets.insert(PartKey(ticket.name)).second) {
+                CheckTicketMarkup(m_package->ReadMarkup(ticket), ticket.name);
+            }
             state.ticket = CreateSourceTicket(m_package, ticket);
         }
     }
@@ -56,6 +68,9 @@ void JobReader::BeginDocument(std::size_t index) {
         m_package->Require(m_sequenceListing->entries[index].part, m_sequence->name);
     m_documentListing = std::make_shared<Listing>(
         ParseListing(m_package->ReadMarkup(document), document.name, false));
+    if (m_documentListing->entries.empty()) {
+        m_status->Warn(document.name + " lists no pages");
+    }
     for (const Listing::Entry& entry : m_documentListing->entries) {
         if (m_containerKeys.count(PartKey(entry.part)) != 0) {
             throw JobError(ErrorKind::BadPackage, "cyclic reference: " + document.name + " lists " +

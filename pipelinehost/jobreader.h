@@ -11,6 +11,7 @@
 
 #include "platform/com/comobject.h"
 #include "platform/printpipeline/filterpipeline.h"
+#include "pipelinehost/hosterror.h"
 #include "pipelinehost/partobjects.h"
 #include "pipelinehost/sourcepackage.h"
 
@@ -18,8 +19,9 @@ namespace pipelinehost {
 
 class JobReader final : public platform::ComObject<IXpsDocumentProvider> {
 public:
-    // Reads the start part and its relationships; throws JobError for a bad package.
-    explicit JobReader(std::shared_ptr<const SourcePackage> package);
+    // Reads the start part and its relationships; throws JobError for a bad package. Warnings
+    // about input the job goes on with are given to `status`.
+    JobReader(std::shared_ptr<const SourcePackage> package, std::shared_ptr<JobStatus> status);
 
     HRESULT GetXpsPart(IUnknown** part) override;
 
@@ -32,6 +34,8 @@ private:
     void BeginDocument(std::size_t index);
 
     std::shared_ptr<const SourcePackage> m_package;
+    std::shared_ptr<JobStatus> m_status;
+    std::set<std::string> m_checkedTickets;  // part keys of the tickets already checked
     const SourcePart* m_sequence = nullptr;
     std::shared_ptr<const Listing> m_sequenceListing;
     std::set<std::string> m_containerKeys;  // sequence and documents, for cycle checks

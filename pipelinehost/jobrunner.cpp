@@ -156,6 +156,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
     JobResult result;
     auto status = std::make_shared<JobStatus>();
     auto finish = [&] {
+        result.warnings = status->Warnings();
         result.seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
         return result;
@@ -165,7 +166,7 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         std::shared_ptr<SourcePackage> package = SourcePackage::Open(options.input, options.limits);
         package->SetStatus(status);
         CComPtr<JobReader> reader;
-        reader.Attach(new JobReader(package));
+        reader.Attach(new JobReader(package, status));
         std::string ticket = options.ticketFile.empty() ? std::string(DefaultPrintTicket())
                                                         : ReadTicketFile(options.ticketFile);
 

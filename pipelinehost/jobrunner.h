@@ -56,6 +56,9 @@ struct JobResult {
     double seconds = 0;
     std::vector<FilterReport> filters;
     std::vector<std::size_t> queueHighWater;  // per link between filters
+    // Input the job went on with but a user should hear of (a part with a second PrintTicket,
+    // a document without pages), each naming the part.
+    std::vector<std::string> warnings;
 };
 
 // Never throws for job problems: they are reported in JobResult::error.

@@ -2,6 +2,7 @@
 #include "pipelinehost/jobwriter.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "platform/com/unicode.h"
 #include "pipelinehost/partname.h"
@@ -56,6 +57,51 @@ bool Answers(IUnknown* part) {
     return SUCCEEDED(part->QueryInterface(__uuidof(I), reinterpret_cast<void**>(&found)));
 }
 
+// The content type of a part that has none (a filter's new part, or an input part that
+// [Content_Types].xml does not cover): from what the part is, else from its extension. Every
+// part of a package must have one.
+std::string DerivedContentType(std::optional<PartKind> kind, const std::string& name,
+                               bool openXps) {
+    const std::string ext = PartExtension(name);
+    if (!kind) {
+        if (ext == "fpage") kind = PartKind::Page;
+        if (ext == "fdoc") kind = PartKind::Document;
+        if (ext == "fdseq") kind = PartKind::Sequence;
+        if (ext == "odttf" || ext == "ttf" || ext == "otf") kind = PartKind::Font;
+        if (ext == "icc" || ext == "icm") kind = PartKind::ColorProfile;
+        if (ext == "dict") kind = PartKind::ResourceDictionary;
+    }
+    switch (kind.value_or(PartKind::Image)) {
+        case PartKind::PrintTicket:
+            return std::string(xps::kPrintTicketContentType);
+        case PartKind::Page:
+            return std::string(openXps ? xps::kOpenFixedPageContentType
+                                       : xps::kFixedPageContentType);
+        case PartKind::Document:
+            return std::string(openXps ? xps::kOpenFixedDocumentContentType
+                                       : xps::kFixedDocumentContentType);
+        case PartKind::Sequence:
+            return std::string(openXps ? xps::kOpenFixedDocumentSequenceContentType
+                                       : xps::kFixedDocumentSequenceContentType);
+        case PartKind::ColorProfile:
+            return std::string(xps::kColorProfileContentType);
+        case PartKind::ResourceDictionary:
+            return std::string(openXps ? xps::kOpenResourceDictionaryContentType
+                                       : xps::kResourceDictionaryContentType);
+        case PartKind::Font:
+            return std::string(ext == "odttf" ? xps::kObfuscatedFontContentType
+                                              : xps::kFontContentType);
+        default:
+            break;
+    }
+    if (ext == "png") return "image/png";
+    if (ext == "jpg" || ext == "jpeg") return "image/jpeg";
+    if (ext == "tif" || ext == "tiff") return "image/tiff";
+    if (ext == "wdp" || ext == "jxr") return "image/vnd.ms-photo";
+    if (ext == "xml") return "application/xml";
+    return "application/octet-stream";
+}
+
 // Content type of a part object the host did not make.
 std::string ForeignContentType(IUnknown* part, PartKind kind, const std::string& name) {
     BSTR type = nullptr;
@@ -73,26 +119,7 @@ std::string ForeignContentType(IUnknown* part, PartKind kind, const std::string&
         SysFreeString(type);
     }
     if (!result.empty()) return result;
-    std::string ext = PartExtension(name);
-    switch (kind) {
-        case PartKind::PrintTicket:
-            return std::string(xps::kPrintTicketContentType);
-        case PartKind::Page:
-            return std::string(xps::kFixedPageContentType);
-        case PartKind::ColorProfile:
-            return std::string(xps::kColorProfileContentType);
-        case PartKind::ResourceDictionary:
-            return std::string(xps::kResourceDictionaryContentType);
-        case PartKind::Font:
-            return std::string(ext == "odttf" ? xps::kObfuscatedFontContentType
-                                              : xps::kFontContentType);
-        default:
-            break;
-    }
-    if (ext == "png") return "image/png";
-    if (ext == "jpg" || ext == "jpeg") return "image/jpeg";
-    if (ext == "tif" || ext == "tiff") return "image/tiff";
-    return "application/octet-stream";
+    return DerivedContentType(kind, name, false);
 }
 
 PartKind KindOf(IUnknown* part) {
@@ -161,7 +188,9 @@ void JobWriter::WriteContent(IUnknown* part, PartKind kind) {
         if (state.source != nullptr && state.package && !state.ContentChanged() &&
             !state.compressionChanged) {
             CopySourcePart(state.package, *state.source);
-            m_types[PartKey(name)].second = state.contentType;
+            m_types[PartKey(name)].second = state.contentType.empty()
+                                                ? DerivedContentType(kind, name, OpenXps())
+                                                : state.contentType;
             return;
         }
         std::unique_ptr<PartStream> content = state.OpenContent();
@@ -169,7 +198,8 @@ void JobWriter::WriteContent(IUnknown* part, PartKind kind) {
             ItemName(name),
             [&](char* buffer, std::size_t size) { return content->Read(buffer, size); },
             LevelFor(state.compression), content->Size());
-        std::string type = state.contentType;
+        std::string type = state.contentType.empty() ? DerivedContentType(kind, name, OpenXps())
+                                                     : state.contentType;
         if (state.source == nullptr && m_package && m_package->OpenXps()) {
             if (type == xps::kFixedPageContentType) type = xps::kOpenFixedPageContentType;
             if (type == xps::kResourceDictionaryContentType) {
@@ -504,9 +534,13 @@ void JobWriter::WriteContentTypes() {
     std::sort(types.begin(), types.end(),
               [](const auto* a, const auto* b) { return a->first < b->first; });
     std::map<std::string, std::map<std::string, unsigned>> byExtension;
+    for (auto& type : m_types) {
+        if (type.second.second.empty()) {
+            type.second.second = DerivedContentType(std::nullopt, type.second.first, OpenXps());
+        }
+    }
     for (const auto* type : types) {
         const auto& entry = type->second;
-        if (entry.second.empty()) continue;
         ++byExtension[PartExtension(entry.first)][entry.second];
     }
     std::map<std::string, std::string> defaults;
@@ -525,7 +559,6 @@ void JobWriter::WriteContentTypes() {
     }
     for (const auto* type : types) {
         const auto& entry = type->second;
-        if (entry.second.empty()) continue;
         auto def = defaults.find(PartExtension(entry.first));
         if (def != defaults.end() && def->second == entry.second) continue;
         xml += "<Override PartName=\"" + EscapeXml(entry.first) + "\" ContentType=\"" +

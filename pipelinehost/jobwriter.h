@@ -79,6 +79,7 @@ private:
     std::string ListingXml(const Listing* original, const std::vector<Listed>& children,
                            const std::string& container, bool sequence) const;
     bool Written(const std::string& name) const;
+    bool OpenXps() const { return m_package && m_package->OpenXps(); }
     void MarkWritten(const std::string& name, const std::string& contentType);
 
     PackageWriter m_out;

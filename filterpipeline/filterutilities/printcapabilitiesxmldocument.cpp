@@ -59,7 +59,7 @@ HRESULT PrintCapabilitiesXmlDocument::CreateFeature(const wchar_t* name, const w
     if (feature == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(name)) THROW_COM(E_INVALIDARG, kMethod, "");
     CComPtr<IXMLDOMElement> created;
-    CreateNamedElement(L"Feature", Join(KeywordsPrefix(), name), &created);
+    CreateNamedElement(L"Feature", Join(KeywordsPrefixForWriting(), name), &created);
     if (!IsEmpty(displayName)) AppendDisplayName(created, displayName);
     *feature = created.Detach();
     return S_OK;
@@ -72,7 +72,7 @@ HRESULT PrintCapabilitiesXmlDocument::CreatePickOneFeature(const wchar_t* name,
     if (feature == nullptr) THROW_COM(E_POINTER, kMethod, "");
     CComPtr<IXMLDOMElement> created;
     CreateFeature(name, displayName, &created);
-    AppendFrameworkProperty(created, L"SelectionType", Join(KeywordsPrefix(), L"PickOne"),
+    AppendFrameworkProperty(created, L"SelectionType", Join(KeywordsPrefixForWriting(), L"PickOne"),
                             L"QName");
     *feature = created.Detach();
     return S_OK;
@@ -89,7 +89,8 @@ HRESULT PrintCapabilitiesXmlDocument::CreateOption(const wchar_t* name, const wc
     CreateNamedElement(L"Option", Join(prefix, name), &created);
     if (!IsEmpty(displayName)) AppendDisplayName(created, displayName);
     if (!IsEmpty(constraint)) {
-        AppendXMLAttribute(created, L"constrained", L"", Join(KeywordsPrefix(), constraint));
+        AppendXMLAttribute(created, L"constrained", L"",
+                           Join(KeywordsPrefixForWriting(), constraint));
     }
     *option = created.Detach();
     return S_OK;
@@ -127,7 +128,8 @@ HRESULT PrintCapabilitiesXmlDocument::CreateIntegerParameterDef(
     AppendFrameworkProperty(created, L"DefaultValue", Format(L"%i", defaultValue), L"integer");
     AppendFrameworkProperty(created, L"MaxValue", Format(L"%i", maxValue), L"integer");
     AppendFrameworkProperty(created, L"MinValue", Format(L"%i", minValue), L"integer");
-    AppendFrameworkProperty(created, L"Mandatory", Join(KeywordsPrefix(), mandatory), L"QName");
+    AppendFrameworkProperty(created, L"Mandatory", Join(KeywordsPrefixForWriting(), mandatory),
+                            L"QName");
     AppendFrameworkProperty(created, L"UnitType", unitType, L"string");
     if (multiple > 0) {
         AppendFrameworkProperty(created, L"Multiple", Format(L"%i", multiple), L"integer");
@@ -148,7 +150,8 @@ HRESULT PrintCapabilitiesXmlDocument::CreateStringParameterDef(
     AppendFrameworkProperty(created, L"DataType", Join(XmlSchemaPrefix(), L"string"), L"QName");
     AppendFrameworkProperty(created, L"MaxLength", Format(L"%i", maxLength), L"integer");
     AppendFrameworkProperty(created, L"MinLength", Format(L"%i", minLength), L"integer");
-    AppendFrameworkProperty(created, L"Mandatory", Join(KeywordsPrefix(), mandatory), L"QName");
+    AppendFrameworkProperty(created, L"Mandatory", Join(KeywordsPrefixForWriting(), mandatory),
+                            L"QName");
     AppendFrameworkProperty(created, L"UnitType", unitType, L"string");
     if (!IsEmpty(displayName)) AppendDisplayName(created, displayName);
     // The default comes last; an empty default is left out.
@@ -172,7 +175,8 @@ HRESULT PrintCapabilitiesXmlDocument::CreateRealParameterDef(
     AppendFrameworkProperty(created, L"DefaultValue", FormatReal(defaultValue), L"string");
     AppendFrameworkProperty(created, L"MaxValue", FormatReal(maxValue), L"decimal");
     AppendFrameworkProperty(created, L"MinValue", FormatReal(minValue), L"decimal");
-    AppendFrameworkProperty(created, L"Mandatory", Join(KeywordsPrefix(), mandatory), L"QName");
+    AppendFrameworkProperty(created, L"Mandatory", Join(KeywordsPrefixForWriting(), mandatory),
+                            L"QName");
     AppendFrameworkProperty(created, L"UnitType", unitType, L"string");
     if (multiple > 0.0F) {
         AppendFrameworkProperty(created, L"Multiple", FormatReal(multiple), L"decimal");

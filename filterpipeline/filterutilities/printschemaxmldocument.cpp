@@ -7,6 +7,7 @@
 #include <string>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
+#include "filterpipeline/filterutilities/rootnamespaces.h"
 #include "platform/win32/crt.h"
 #include "support/errorframe/errorframe.h"
 #include "support/utilities/number.h"
@@ -507,13 +508,51 @@ HRESULT PrintSchemaXmlDocument::AppendXMLAttribute(IXMLDOMElement* element,
     return S_OK;
 }
 
+void PrintSchemaXmlDocument::DeclareIfUndeclared(const wchar_t* uri, const wchar_t* preferred,
+                                                 CComBSTR& member) {
+    static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::DeclareIfUndeclared";
+    if (member && member != PrintSchema::UndeclaredPrivateKeywordsPrefix) return;
+    if (!m_document || !m_rootNode) THROW_COM(E_PENDING, kMethod, "");
+    CComBSTR declared;
+    THROW_COM_IF_FAILED(RootNamespaces::Declare(m_document, m_rootNode, uri, preferred, declared),
+                        kMethod, "");
+    member = declared;
+}
+
+const CComBSTR& PrintSchemaXmlDocument::PrefixForWriting(
+    PrintSchema::MsPrintTicketNamespacesEnum ns) {
+    switch (ns) {
+        case PrintSchema::MsPrintTicketFrameworkNamespace:
+            return m_frameworkPrefix;  // always declared: the constructor requires it
+        case PrintSchema::MsPrintTicketKeywordsNamespace:
+            DeclareIfUndeclared(PrintSchema::KeywordsNamespaceUri, L"psk", m_keywordsPrefix);
+            return m_keywordsPrefix;
+        case PrintSchema::MsPrintTicketUserKeywordsNamespace:
+            DeclareIfUndeclared(PrintSchema::PrivateKeywordsNamespaceUri, L"zk",
+                                m_privateKeywordsPrefix);
+            return m_privateKeywordsPrefix;
+    }
+    THROW_COM(E_INVALIDARG, L"PrintSchemaXmlDocument::PrefixForWriting", "");
+}
+
+CComBSTR PrintSchemaXmlDocument::DeclaredName(const wchar_t* qualifiedName) {
+    // The placeholder only ever stands for the private keywords before they are declared (a
+    // declared private namespace is moved to its fixed prefix), so a name under it is one of
+    // them, even when the caller took the prefix before an earlier write declared it.
+    if (!StartsWith(qualifiedName, PrintSchema::UndeclaredPrivateKeywordsPrefix)) {
+        return CComBSTR(IsEmpty(qualifiedName) ? L"" : qualifiedName);
+    }
+    const CComBSTR& prefix = PrefixForWriting(PrintSchema::MsPrintTicketUserKeywordsNamespace);
+    return Join(prefix, qualifiedName + std::wcslen(PrintSchema::UndeclaredPrivateKeywordsPrefix));
+}
+
 HRESULT PrintSchemaXmlDocument::CreateNamedElement(const wchar_t* localName, const wchar_t* name,
                                                    IXMLDOMElement** element) {
     if (element == nullptr) THROW_COM(E_POINTER, L"PrintSchemaXmlDocument::CreateNamedElement", "");
     CComPtr<IXMLDOMElement> created;
     CreateXMLElement(Join(m_frameworkPrefix, localName), PrintSchema::FrameworkNamespaceUri,
                      &created);
-    AppendXMLAttribute(created, L"name", L"", name);
+    AppendXMLAttribute(created, L"name", L"", DeclaredName(name));
     *element = created.Detach();
     return S_OK;
 }
@@ -526,6 +565,10 @@ HRESULT PrintSchemaXmlDocument::CreateValueElement(const wchar_t* value, const w
     CreateXMLElement(Join(m_frameworkPrefix, L"Value"), PrintSchema::FrameworkNamespaceUri,
                      &created);
     if (!IsEmpty(type)) {
+        // The typed value names both XML Schema namespaces: declared if the ticket does not.
+        DeclareIfUndeclared(PrintSchema::XmlSchemaInstanceNamespaceUri, L"xsi",
+                            m_xmlSchemaInstancePrefix);
+        DeclareIfUndeclared(PrintSchema::XmlSchemaNamespaceUri, L"xsd", m_xmlSchemaPrefix);
         AppendXMLAttribute(created, Join(m_xmlSchemaInstancePrefix, L"type"),
                            PrintSchema::XmlSchemaInstanceNamespaceUri,
                            Join(m_xmlSchemaPrefix, type));
@@ -540,7 +583,7 @@ HRESULT PrintSchemaXmlDocument::CreateProperty(PrintSchema::MsPrintTicketNamespa
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::CreateProperty";
     if (property == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(name)) THROW_COM(E_INVALIDARG, kMethod, "");
-    return CreateNamedElement(L"Property", Join(GetNsPrefix(ns), name), property);
+    return CreateNamedElement(L"Property", Join(PrefixForWriting(ns), name), property);
 }
 
 HRESULT PrintSchemaXmlDocument::CreateProperty(PrintSchema::MsPrintTicketNamespacesEnum ns,
@@ -624,7 +667,7 @@ void PrintSchemaXmlDocument::CreateParameterRefScoredProperty(const wchar_t* pro
     CComPtr<IXMLDOMElement> created;
     CreateXMLElement(Join(m_frameworkPrefix, L"ScoredProperty"), PrintSchema::FrameworkNamespaceUri,
                      &created);
-    AppendXMLAttribute(created, L"name", L"", Join(propertyPrefix, propertyName));
+    AppendXMLAttribute(created, L"name", L"", DeclaredName(Join(propertyPrefix, propertyName)));
     CComPtr<IXMLDOMElement> reference;
     CreateParameterRef(parameterPrefix, parameterName, &reference);
     CComPtr<IXMLDOMNode> appended;

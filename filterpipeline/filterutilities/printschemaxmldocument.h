@@ -110,6 +110,15 @@ public:
     // Deletes every Feature whose name begins with privatePrefix; S_FALSE when there was none.
     HRESULT DeletePrivateFeatures(const wchar_t* privatePrefix);
 
+    // The prefix to write names of `ns` with. A namespace the root does not declare (the
+    // keywords, or the private keywords still under their placeholder prefix) is declared first,
+    // under "psk" or "zk" or, where the root binds that prefix to another namespace, a free
+    // variant of it; the document then reports the declared prefix.
+    const CComBSTR& PrefixForWriting(PrintSchema::MsPrintTicketNamespacesEnum ns);
+    const CComBSTR& KeywordsPrefixForWriting() {
+        return PrefixForWriting(PrintSchema::MsPrintTicketKeywordsNamespace);
+    }
+
 protected:
     // S_OK and the first node xpath selects from the document; S_FALSE and null when none.
     HRESULT GetNode(const wchar_t* xpath, IXMLDOMNode** node);
@@ -154,6 +163,10 @@ protected:
     const CComBSTR& XmlSchemaPrefix() const { return m_xmlSchemaPrefix; }
     const CComBSTR& XmlSchemaInstancePrefix() const { return m_xmlSchemaInstancePrefix; }
 
+    // A QName about to be written: one under the private placeholder prefix is given the
+    // declared private prefix instead (declaring it), so that no undeclared prefix is written.
+    CComBSTR DeclaredName(const wchar_t* qualifiedName);
+
     // Moves the private-keywords namespace to the prefix "zk": rewrites name attribute values
     // that begin with the old prefix and swaps the root's declaration. Returns failures.
     HRESULT FixPrivateNameSpacePrefix();
@@ -177,6 +190,9 @@ private:
     void SetSelectionNamespace(const wchar_t* method, const wchar_t* prefixWithoutColon);
     // The document element when it is rootName in the framework namespace, else null.
     CComPtr<IXMLDOMNode> DocumentElementIfRoot(const wchar_t* rootName);
+    // Declares uri on the root when no prefix member holds it yet (member null, or the private
+    // placeholder), and stores the prefix in member. Throws on failure.
+    void DeclareIfUndeclared(const wchar_t* uri, const wchar_t* preferred, CComBSTR& member);
 
     CComPtr<IXMLDOMDocument2> m_document;
     CComBSTR m_rootName;

@@ -3,9 +3,12 @@
 #include "filterpipeline/filterutilities/printticketeditor.h"
 
 #include <new>
+#include <string>
+#include <string_view>
 
 #include "filterpipeline/filterutilities/printreadstreamtoistream.h"
 #include "filterpipeline/filterutilities/printschema.h"
+#include "filterpipeline/filterutilities/rootnamespaces.h"
 #include "platform/win32/kernel.h"
 #include "support/errorframe/errorframe.h"
 #include "support/utilities/exceptions.h"
@@ -14,24 +17,10 @@ namespace {
 
 constexpr ULONG kCommitBlockSize = 8192;
 
-// The private-keywords declaration added to a ticket that lacks it: "xmlns:" followed by the
-// fixed prefix without its colon.
-CXString PrivateKeywordsDeclarationName() {
-    CXString prefix(PrintSchema::PrivateKeywordsPrefix);
-    return CXString(L"xmlns:") + prefix.Left(prefix.Find(L':'));
-}
-
-// Adds the private-keywords declaration to the root element as a new attribute node.
-HRESULT DeclarePrivateKeywords(IXMLDOMDocument2* document, IXMLDOMElement* root) {
-    CComPtr<IXMLDOMNode> node;
-    RETURN_IF_FAILED(document->createNode(CComVariant(static_cast<int>(NODE_ATTRIBUTE)),
-                                          CComBSTR(PrivateKeywordsDeclarationName()), CComBSTR(L""),
-                                          &node));
-    CComPtr<IXMLDOMAttribute> attribute;
-    RETURN_IF_FAILED(node.QueryInterface(&attribute));
-    RETURN_IF_FAILED(attribute->put_value(CComVariant(PrintSchema::PrivateKeywordsNamespaceUri)));
-    CComPtr<IXMLDOMAttribute> replaced;
-    return root->setAttributeNode(attribute, &replaced);
+// The private-keywords prefix without its colon: "zk".
+std::wstring PrivateKeywordsPrefixName() {
+    const std::wstring_view prefix(PrintSchema::PrivateKeywordsPrefix);
+    return std::wstring(prefix.substr(0, prefix.find(L':')));
 }
 
 // An exception always stands for a failure, even when the document layer carries a success
@@ -81,7 +70,26 @@ PrintTicketEditor::PrintTicketEditor(IXpsDocumentConsumer* consumer, EPrintTicke
         m_existingTicket = ticket;
         m_hasExistingTicket = true;
         GetUriWithScopeSuffixAdded(ticket, m_ticketUri, false);
+        RenameTicketAlreadySuffixed(ticket);
     }
+}
+
+void PrintTicketEditor::RenameTicketAlreadySuffixed(IPartPrintTicket* ticket) {
+    // The suffix rule leaves only the extension of a name that already ends in the scope's
+    // suffix: the ticket was rewritten by a filter before this one (or named so by its
+    // producer). Such a ticket is named again with the suffix repeated ("Page1_PT_p.xml" becomes
+    // "Page1_PT_p_p.xml"): a name no part of the input has, and the same for every part that
+    // shares the ticket, so the map of rewritten tickets still finds it.
+    CComBSTR original;
+    if (FAILED(ticket->GetUri(&original)) || original.Length() == 0) return;
+    const CXString full(original.m_str);
+    const int dot = full.ReverseFind(L'.');
+    const CXString base = dot >= 0 ? full.Left(dot) : full;
+    const CXString extension = dot >= 0 ? full.Mid(dot) : CXString();
+    if (base.IsEmpty() || m_ticketUri != extension) return;
+    const wchar_t* suffix = m_scope == kPTPageScope ? L"_p" : m_scope == kPTDocumentScope ? L"_d"
+                                                                                          : L"_j";
+    m_ticketUri = base + suffix + extension;
 }
 
 PrintTicketEditor::~PrintTicketEditor() = default;
@@ -197,14 +205,18 @@ HRESULT PrintTicketEditor::TryToGetPointerToPrintTicketXmlDocument(
         hr = LoadTicketPart(m_existingTicket, &m_ticketDom);
         if (SUCCEEDED(hr)) {
             WrapTicketDom();
-            // The private-keywords namespace is declared on the root under the fixed prefix
-            // when the ticket does not declare it (the document then reports the placeholder
-            // prefix for it).
+            // The private-keywords namespace is declared on the ticket's root under the fixed
+            // prefix when the ticket does not declare it (the document then reports the
+            // placeholder prefix for it). The document is wrapped again afterwards, so that what
+            // the filter writes in that namespace is written under the declared prefix, not
+            // under the placeholder, which is undeclared or, in tickets of some producers, bound
+            // to a namespace of their own.
             if (m_ticketDocument->GetUserKeywordsNsPrefix() != PrintSchema::PrivateKeywordsPrefix) {
-                CComPtr<IXMLDOMElement> root;
-                hr = m_ticketDom->get_documentElement(&root);
-                if (SUCCEEDED(hr) && !root) hr = E_FAIL;
-                if (SUCCEEDED(hr)) hr = DeclarePrivateKeywords(m_ticketDom, root);
+                CComBSTR declared;
+                hr = RootNamespaces::Declare(m_ticketDom, m_ticketDocument->GetRootNode(),
+                                             PrintSchema::PrivateKeywordsNamespaceUri,
+                                             PrivateKeywordsPrefixName().c_str(), declared);
+                if (SUCCEEDED(hr)) WrapTicketDom();
             }
         }
     } catch (const ZorunComException& e) {

@@ -75,6 +75,8 @@ private:
     // Loads a DOM from the content of a ticket part.
     static HRESULT LoadTicketPart(IPartPrintTicket* ticket, IXMLDOMDocument2** document);
     // Wraps m_ticketDom in the document handed to the filter.
+    // Gives m_ticketUri a name of its own when the suffix rule left only the extension.
+    void RenameTicketAlreadySuffixed(IPartPrintTicket* ticket);
     void WrapTicketDom();
     // Closes and drops the new part and its stream after a failed edit, so that nothing
     // half-made can be committed.

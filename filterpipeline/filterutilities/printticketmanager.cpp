@@ -5,6 +5,7 @@
 #include <new>
 
 #include "filterpipeline/filterutilities/printreadstreamtoistream.h"
+#include "filterpipeline/filterutilities/rootnamespaces.h"
 #include "platform/win32/security.h"
 #include "support/errorframe/errorframe.h"
 
@@ -25,20 +26,26 @@ HRESULT Impersonate(HANDLE token) {
     return GetLastErrorAsHResult();
 }
 
-void RevertImpersonation() { SetThreadToken(nullptr, nullptr); }
+void RevertImpersonation() {
+    SetThreadToken(nullptr, nullptr);
+}
 
 HRESULT CreateDom(IXMLDOMDocument2** document) {
     return CoCreateInstance(CLSID_DOMDocument60, nullptr, CLSCTX_ALL, IID_IXMLDOMDocument2,
                             reinterpret_cast<void**>(document));
 }
 
-// Loads a DOM from a stream object through a VT_UNKNOWN variant.
+// Loads a DOM from a stream object through a VT_UNKNOWN variant. A ticket that binds the
+// framework namespace as its default namespace (legal, and written by some producers) gets it
+// under a prefix, which the document classes require.
 HRESULT LoadFrom(IXMLDOMDocument2* document, IUnknown* source) {
     CComVariant input(source);
     VARIANT_BOOL loaded = VARIANT_FALSE;
     HRESULT hr = document->load(input, &loaded);
     if (FAILED(hr)) return hr;
-    return loaded == VARIANT_FALSE ? E_FAIL : S_OK;
+    if (loaded == VARIANT_FALSE) return E_FAIL;
+    hr = RootNamespaces::PrefixDefaultFrameworkNamespace(document);
+    return FAILED(hr) ? hr : S_OK;
 }
 
 }  // namespace
@@ -211,10 +218,14 @@ HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IPartPrin
 
 IXMLDOMDocument2** PrintTicketManager::OwnTicketSlot(EPrintTicketScope scope) {
     switch (scope) {
-        case kPTPageScope: return &m_pageTicket;
-        case kPTDocumentScope: return &m_documentTicket;
-        case kPTJobScope: return &m_jobTicket;
-        default: return nullptr;
+        case kPTPageScope:
+            return &m_pageTicket;
+        case kPTDocumentScope:
+            return &m_documentTicket;
+        case kPTJobScope:
+            return &m_jobTicket;
+        default:
+            return nullptr;
     }
 }
 
@@ -232,10 +243,17 @@ HRESULT PrintTicketManager::MergeIntoMergedSlot(EPrintTicketScope scope,
     IXMLDOMDocument2* base = nullptr;
     IXMLDOMDocument2** mergedSlot = nullptr;
     switch (scope) {
-        case kPTPageScope: base = m_mergedDocumentTicket, mergedSlot = &m_mergedPageTicket; break;
-        case kPTDocumentScope: base = m_mergedJobTicket, mergedSlot = &m_mergedDocumentTicket; break;
-        case kPTJobScope: base = m_defaultTicket, mergedSlot = &m_mergedJobTicket; break;
-        default: return E_INVALIDARG;
+        case kPTPageScope:
+            base = m_mergedDocumentTicket, mergedSlot = &m_mergedPageTicket;
+            break;
+        case kPTDocumentScope:
+            base = m_mergedJobTicket, mergedSlot = &m_mergedDocumentTicket;
+            break;
+        case kPTJobScope:
+            base = m_defaultTicket, mergedSlot = &m_mergedJobTicket;
+            break;
+        default:
+            return E_INVALIDARG;
     }
     if (base == nullptr) return E_PENDING;
 
@@ -248,9 +266,8 @@ HRESULT PrintTicketManager::MergeIntoMergedSlot(EPrintTicketScope scope,
     return hr;
 }
 
-HRESULT PrintTicketManager::GetMergedTicket(EPrintTicketScope scope,
-                                            const IXMLDOMDocument2* delta, IXMLDOMDocument2* base,
-                                            IXMLDOMDocument2** result) {
+HRESULT PrintTicketManager::GetMergedTicket(EPrintTicketScope scope, const IXMLDOMDocument2* delta,
+                                            IXMLDOMDocument2* base, IXMLDOMDocument2** result) {
     if (m_provider == nullptr) return E_PENDING;
     if (result == nullptr || delta == nullptr || base == nullptr) return E_POINTER;
     *result = nullptr;
@@ -269,8 +286,8 @@ HRESULT PrintTicketManager::GetMergedTicket(EPrintTicketScope scope,
         hr = Impersonate(m_userToken);
         if (FAILED(hr)) return hr;
         BSTR errorText = nullptr;
-        hr = PTMergeAndValidatePrintTicket(m_provider, baseStream, deltaStream, scope,
-                                           resultStream, &errorText);
+        hr = PTMergeAndValidatePrintTicket(m_provider, baseStream, deltaStream, scope, resultStream,
+                                           &errorText);
         if (SUCCEEDED(hr)) hr = SetPTFromStream(resultStream, result);
         RevertImpersonation();
         SysFreeString(errorText);  // the provider's explanation is not reported
@@ -333,15 +350,30 @@ HRESULT PrintTicketManager::GetTicket(EPrintTicketScope scope, XpsFilterPrintTic
     XpsFilterPrintTicket* chosen = nullptr;
     IXMLDOMDocument2* merged = nullptr;
     switch (scope) {
-        case kPTJobScope: chosen = &m_jobView, merged = m_mergedJobTicket; break;
-        case kPTDocumentScope: chosen = &m_documentView, merged = m_mergedDocumentTicket; break;
-        case kPTPageScope: chosen = &m_pageView, merged = m_mergedPageTicket; break;
-        default: return E_FAIL;
+        case kPTJobScope:
+            chosen = &m_jobView, merged = m_mergedJobTicket;
+            break;
+        case kPTDocumentScope:
+            chosen = &m_documentView, merged = m_mergedDocumentTicket;
+            break;
+        case kPTPageScope:
+            chosen = &m_pageView, merged = m_mergedPageTicket;
+            break;
+        default:
+            return E_FAIL;
     }
     if (m_mergeEnabled && merged == nullptr) return E_FAIL;
 
-    chosen->Initialize(scope, m_defaultTicket, m_jobTicket, m_documentTicket, m_pageTicket, merged,
-                       m_printerName, m_userToken);
+    // A ticket the views cannot read (not a PrintTicket, say) is reported, never thrown at the
+    // filter.
+    try {
+        chosen->Initialize(scope, m_defaultTicket, m_jobTicket, m_documentTicket, m_pageTicket,
+                           merged, m_printerName, m_userToken);
+    } catch (const ZorunComException& error) {
+        return FAILED(error.GetHresult()) ? error.GetHresult() : E_FAIL;
+    } catch (const CAtlException& error) {
+        return FAILED(error.m_hr) ? error.m_hr : E_FAIL;
+    }
     *view = chosen;
     return *view == nullptr ? E_FAIL : S_OK;
 }
@@ -362,8 +394,7 @@ HRESULT PrintTicketManager::AddUpdatedPrintTicketToMap(IPartPrintTicket* ticket)
     return hr;
 }
 
-HRESULT PrintTicketManager::GetUpdatedPrintTicketFromMap(CXString& uri,
-                                                         IPartPrintTicket** ticket) {
+HRESULT PrintTicketManager::GetUpdatedPrintTicketFromMap(CXString& uri, IPartPrintTicket** ticket) {
     if (ticket == nullptr) return E_POINTER;
     auto found = m_updatedTickets.find(uri);
     if (found == m_updatedTickets.end()) {
@@ -386,6 +417,7 @@ HRESULT PrintTicketManager::GetDevmodeFromPrintTicketString(wchar_t* ticketXml,
         VARIANT_BOOL loaded = VARIANT_FALSE;
         RETURN_IF_FAILED(document->loadXML(text, &loaded));
         if (loaded == VARIANT_FALSE) return E_FAIL;
+        RETURN_IF_FAILED(RootNamespaces::PrefixDefaultFrameworkNamespace(document));
         PrintTicketXmlDocument ticket(document);
         hr = ticket.GetDevmodeFromPrintTicket(devmode);
     } catch (const ZorunComException& error) {

@@ -332,7 +332,9 @@ HRESULT PrintTicketXmlDocument::CreateFeatureOptionPair(bool isPublicKeyword,
     static constexpr wchar_t kMethod[] = L"PrintTicketXmlDocument::CreateFeatureOptionPair";
     if (feature == nullptr || option == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(featureName)) THROW_COM(E_INVALIDARG, kMethod, "");
-    const CComBSTR& prefix = isPublicKeyword ? KeywordsPrefix() : PrivateKeywordsPrefix();
+    const CComBSTR& prefix =
+        PrefixForWriting(isPublicKeyword ? PrintSchema::MsPrintTicketKeywordsNamespace
+                                         : PrintSchema::MsPrintTicketUserKeywordsNamespace);
     CComPtr<IXMLDOMElement> createdFeature;
     CreateNamedElement(L"Feature", Join(prefix, featureName), &createdFeature);
     CComPtr<IXMLDOMElement> createdOption;
@@ -354,7 +356,9 @@ HRESULT PrintTicketXmlDocument::CreateFeatureOptionPair(
     CComPtr<IXMLDOMElement> createdFeature;
     CComPtr<IXMLDOMElement> createdOption;
     CreateFeatureOptionPair(isPublicFeature, featureName, &createdFeature, &createdOption);
-    const CComBSTR& prefix = isPublicOption ? KeywordsPrefix() : PrivateKeywordsPrefix();
+    const CComBSTR& prefix =
+        PrefixForWriting(isPublicOption ? PrintSchema::MsPrintTicketKeywordsNamespace
+                                        : PrintSchema::MsPrintTicketUserKeywordsNamespace);
     AppendXMLAttribute(createdOption, L"name", L"", Join(prefix, optionName));
     *feature = createdFeature.Detach();
     *option = createdOption.Detach();
@@ -368,7 +372,7 @@ HRESULT PrintTicketXmlDocument::CreateParamRefInitPair(const wchar_t* name, cons
     static constexpr wchar_t kMethod[] = L"PrintTicketXmlDocument::CreateParamRefInitPair";
     if (parameterRef == nullptr || parameterInit == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(name) || IsEmpty(value) || IsEmpty(type)) THROW_COM(E_INVALIDARG, kMethod, "");
-    const CComBSTR parameterName(Join(KeywordsPrefix(), name));
+    const CComBSTR parameterName(Join(KeywordsPrefixForWriting(), name));
     CComPtr<IXMLDOMElement> reference;
     CreateNamedElement(L"ParameterRef", parameterName, &reference);
     CComPtr<IXMLDOMElement> initialiser;

@@ -58,8 +58,8 @@ HRESULT PrintTicketXmlDocument::SetJobZorunDriverDataInPrintTicket(DEVMODEW* dev
 
         DeleteParameterInitNodeIfExists(PrivateKeywordsPrefix(), kJobDriverData);
         CComPtr<IXMLDOMElement> parameterInit;
-        CreateStringParameterInit(PrivateKeywordsPrefix(), kJobDriverData, text.data(),
-                                  &parameterInit);
+        CreateStringParameterInit(PrefixForWriting(PrintSchema::MsPrintTicketUserKeywordsNamespace),
+                                  kJobDriverData, text.data(), &parameterInit);
         IXMLDOMNode* root = GetRootNode();
         if (root == nullptr) THROW_COM(E_PENDING, kMethod, "");
         CComPtr<IXMLDOMNode> appended;
@@ -173,7 +173,8 @@ void PrintTicketXmlDocument::CreateZorunZjifParameterInit(ByteBuffer& zjifTicket
     wrapped.Format(L"<![CDATA[\n%s\n]]>", static_cast<const wchar_t*>(ticketText));
 
     CComPtr<IXMLDOMElement> parameterInit;
-    CreateStringParameterInit(PrivateKeywordsPrefix(), kZjifJobTicket, wrapped, &parameterInit);
+    CreateStringParameterInit(PrefixForWriting(PrintSchema::MsPrintTicketUserKeywordsNamespace),
+                              kZjifJobTicket, wrapped, &parameterInit);
 
     IXMLDOMNode* root = GetRootNode();
     if (root == nullptr) THROW_COM(E_PENDING, kMethod, "");

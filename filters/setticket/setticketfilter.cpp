@@ -179,48 +179,6 @@ bool ReadParameter(IPrintPipelinePropertyBag* bag, const wchar_t* name, std::wst
     return true;
 }
 
-// Declares uri on the root element when no "xmlns:p" of the root names it, under the preferred
-// prefix or, when that is taken, the first free one of preferred1, preferred2, ...
-HRESULT EnsureRootDeclares(IXMLDOMDocument2* dom, const wchar_t* preferred, const wchar_t* uri) {
-    CComPtr<IXMLDOMElement> root;
-    RETURN_IF_FAILED(dom->get_documentElement(&root));
-    if (!root) return E_FAIL;
-    CComPtr<IXMLDOMNamedNodeMap> attributes;
-    RETURN_IF_FAILED(root->get_attributes(&attributes));
-    LONG count = 0;
-    if (attributes) RETURN_IF_FAILED(attributes->get_length(&count));
-    for (LONG i = 0; i < count; ++i) {
-        CComPtr<IXMLDOMNode> attribute;
-        RETURN_IF_FAILED(attributes->get_item(i, &attribute));
-        CComBSTR name;
-        CComVariant value;
-        RETURN_IF_FAILED(attribute->get_nodeName(&name));
-        RETURN_IF_FAILED(attribute->get_nodeValue(&value));
-        if (name.Length() > 6 && std::wcsncmp(name, L"xmlns:", 6) == 0 && value.vt == VT_BSTR &&
-            value.bstrVal != nullptr && std::wcscmp(value.bstrVal, uri) == 0) {
-            return S_OK;
-        }
-    }
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        std::wstring declaration = std::wstring(L"xmlns:") + preferred;
-        if (attempt > 0) declaration += std::to_wstring(attempt);
-        CComVariant existing;
-        if (root->getAttribute(CComBSTR(declaration.c_str()), &existing) == S_OK &&
-            existing.vt != VT_NULL) {
-            continue;
-        }
-        CComPtr<IXMLDOMNode> node;
-        RETURN_IF_FAILED(dom->createNode(CComVariant(static_cast<int>(NODE_ATTRIBUTE)),
-                                         CComBSTR(declaration.c_str()), CComBSTR(L""), &node));
-        CComPtr<IXMLDOMAttribute> attribute;
-        RETURN_IF_FAILED(node.QueryInterface(&attribute));
-        RETURN_IF_FAILED(attribute->put_value(CComVariant(uri)));
-        CComPtr<IXMLDOMAttribute> replaced;
-        return root->setAttributeNode(attribute, &replaced);
-    }
-    return E_FAIL;
-}
-
 void Report(const std::string& message) {
     DbgPrint("setticket: %s\n", message.c_str());
 }
@@ -314,16 +272,12 @@ bool SetTicketFilter::HasSettingsFor(EPrintTicketScope scope) const {
 
 HRESULT SetTicketFilter::ApplySettings(PrintTicketXmlDocument& edited, EPrintTicketScope scope) {
     try {
-        // The keywords and XML Schema namespaces the new elements are named in; a document made
-        // over the DOM afterwards knows their prefixes.
-        IXMLDOMDocument2* dom = edited.GetDomDocPtr();
-        if (dom == nullptr) return E_FAIL;
-        RETURN_IF_FAILED(EnsureRootDeclares(dom, L"psk", PrintSchema::KeywordsNamespaceUri));
-        RETURN_IF_FAILED(
-            EnsureRootDeclares(dom, L"xsi", PrintSchema::XmlSchemaInstanceNamespaceUri));
-        RETURN_IF_FAILED(EnsureRootDeclares(dom, L"xsd", PrintSchema::XmlSchemaNamespaceUri));
-        PrintTicketXmlDocument ticket(dom);
-        const CComBSTR keywords = ticket.GetKeywordsNsPrefix();
+        // The prefix the keywords are written under: the document declares the namespace
+        // when the ticket does not (and the XML Schema namespaces of typed values as it writes
+        // them).
+        PrintTicketXmlDocument& ticket = edited;
+        const CComBSTR keywords =
+            ticket.PrefixForWriting(PrintSchema::MsPrintTicketKeywordsNamespace);
 
         for (const Setting& setting : m_settings) {
             if (setting.scope != scope) continue;

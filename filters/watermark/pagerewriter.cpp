@@ -41,28 +41,34 @@ double ParseLength(std::wstring_view text) {
     return value;
 }
 
-// The replacement of each ASCII character in escaped text; empty where it is copied. The first
-// five are CSaxHandler::EscapeEntity's table; the white-space references keep attribute values
-// from being normalised when the page is read again.
+// The replacement of each ASCII character in escaped text; empty where it is copied. Both
+// tables escape CSaxHandler::EscapeEntity's five characters. Attribute values also carry tab,
+// line feed and carriage return as character references, which keep them from being normalised
+// to spaces when the page is read again; element content keeps its white space as it came,
+// since readers of page markup treat only literal white space between elements as ignorable.
 struct EscapeTable {
     std::string_view text[0x80] = {};
     bool escaped[0x80] = {};
-    constexpr EscapeTable() {
+    constexpr explicit EscapeTable(bool attributeValue) {
         Set('&', "&amp;");
         Set('<', "&lt;");
         Set('>', "&gt;");
         Set('"', "&quot;");
         Set('\'', "&apos;");
-        Set('\t', "&#9;");
-        Set('\n', "&#10;");
-        Set('\r', "&#13;");
+        if (attributeValue) {
+            Set('\t', "&#9;");
+            Set('\n', "&#10;");
+            Set('\r', "&#13;");
+        }
     }
     constexpr void Set(char c, std::string_view replacement) {
         text[static_cast<unsigned char>(c)] = replacement;
         escaped[static_cast<unsigned char>(c)] = true;
     }
 };
-constexpr EscapeTable kEscapes;
+constexpr EscapeTable kContentEscapes(false);
+constexpr EscapeTable kAttributeEscapes(true);
+
 // The most bytes one wide character can become: "&quot;" and "&apos;".
 constexpr std::size_t kMaxBytesPerCharacter = 6;
 
@@ -98,8 +104,9 @@ char* EncodeNonAscii(char* out, std::wstring_view text, std::size_t& i) {
 // `escape` set; all ASCII without it) to `out`; false, writing nothing, if any is not. Page
 // markup is nearly all such text, and a block costs a few vector instructions instead of sixteen
 // table look-ups.
-template <bool escape>
+template <const EscapeTable* escapes>
 bool NarrowPlainBlock(const wchar_t* text, char* out) {
+    constexpr bool escape = escapes != nullptr;
     static_assert(sizeof(wchar_t) == 4);
     const auto* wide = reinterpret_cast<const __m128i*>(text);
     // Signed saturation keeps every value of 0x80 or more (and every negative one, as a wide
@@ -112,8 +119,8 @@ bool NarrowPlainBlock(const wchar_t* text, char* out) {
         _mm_or_si128(_mm_packus_epi16(low, high), _mm_packs_epi16(lowNegative, highNegative));
     if (_mm_movemask_epi8(bytes) != 0) return false;  // a byte of 0x80 or more
     if (escape) {
-        // Control characters (tab, line feed and carriage return are escaped) and the five
-        // entity characters.
+        // Control characters (tab, line feed and carriage return are escaped in attribute
+        // values) and the five entity characters.
         __m128i special = _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20));
         for (const char c : {'&', '<', '>', '"', '\''}) {
             special = _mm_or_si128(special, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)));
@@ -122,7 +129,7 @@ bool NarrowPlainBlock(const wchar_t* text, char* out) {
             // Control characters other than the escaped three are copied; only the table's
             // characters need the slow path. Check the block exactly.
             for (int k = 0; k < 16; ++k) {
-                if (kEscapes.escaped[static_cast<Unit>(text[k])]) return false;
+                if (escapes->escaped[static_cast<Unit>(text[k])]) return false;
             }
         }
     }
@@ -131,10 +138,11 @@ bool NarrowPlainBlock(const wchar_t* text, char* out) {
 }
 #endif
 
-// Appends text as UTF-8, escaping ASCII characters with the table when `escape` is set, in one
-// pass into room reserved for the longest result.
-template <bool escape>
+// Appends text as UTF-8, escaping ASCII characters with the table `escapes` (none when null), in
+// one pass into room reserved for the longest result.
+template <const EscapeTable* escapes>
 void AppendUtf8(PageRewriter::Utf8Buffer& buffer, std::wstring_view text) {
+    constexpr bool escape = escapes != nullptr;
     if (text.empty()) return;
     char* out = buffer.Reserve(text.size() * kMaxBytesPerCharacter);
     std::size_t i = 0;
@@ -144,7 +152,7 @@ void AppendUtf8(PageRewriter::Utf8Buffer& buffer, std::wstring_view text) {
         std::size_t end = text.size();
 #if defined(__SSE2__)
         if (text.size() - i >= 16) {
-            if (NarrowPlainBlock<escape>(text.data() + i, out)) {
+            if (NarrowPlainBlock<escapes>(text.data() + i, out)) {
                 out += 16;
                 i += 16;
                 continue;
@@ -155,8 +163,8 @@ void AppendUtf8(PageRewriter::Utf8Buffer& buffer, std::wstring_view text) {
         while (i < end) {
             const Unit c = static_cast<Unit>(text[i]);
             if (c < 0x80) {
-                if (escape && kEscapes.escaped[c]) {
-                    const std::string_view replacement = kEscapes.text[c];
+                if (escape && escapes->escaped[c]) {
+                    const std::string_view replacement = escapes->text[c];
                     for (const char r : replacement) *out++ = r;
                 } else {
                     *out++ = static_cast<char>(c);
@@ -233,12 +241,16 @@ HRESULT PageRewriter::WriteTo(IPrintWriteStream* stream) {
     return S_OK;
 }
 
-void PageRewriter::AppendEscaped(std::wstring_view text) {
-    AppendUtf8<true>(m_out, text);
+void PageRewriter::AppendContent(std::wstring_view text) {
+    AppendUtf8<&kContentEscapes>(m_out, text);
+}
+
+void PageRewriter::AppendAttributeValue(std::wstring_view text) {
+    AppendUtf8<&kAttributeEscapes>(m_out, text);
 }
 
 void PageRewriter::AppendRaw(std::wstring_view text) {
-    AppendUtf8<false>(m_out, text);
+    AppendUtf8<nullptr>(m_out, text);
 }
 
 HRESULT PageRewriter::startDocument() {
@@ -251,9 +263,9 @@ HRESULT PageRewriter::startPrefixMapping(const wchar_t* prefix, INT prefixLength
     // Written into a side buffer: the declarations go inside the next start tag.
     const std::wstring_view name = View(prefix, prefixLength);
     m_pendingNamespaces += name.empty() ? " xmlns" : " xmlns:";
-    AppendUtf8<false>(m_pendingNamespaces, name);
+    AppendUtf8<nullptr>(m_pendingNamespaces, name);
     m_pendingNamespaces += "=\"";
-    AppendUtf8<true>(m_pendingNamespaces, View(uri, uriLength));
+    AppendUtf8<&kAttributeEscapes>(m_pendingNamespaces, View(uri, uriLength));
     m_pendingNamespaces += '"';
     return S_OK;
 }
@@ -290,7 +302,7 @@ HRESULT PageRewriter::startElement(const wchar_t* namespaceUri, INT namespaceUri
         m_out += ' ';
         AppendRaw(attribute);
         m_out += "=\"";
-        AppendEscaped(View(value, valueLength));
+        AppendAttributeValue(View(value, valueLength));
         m_out += '"';
         if (isRoot && attribute == kWidth) root.width = ParseLength(View(value, valueLength));
         if (isRoot && attribute == kHeight) root.height = ParseLength(View(value, valueLength));
@@ -300,7 +312,7 @@ HRESULT PageRewriter::startElement(const wchar_t* namespaceUri, INT namespaceUri
         // The inserter runs now, while the root's attributes are known; its markup is kept
         // until the root closes. A second call (a new document) is impossible within one parse.
         m_rootInsert.Clear();
-        if (m_inserter) AppendUtf8<false>(m_rootInsert, m_inserter(root));
+        if (m_inserter) AppendUtf8<nullptr>(m_rootInsert, m_inserter(root));
     }
     ++m_depth;
     return S_OK;
@@ -322,12 +334,12 @@ HRESULT PageRewriter::endElement(const wchar_t*, INT, const wchar_t*, INT, const
 }
 
 HRESULT PageRewriter::characters(const wchar_t* chars, INT length) {
-    AppendEscaped(View(chars, length));
+    AppendContent(View(chars, length));
     return S_OK;
 }
 
 HRESULT PageRewriter::ignorableWhitespace(const wchar_t* chars, INT length) {
-    AppendEscaped(View(chars, length));
+    AppendContent(View(chars, length));
     return S_OK;
 }
 

@@ -55,11 +55,13 @@ public:
     HRESULT processingInstruction(const wchar_t* target, INT targetLength, const wchar_t* data,
                                   INT dataLength) override;
 
-    // Appends text escaped for an attribute value or element content, as UTF-8: the five
-    // entity characters as CSaxHandler::EscapeEntity writes them, and tab, line feed and
-    // carriage return as character references so that they survive the parser's
-    // normalisation.
-    void AppendEscaped(std::wstring_view text);
+    // Appends element content as UTF-8 with the five entity characters escaped as
+    // CSaxHandler::EscapeEntity writes them; white space is kept as it came.
+    void AppendContent(std::wstring_view text);
+    // Appends an attribute value as UTF-8: the five entity characters escaped, and tab, line
+    // feed and carriage return as character references so that they survive the parser's
+    // attribute-value normalisation.
+    void AppendAttributeValue(std::wstring_view text);
     // Appends text as UTF-8 unchanged (names, processing instructions, inserted markup).
     void AppendRaw(std::wstring_view text);
 

@@ -68,6 +68,24 @@ std::size_t AsciiPrefix(std::string_view utf8) {
     return i;
 }
 
+// Without entity substitution libxml2 hands every '&' of an attribute value over as "&#38;"
+// (and nothing else in that form, since no entity can be declared); namespace URIs come from
+// declarations, which are attribute values too. Returns the text with that undone, using
+// `scratch` only when there is something to undo.
+std::string_view UndoAmpersandReferences(std::string_view text, std::string& scratch) {
+    if (text.find('&') == std::string_view::npos) return text;
+    scratch.clear();
+    for (std::size_t k = 0; k < text.size(); ++k) {
+        if (text.compare(k, 5, "&#38;") == 0) {
+            scratch += '&';
+            k += 4;
+        } else {
+            scratch += text[k];
+        }
+    }
+    return scratch;
+}
+
 // Wide text built in place: new space is handed out without being cleared first, and the
 // capacity stays from one callback to the next.
 class WideBuffer {
@@ -222,7 +240,9 @@ private:
         slot.prefixText.assign(View(prefix));
         slot.localText.assign(View(local));
         slot.wide.Clear();
-        slot.u = slot.wide.Add(namespaces ? std::string_view(slot.uriText) : std::string_view());
+        std::string scratch;
+        slot.u = slot.wide.Add(namespaces ? UndoAmpersandReferences(slot.uriText, scratch)
+                                          : std::string_view());
         slot.l = slot.wide.Add(namespaces ? std::string_view(slot.localText) : std::string_view());
         slot.q = slot.wide.AddJoined(slot.prefixText, slot.localText);
     }
@@ -258,9 +278,12 @@ public:
         entry.qname.Convert({});
         entry.value.Convert({});
     }
-    void AddDecodedValue(std::string_view uri, std::string_view prefix, std::string_view local,
-                         std::string_view value) {
+    // An attribute whose value or namespace URI had to be decoded into a scratch buffer that the
+    // next attribute reuses: both converted at once.
+    void AddDecoded(std::string_view uri, std::string_view prefix, std::string_view local,
+                    std::string_view value) {
         Add(uri, prefix, local, value);
+        m_entries[m_count - 1].uri.Convert({});
         m_entries[m_count - 1].value.Convert({});
     }
 
@@ -477,6 +500,7 @@ struct Session {
     ElementNames elementNames;
     WideBuffer text;
     std::string decoded;                    // an attribute value with its "&#38;" undone
+    std::string decodedUri;                 // the same for an attribute's namespace URI
     std::vector<std::wstring> prefixStack;  // prefixes mapped by open elements, in order
     std::vector<std::size_t> prefixCounts;
 
@@ -532,7 +556,8 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
         for (int i = 0; i < namespaceCount && s->Live(); ++i) {
             s->names.Clear();
             const WideArena::Piece p = s->names.Add(View(namespaces[2 * i]));
-            const WideArena::Piece u = s->names.Add(View(namespaces[2 * i + 1]));
+            const WideArena::Piece u =
+                s->names.Add(UndoAmpersandReferences(View(namespaces[2 * i + 1]), s->decoded));
             s->prefixStack.emplace_back(s->names.At(p), static_cast<std::size_t>(p.length));
             ++mapped;
             s->Check(
@@ -549,33 +574,22 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
             std::string_view p = View(namespaces[2 * i]);
             std::string qname = p.empty() ? std::string("xmlns") : "xmlns:" + std::string(p);
             list->AddWithQName(qname, s->namespaces ? (p.empty() ? "xmlns" : p) : "",
-                               View(namespaces[2 * i + 1]));
+                               UndoAmpersandReferences(View(namespaces[2 * i + 1]), s->decoded));
         }
     }
     for (int i = 0; i < attributeCount; ++i) {
         const xmlChar** a = attributes + 5 * i;  // localname, prefix, URI, value, end
-        std::string_view value(reinterpret_cast<const char*>(a[3]),
-                               static_cast<std::size_t>(a[4] - a[3]));
-        // Without entity substitution libxml2 hands every '&' of a value over as "&#38;" (and
-        // nothing else in that form, since no entity can be declared): undo that.
-        const bool encoded = value.find('&') != std::string_view::npos;
-        if (encoded) {
-            s->decoded.clear();
-            for (std::size_t k = 0; k < value.size(); ++k) {
-                if (value.compare(k, 5, "&#38;") == 0) {
-                    s->decoded += '&';
-                    k += 4;
-                } else {
-                    s->decoded += value[k];
-                }
-            }
-            value = s->decoded;
-        }
+        const std::string_view raw(reinterpret_cast<const char*>(a[3]),
+                                   static_cast<std::size_t>(a[4] - a[3]));
+        std::string_view value = UndoAmpersandReferences(raw, s->decoded);
+        const bool encoded = value.data() != raw.data();
         if (s->namespaces) {
-            if (encoded) {
-                list->AddDecodedValue(View(a[2]), View(a[1]), View(a[0]), value);
+            const std::string_view rawUri = View(a[2]);
+            const std::string_view attributeUri = UndoAmpersandReferences(rawUri, s->decodedUri);
+            if (encoded || attributeUri.data() != rawUri.data()) {
+                list->AddDecoded(attributeUri, View(a[1]), View(a[0]), value);
             } else {
-                list->Add(View(a[2]), View(a[1]), View(a[0]), value);
+                list->Add(attributeUri, View(a[1]), View(a[0]), value);
             }
         } else {
             std::string qname = a[1] != nullptr ? std::string(View(a[1])) + ":" : std::string();

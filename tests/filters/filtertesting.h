@@ -139,6 +139,24 @@ inline std::string ParameterValue(const std::string& ticketXml, const wchar_t* n
     return platform::WideToUtf8(text.m_str == nullptr ? L"" : text.m_str);
 }
 
+inline std::string SampleDefaultTicket() {
+    std::ifstream in(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// Initialises a ticket manager as a filter's is, with the sample default ticket.
+inline void InitialiseWithSampleDefaultTicket(PrintTicketManager& manager) {
+    const std::string defaultTicket = SampleDefaultTicket();
+    CComPtr<IPrintReadStream> stream;
+    EXPECT_EQ(
+        platform::CreatePrintReadStreamOnBytes(defaultTicket.data(), defaultTicket.size(), &stream),
+        S_OK);
+    CComBSTR printer(L"test");
+    EXPECT_EQ(manager.Initialise(stream, printer, nullptr), S_OK);
+}
+
 // What the typed view of the library reports for the orientation of a page of an output
 // package. The job's ticket is installed in a ticket manager and, down to `scope`, the
 // document's and the page's; the scopes below `scope` inherit from it. (The view looks a
@@ -147,18 +165,7 @@ inline PrintSchema::PageOrientation::EOrientationOption ViewedOrientation(
     const outputpackage::Package& package, const std::string& document, const std::string& page,
     EPrintTicketScope scope, bool* found) {
     PrintTicketManager manager;
-    const std::string defaultTicket = [] {
-        std::ifstream in(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
-        std::ostringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }();
-    CComPtr<IPrintReadStream> stream;
-    EXPECT_EQ(
-        platform::CreatePrintReadStreamOnBytes(defaultTicket.data(), defaultTicket.size(), &stream),
-        S_OK);
-    CComBSTR printer(L"test");
-    EXPECT_EQ(manager.Initialise(stream, printer, nullptr), S_OK);
+    InitialiseWithSampleDefaultTicket(manager);
     auto install = [&](EPrintTicketScope at, const std::string& part) {
         const std::string ticket = package.TicketOf(part);
         CComPtr<IXMLDOMDocument2> dom;

@@ -395,15 +395,18 @@ TEST(SetTicketJobs, TicketsWithoutTheKeywordsNamespaceGetItDeclared) {
               "2");
 }
 
-TEST(SetTicketJobs, AJobWhoseTicketDoesNotParseStopsWithoutOutput) {
+TEST(SetTicketJobs, AJobWhoseTicketIsNotNamespaceWellFormedIsRejectedNamingThePart) {
     std::vector<testpackages::Entry> entries = testpackages::SmallJob(2);
     for (auto& entry : entries) {
         if (entry.name == "Documents/1/Metadata/Page_PT.xml") entry.content = "<psf:PrintTicket";
     }
     const std::string input = testpackages::WriteZip("broken_ticket.xps", entries);
     JobRun run = RunSetTicket("broken", input, {{"PageOrientation", "Landscape"}});
-    EXPECT_EQ(run.outcome.exitCode, 9) << run.outcome.output;
-    EXPECT_NE(run.outcome.output.find("filter \"st\""), std::string::npos) << run.outcome.output;
+    EXPECT_EQ(run.outcome.exitCode, 5) << run.outcome.output;
+    EXPECT_NE(run.outcome.output.find("Documents/1/Metadata/Page_PT.xml: the PrintTicket is not "
+                                      "well-formed"),
+              std::string::npos)
+        << run.outcome.output;
     EXPECT_FALSE(fs::exists(run.output));
     for (const auto& entry : fs::directory_iterator(run.dir)) {
         EXPECT_EQ(entry.path().filename().string().rfind(".out.xps", 0), std::string::npos);

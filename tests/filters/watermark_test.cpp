@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "../filterpipeline/filterutilities/pipelinefakes.h"
+#include "../tools/toolrunner.h"
 #include "filters/watermark/pagerewriter.h"
 #include "filters/watermark/watermarkfilter.h"
 #include "filters/watermark/watermarkmarkup.h"
@@ -25,6 +26,8 @@
 #include "platform/com/unicode.h"
 
 namespace fs = std::filesystem;
+using toolrunner::Image;
+using toolrunner::ReadPpm;
 
 namespace {
 
@@ -91,32 +94,6 @@ std::vector<std::pair<std::string, std::string>> ReadZip(const std::string& path
     }
     zip_close(archive);
     return items;
-}
-
-// A rendered page: 8-bit RGB from a binary PPM.
-struct Image {
-    int width = 0;
-    int height = 0;
-    std::vector<unsigned char> rgb;
-    bool Same(const Image& other, int x, int y) const {
-        const std::size_t at = (static_cast<std::size_t>(y) * width + x) * 3;
-        return rgb[at] == other.rgb[at] && rgb[at + 1] == other.rgb[at + 1] &&
-               rgb[at + 2] == other.rgb[at + 2];
-    }
-};
-
-Image ReadPpm(const fs::path& path) {
-    Image image;
-    std::ifstream in(path, std::ios::binary);
-    std::string magic;
-    int maximum = 0;
-    in >> magic >> image.width >> image.height >> maximum;
-    in.get();
-    if (magic != "P6" || maximum != 255 || image.width <= 0 || image.height <= 0) return {};
-    image.rgb.resize(static_cast<std::size_t>(image.width) * image.height * 3);
-    in.read(reinterpret_cast<char*>(image.rgb.data()),
-            static_cast<std::streamsize>(image.rgb.size()));
-    return in ? image : Image{};
 }
 
 // A directory of its own for each test, removed afterwards.
@@ -277,7 +254,7 @@ TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
         "Height=\"1056\" xml:lang=\"en\"><?pi some data?>"
         "<x:Canvas Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\" Tag=\"line&#10;break&#9;tab\">"
         "text &amp; &lt;tag&gt; \"q\" 'a' \xF0\x9F\x98\x80 \xC3\xA9<![CDATA[<raw>]]></x:Canvas>"
-        "<y:Other xmlns:y=\"urn:other\" y:attr=\"1\"/></x:FixedPage>";
+        "<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\"/></x:FixedPage>";
     std::string out;
     PageRewriter::RootInfo root;
     ASSERT_EQ(S_OK, RewriteText(page, out, L"<x:Canvas Name=\"inserted\"/>", &root));
@@ -290,7 +267,7 @@ TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
     EXPECT_NE(std::string::npos, out.find("Tag=\"line&#10;break&#9;tab\""));
     EXPECT_NE(std::string::npos, out.find("text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; "
                                           "\xF0\x9F\x98\x80 \xC3\xA9&lt;raw&gt;"));
-    EXPECT_NE(std::string::npos, out.find("<y:Other xmlns:y=\"urn:other\" y:attr=\"1\">"));
+    EXPECT_NE(std::string::npos, out.find("<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\">"));
     EXPECT_NE(std::string::npos, out.find("<?pi some data?>"));
     EXPECT_NE(std::string::npos, out.find("<x:Canvas Name=\"inserted\"/></x:FixedPage>"));
     EXPECT_EQ(AttributeOf(page, "Canvas", "Tag"), AttributeOf(out, "Canvas", "Tag"));
@@ -324,9 +301,9 @@ public:
     using CSaxHandler::EscapeEntity;
 };
 
-// The rewriter's escaping as EscapeEntity and the white-space references would give it, in the
-// UTF-8 the page is written in.
-std::string ReferenceEscape(const std::wstring& text) {
+// The rewriter's escaping as EscapeEntity (and, in attribute values, the white-space references)
+// would give it, in the UTF-8 the page is written in.
+std::string ReferenceEscape(const std::wstring& text, bool attributeValue) {
     CComPtr<EscapingHandler> handler;
     handler.Attach(new EscapingHandler());
     CComBSTR escaped(static_cast<int>(text.size()), text.data());
@@ -334,6 +311,10 @@ std::string ReferenceEscape(const std::wstring& text) {
     std::wstring withReferences;
     for (UINT i = 0; i < escaped.Length(); ++i) {
         const wchar_t c = escaped.m_str[i];
+        if (!attributeValue) {
+            withReferences += c;
+            continue;
+        }
         withReferences += c == L'\t'   ? L"&#9;"
                           : c == L'\n' ? L"&#10;"
                           : c == L'\r' ? L"&#13;"
@@ -351,10 +332,17 @@ TEST(WatermarkPageRewriter, EscapingAgreesWithEscapeEntityAndTheUtf8Converter) {
         std::wstring text;
         const int length = static_cast<int>(random() % 60);
         for (int i = 0; i < length; ++i) text += pool[random() % std::size(pool)];
-        CComPtr<PageRewriter> rewriter;
-        rewriter.Attach(new PageRewriter(nullptr));
-        rewriter->AppendEscaped(text);
-        EXPECT_EQ(ReferenceEscape(text), rewriter->Output()) << "round " << round;
+        for (const bool attributeValue : {false, true}) {
+            CComPtr<PageRewriter> rewriter;
+            rewriter.Attach(new PageRewriter(nullptr));
+            if (attributeValue) {
+                rewriter->AppendAttributeValue(text);
+            } else {
+                rewriter->AppendContent(text);
+            }
+            EXPECT_EQ(ReferenceEscape(text, attributeValue), rewriter->Output())
+                << "round " << round << (attributeValue ? " attribute" : " content");
+        }
     }
     // Surrogate units (which the reader never produces, but inserted markup might hold) are
     // encoded as the platform's converter encodes them: a pair as its character, a lone unit
@@ -380,21 +368,31 @@ TEST(WatermarkPageRewriter, PlainRunsAroundEveryKindOfCharacterAtEveryPosition) 
                 std::wstring text;
                 for (std::size_t i = 0; i < length; ++i) text += L"M 0,9 Zabcxyz#"[i % 14];
                 text[position] = special;
+                // Attribute values: white space as references, the harder table.
                 CComPtr<PageRewriter> rewriter;
                 rewriter.Attach(new PageRewriter(nullptr));
-                rewriter->AppendEscaped(text);
+                rewriter->AppendAttributeValue(text);
                 std::string expected;
                 if (special > 0x10FFFF) {
                     // Beyond Unicode: the replacement character, as the platform converter.
                     std::wstring before = text.substr(0, position);
                     std::wstring after = text.substr(position + 1);
-                    expected = ReferenceEscape(before) + "\xEF\xBF\xBD" + ReferenceEscape(after);
+                    expected = ReferenceEscape(before, true) + "\xEF\xBF\xBD" +
+                               ReferenceEscape(after, true);
                 } else {
-                    expected = ReferenceEscape(text);
+                    expected = ReferenceEscape(text, true);
                 }
                 ASSERT_EQ(expected, rewriter->Output())
                     << "length " << length << " position " << position << " character "
                     << static_cast<long>(special);
+                // Element content: the same blocks with white space copied.
+                if (special <= 0x10FFFF) {
+                    CComPtr<PageRewriter> content;
+                    content.Attach(new PageRewriter(nullptr));
+                    content->AppendContent(text);
+                    ASSERT_EQ(ReferenceEscape(text, false), content->Output())
+                        << "content, length " << length << " position " << position;
+                }
                 // Unescaped, the same text is only encoded.
                 CComPtr<PageRewriter> raw;
                 raw.Attach(new PageRewriter(nullptr));
@@ -410,7 +408,7 @@ TEST(WatermarkPageRewriter, PlainRunsAroundEveryKindOfCharacterAtEveryPosition) 
     rewriter.Attach(new PageRewriter(nullptr));
     const std::wstring controls =
         std::wstring(20, L'a') + L'\x01' + L'\x1F' + std::wstring(20, L'b');
-    rewriter->AppendEscaped(controls);
+    rewriter->AppendAttributeValue(controls);
     EXPECT_EQ(platform::WideToUtf8(controls), rewriter->Output());
 }
 
@@ -454,13 +452,13 @@ TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
 
 TEST(WatermarkPageRewriter, LargePagesInCanonicalFormComeBackByteForByte) {
     // Markup already in the rewriter's own form (declaration, end tags, escaped values, line
-    // feeds in text as references) comes back unchanged apart from the insert, however far the
-    // output buffer has to grow.
+    // feeds in values as references, white space between elements as it is) comes back unchanged
+    // apart from the insert, however far the output buffer has to grow.
     std::string body;
     for (int i = 0; i < 20000; ++i) {
         body += "<Path Data=\"M " + std::to_string(i) +
                 ",2 L 3,4 \xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80\" Fill=\"#FF000000\" "
-                "Name=\"&amp;&lt;&#10;\"></Path>&#10;";
+                "Name=\"&amp;&lt;&#10;\"></Path>\n\t";
     }
     const std::string head =
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?><FixedPage "

@@ -53,7 +53,7 @@ std::string ReadAll(IPartBase* part) {
 std::vector<CComPtr<IUnknown>> Walk(const std::string& path, const ReaderLimits& limits = {}) {
     auto package = SourcePackage::Open(path, limits);
     CComPtr<JobReader> reader;
-    reader.Attach(new JobReader(package));
+    reader.Attach(new JobReader(package, std::make_shared<JobStatus>()));
     std::vector<CComPtr<IUnknown>> parts;
     for (int i = 0; i < 10000; ++i) {
         CComPtr<IUnknown> part;
@@ -283,7 +283,7 @@ TEST(SourcePackages, RefuseDuplicateNamesDtdsAndOversizedMarkup) {
     auto package = SourcePackage::Open(WriteZip("dtd.xps", dtd), ReaderLimits{});
     try {
         CComPtr<JobReader> reader;
-        reader.Attach(new JobReader(package));
+        reader.Attach(new JobReader(package, std::make_shared<JobStatus>()));
         ADD_FAILURE() << "a DTD was accepted";
     } catch (const JobError& error) {
         EXPECT_NE(std::string(error.what()).find("DTD"), std::string::npos);
@@ -295,7 +295,7 @@ TEST(SourcePackages, RefuseDuplicateNamesDtdsAndOversizedMarkup) {
         {
             auto small = SourcePackage::Open(WriteZip("markup.xps", SmallJob(1)), tight);
             CComPtr<JobReader> reader;
-            reader.Attach(new JobReader(small));
+            reader.Attach(new JobReader(small, std::make_shared<JobStatus>()));
         },
         JobError);
 }
@@ -308,7 +308,7 @@ TEST(SourcePackages, RecordTheFirstErrorMetWhileFiltersRead) {
     auto status = std::make_shared<JobStatus>();
     package->SetStatus(status);
     CComPtr<JobReader> reader;
-    reader.Attach(new JobReader(package));
+    reader.Attach(new JobReader(package, std::make_shared<JobStatus>()));
     HRESULT hr = S_OK;
     for (int i = 0; i < 5 && SUCCEEDED(hr); ++i) {
         CComPtr<IUnknown> part;

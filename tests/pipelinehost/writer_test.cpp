@@ -162,7 +162,7 @@ TEST(JobWriterOutput, APageBeforeAnyDocumentFailsAndLeavesNothing) {
     {
         auto package = SourcePackage::Open(input, ReaderLimits{});
         CComPtr<JobReader> reader;
-        reader.Attach(new JobReader(package));
+        reader.Attach(new JobReader(package, std::make_shared<JobStatus>()));
         CComPtr<JobWriter> writer;
         writer.Attach(new JobWriter(output, status));
         CComPtr<IFixedPage> page;

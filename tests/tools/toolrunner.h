@@ -79,6 +79,37 @@ inline Outcome RunTool(const std::vector<std::string>& args) {
     return Shell(command);
 }
 
+// A rendered page: 8-bit RGB, read from the binary PPM that `mutool draw -o page.ppm` writes.
+struct Image {
+    int width = 0;
+    int height = 0;
+    std::vector<unsigned char> rgb;
+
+    const unsigned char* At(int x, int y) const {
+        return &rgb[(static_cast<std::size_t>(y) * width + x) * 3];
+    }
+    bool Same(const Image& other, int x, int y) const {
+        const unsigned char* a = At(x, y);
+        const unsigned char* b = other.At(x, y);
+        return a[0] == b[0] && a[1] == b[1] && a[2] == b[2];
+    }
+    bool operator==(const Image& other) const = default;
+};
+
+inline Image ReadPpm(const fs::path& path) {
+    Image image;
+    std::ifstream in(path, std::ios::binary);
+    std::string magic;
+    int maximum = 0;
+    in >> magic >> image.width >> image.height >> maximum;
+    in.get();
+    if (magic != "P6" || maximum != 255 || image.width <= 0 || image.height <= 0) return {};
+    image.rgb.resize(static_cast<std::size_t>(image.width) * image.height * 3);
+    in.read(reinterpret_cast<char*>(image.rgb.data()),
+            static_cast<std::streamsize>(image.rgb.size()));
+    return in ? image : Image{};
+}
+
 // An empty folder of the given name inside the test process's own temporary folder.
 inline fs::path WorkDir(const std::string& name) {
     fs::path dir = testpackages::ProcessTempDir() / name;

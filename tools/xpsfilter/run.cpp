@@ -57,6 +57,9 @@ int Run(const RunOptions& options) {
         }
         JobResult result = RunJob(config, registry, job);
         if (terminal) std::fprintf(stderr, "\r\033[K");
+        for (const std::string& warning : result.warnings) {
+            std::cerr << "xpsfilter: " << options.input << ": warning: " << warning << "\n";
+        }
         if (!result.succeeded) {
             const JobError& error = *result.error;
             std::cerr << "xpsfilter: " << KindLabel(error.Kind()) << " error: " << error.what()

@@ -198,8 +198,11 @@ std::string Microns(LONG width, LONG height) {
 
 std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view) {
     std::vector<ViewSetting> settings;
-    auto add = [&](ViewSetting setting, bool found, HRESULT status) {
-        setting.found = found && SUCCEEDED(status);
+    // A getter reports S_FALSE for an absent feature, and S_OK with its defaults when the
+    // driver's private data it reads is not in the ticket at all: neither is a value found.
+    const bool hasDriverData = !view.GetAttributeBytesIndexedListRef().IsEmpty();
+    auto add = [&](ViewSetting setting, bool found, HRESULT status, bool readsDriverData) {
+        setting.found = found && status == S_OK && (hasDriverData || !readsDriverData);
         setting.status = status;
         settings.push_back(std::move(setting));
     };
@@ -211,21 +214,21 @@ std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view) {
          "orientation",
          Keyword(kOrientations, orientation),
          {{"value", JsonString(Keyword(kOrientations, orientation))}}},
-        found, status);
+        found, status, false);
 
     const auto& media = view.GetPageMediaSize(&found, &status);
     add({"media size",
          "mediaSize",
          Microns(media.width, media.height),
          {{"width", std::to_string(media.width)}, {"height", std::to_string(media.height)}}},
-        found, status);
+        found, status, true);
 
     const auto& nUp = view.GetNUp(&found, &status);
     add({"n-up",
          "nUp",
          std::to_string(nUp.pagesPerSheet) + " per sheet",
          {{"pagesPerSheet", std::to_string(nUp.pagesPerSheet)}}},
-        found, status);
+        found, status, true);
 
     const auto& binding = view.GetBookletBinding(&found, &status);
     add({"binding",
@@ -234,7 +237,7 @@ std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view) {
          {{"option", JsonString(Keyword(kBindings, binding.bindingOption))},
           {"gutter", std::to_string(binding.gutter)},
           {"creep", std::to_string(binding.creep)}}},
-        found, status);
+        found, status, true);
 
     const auto& scaling = view.GetPageScaling(&found, &status);
     add({"scaling",
@@ -245,7 +248,7 @@ std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view) {
          {{"option", JsonString(Keyword(kScalings, scaling.option))},
           {"scaleWidth", std::to_string(scaling.scaleWidth)},
           {"scaleHeight", std::to_string(scaling.scaleHeight)}}},
-        found, status);
+        found, status, true);
 
     const auto& paper = view.GetOutputPaperSize(&found, &status);
     add({"output paper size",
@@ -255,7 +258,7 @@ std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view) {
           {"height", std::to_string(paper.height)},
           {"paperSize", std::to_string(paper.paperSize)},
           {"fitToOutputPaper", paper.fitToOutputPaper ? "true" : "false"}}},
-        found, status);
+        found, status, true);
 
     const auto& watermark = view.GetWatermark(&found, &status);
     std::string watermarkText = Keyword(kWatermarkTypes, watermark.type);
@@ -267,7 +270,7 @@ std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view) {
          {{"type", JsonString(Keyword(kWatermarkTypes, watermark.type))},
           {"number", std::to_string(watermark.number)},
           {"text", JsonString(text)}}},
-        found, status);
+        found, status, false);
     return settings;
 }
 

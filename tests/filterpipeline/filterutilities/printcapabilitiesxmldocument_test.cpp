@@ -105,12 +105,13 @@ TEST_F(PrintCapabilitiesDocumentTest, IntegerParameterDefChildrenInOrder) {
         raw.Strings("//psf:ParameterDef[@name='psk:JobCopies']/psf:Property/psf:Value/@xsi:type"),
         (std::vector<std::string>{"xsd:QName", "xsd:integer", "xsd:integer", "xsd:integer",
                                   "xsd:QName", "xsd:string", "xsd:integer", "xsd:string"}));
-    // Multiple 0 and an empty display name leave those children out.
-    EXPECT_EQ(raw.Strings("//psf:ParameterDef[@name='ns0000:Lines']/psf:Property/@name"),
+    // Multiple 0 and an empty display name leave those children out. A name under the private
+    // placeholder prefix is written under the private prefix, declared for the occasion.
+    EXPECT_EQ(raw.Strings("//psf:ParameterDef[@name='zk:Lines']/psf:Property/@name"),
               (std::vector<std::string>{"psf:DataType", "psf:DefaultValue", "psf:MaxValue",
                                         "psf:MinValue", "psf:Mandatory", "psf:UnitType"}));
     EXPECT_EQ(
-        raw.Strings("//psf:ParameterDef[@name='ns0000:Lines']/psf:Property/psf:Value"),
+        raw.Strings("//psf:ParameterDef[@name='zk:Lines']/psf:Property/psf:Value"),
         (std::vector<std::string>{"xsd:integer", "-5", "10", "-10", "psk:Optional", "lines"}));
 }
 

@@ -269,9 +269,12 @@ TEST_F(PrintTicketDocumentTest, FeatureOptionPairsUsePublicOrPrivatePrefixes) {
     EXPECT_EQ(m_ticket.CreateFeatureOptionPair(false, L"Finishing", &bare, &bareOption), S_OK);
     m_ticket.AppendChildToRootNode(bare);
     RawXml raw = Raw();
+    // The ticket does not declare the private keywords: they are declared before the first
+    // name in them is written.
     EXPECT_EQ(raw.Strings("//psf:Feature[@name='psk:PageOutputColor']/psf:Option/@name"),
-              std::vector<std::string>{"ns0000:Sepia"});
-    EXPECT_EQ(raw.Count("//psf:Feature[@name='ns0000:Finishing']/psf:Option[not(@name)]"), 1u);
+              std::vector<std::string>{"zk:Sepia"});
+    EXPECT_EQ(raw.Count("//psf:Feature[@name='zk:Finishing']/psf:Option[not(@name)]"), 1u);
+    EXPECT_EQ(Wide(m_ticket.GetUserKeywordsNsPrefix()), L"zk:");
     CComBSTR read;
     EXPECT_EQ(m_ticket.GetFeatureOption(L"PageOutputColor", &read), S_OK);
     EXPECT_EQ(Wide(read), L"Sepia");
@@ -319,21 +322,22 @@ TEST_F(PrintTicketDocumentTest, IntegerParameterInitIsWrittenUnsigned) {
     m_ticket.CreateUntypedParameterInitFromString(L"ns0000:", L"Raw", L"payload", &untyped);
     EXPECT_EQ(m_ticket.AppendToElement(L"PrintTicket", untyped), S_OK);
     RawXml raw = Raw();
-    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='ns0000:Minus']/psf:Value"),
+    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='zk:Minus']/psf:Value"),
               std::vector<std::string>{"4294967295"});
-    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='ns0000:Plus']/psf:Value/@xsi:type"),
+    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='zk:Plus']/psf:Value/@xsi:type"),
               std::vector<std::string>{"xsd:integer"});
-    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='ns0000:Text']/psf:Value"),
+    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='zk:Text']/psf:Value"),
               std::vector<std::string>{"a & b"});
-    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='ns0000:Text']/psf:Value/@xsi:type"),
+    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='zk:Text']/psf:Value/@xsi:type"),
               std::vector<std::string>{"xsd:string"});
-    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='ns0000:Raw']/psf:Value"),
+    EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='zk:Raw']/psf:Value"),
               std::vector<std::string>{"payload"});
-    EXPECT_EQ(raw.Count("//psf:ParameterInit[@name='ns0000:Raw']/psf:Value/@*"), 0u);
-    // The appended ParameterInits are the root's last children, in order.
+    EXPECT_EQ(raw.Count("//psf:ParameterInit[@name='zk:Raw']/psf:Value/@*"), 0u);
+    // The appended ParameterInits are the root's last children, in order, all under the
+    // private prefix declared by the first of them (though the caller passed the placeholder).
     EXPECT_EQ(
         raw.Strings("/psf:PrintTicket/*[position() > last() - 4]/@name"),
-        (std::vector<std::string>{"ns0000:Minus", "ns0000:Plus", "ns0000:Text", "ns0000:Raw"}));
+        (std::vector<std::string>{"zk:Minus", "zk:Plus", "zk:Text", "zk:Raw"}));
 }
 
 TEST_F(PrintTicketDocumentTest, ParameterInitArgumentChecks) {

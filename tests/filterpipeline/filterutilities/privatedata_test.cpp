@@ -341,13 +341,18 @@ TEST(JobZorunDriverData, ErrorsAreReturnedNotThrown) {
     EXPECT_EQ(back, ByteBuffer(4, 0));
 }
 
-TEST(JobZorunDriverData, AnUndeclaredPrivateNamespaceUsesTheFallbackPrefix) {
+TEST(JobZorunDriverData, AnUndeclaredPrivateNamespaceIsDeclaredWhenWritten) {
     auto ticket = TicketDocument(Ticket(L""));
     ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
     ASSERT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(devmode),
                                                          static_cast<DWORD>(devmode.size())),
               S_OK);
-    EXPECT_NE(XmlOf(*ticket).find("name=\"ns0000:JobZorunDriverData\""), std::string::npos);
+    const std::string xml = XmlOf(*ticket);
+    EXPECT_NE(xml.find("name=\"zk:JobZorunDriverData\""), std::string::npos) << xml;
+    EXPECT_NE(
+        xml.find("xmlns:zk=\"" + platform::WideToUtf8(PrintSchema::PrivateKeywordsNamespaceUri)),
+        std::string::npos)
+        << xml;
     ByteBuffer back;
     ticket->GetJobZorunDriverDataFromPrintTicket(back);
     EXPECT_EQ(back, devmode);
