@@ -18,8 +18,8 @@ using namespace toolrunner;
 const std::string kSample = std::string(FU_SOURCE_DIR) + "/samples/sample_job.xps";
 
 // A job with what inspect must find: pages 1 and 2 share a ticket, page 3's ticket is a copy of
-// it in a part of its own, page 1 carries an image, one part nothing refers to and one without a
-// content type.
+// it in a part of its own, page 2 names a second ticket, page 1 carries an image, one part
+// nothing refers to and one without a content type.
 std::string FaultyJob() {
     using namespace testpackages;
     std::vector<Entry> job = SmallJob(3);
@@ -29,9 +29,13 @@ std::string FaultyJob() {
                                   {kResourceRel, "/Resources/picture.png"}});
         } else if (entry.name == "Documents/1/Pages/_rels/3.fpage.rels") {
             entry.content = Rels({{kTicketRel, "../Metadata/Copy_PT.xml"}});
+        } else if (entry.name == "Documents/1/Pages/_rels/2.fpage.rels") {
+            entry.content = Rels({{kTicketRel, "../Metadata/Page_PT.xml"},
+                                  {kTicketRel, "../Metadata/Second_PT.xml"}});
         }
     }
     job.push_back({"Documents/1/Metadata/Copy_PT.xml", Ticket("page")});
+    job.push_back({"Documents/1/Metadata/Second_PT.xml", Ticket("second")});
     job.push_back({"Resources/picture.png", std::string("\x89PNG\r\n\x1a\n", 8)});
     job.push_back({"Resources/orphan.png", std::string("\x89PNG\r\n\x1a\n", 8)});
     job.push_back({"Resources/data.bin", "bytes"});
@@ -53,6 +57,7 @@ TEST(InspectCommand, ShowsWhatFiltersGetAndWarnsAboutThePackage) {
              "/Documents/1/Metadata/Page_PT.xml: duplicate page ticket, the same bytes as "
              "/Documents/1/Metadata/Copy_PT.xml",
              "/Resources/orphan.png: not referenced",
+             "/Documents/1/Pages/2.fpage has more than one PrintTicket",
              "/Resources/data.bin: no content type",
          }) {
         EXPECT_NE(inspected.output.find(expected), std::string::npos)

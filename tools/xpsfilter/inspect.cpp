@@ -190,7 +190,7 @@ std::string Joined(const std::vector<unsigned>& numbers) {
 }
 
 // The package checks: content types, parts nothing reaches, ticket parts that copy each other.
-// (A part with two PrintTicket relationships never gets here: the reader refuses the package.)
+// (A part with two PrintTicket relationships is the reader's own warning.)
 void Check(const SourcePackage& package, const std::set<std::string>& walked, Report& report) {
     // Reachable: the parts the walk met, and whatever a relationship of the package or of a
     // reachable part points to, transitively (thumbnails, core properties, signatures...).
@@ -294,6 +294,8 @@ Report Inspect(const std::string& path) {
             report.documents.back().pages.push_back(std::move(page));
         }
     }
+    // The reader's own warnings first, as `run` prints them, then the package checks.
+    report.warnings = parts.Warnings();
     Check(package, walked, report);
     return report;
 }

@@ -12,7 +12,7 @@ JobParts::JobParts(const std::string& path)
     : m_package(pipelinehost::SourcePackage::Open(path, pipelinehost::ReaderLimits{})),
       m_status(std::make_shared<pipelinehost::JobStatus>()) {
     m_package->SetStatus(m_status);
-    m_reader.Attach(new pipelinehost::JobReader(m_package));
+    m_reader.Attach(new pipelinehost::JobReader(m_package, m_status));
 }
 
 CComPtr<IUnknown> JobParts::Next() {

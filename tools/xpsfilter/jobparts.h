@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "pipelinehost/jobreader.h"
 #include "pipelinehost/sourcepackage.h"
@@ -21,6 +22,9 @@ public:
     CComPtr<IUnknown> Next();
 
     const pipelinehost::SourcePackage& Package() const { return *m_package; }
+    // What the reader noticed and went on with (a second PrintTicket on a part, a document
+    // without pages), as `run` prints it.
+    std::vector<std::string> Warnings() const { return m_status->Warnings(); }
 
 private:
     std::shared_ptr<pipelinehost::SourcePackage> m_package;
