@@ -3,8 +3,6 @@
 // page's document's and the page's own ticket merged through the PrintTicket provider, exactly
 // as a filter's PrintTicketManager merges them when merging is enabled, shown as `ticket show`
 // shows a ticket, with where each setting came from.
-#include <unistd.h>
-
 #include <fstream>
 #include <iostream>
 #include <memory>
