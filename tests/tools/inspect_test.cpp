@@ -107,15 +107,17 @@ TEST(EffectiveTicketCommand, APageBeyondTheJobIsABadCommandLine) {
 
 class CorpusInspection : public ::testing::TestWithParam<std::string> {};
 
-// Every corpus job: both commands print JSON that parses, and inspect counts the pages `run`
-// sends through a pipeline.
+// Every corpus job: both commands print JSON that parses, inspect gives every page its size
+// (UTF-8 and UTF-16 markup) and counts the pages `run` sends through a pipeline.
 TEST_P(CorpusInspection, JsonParsesAndPagesMatchARun) {
     const std::string input = testpackages::CorpusFile(GetParam());
     const fs::path dir = WorkDir("inspect_" + GetParam());
     const std::string count =
         "python3 -c " + Quote(
                             "import json, sys\nd = json.load(sys.stdin)\n"
-                            "print(sum(len(doc['pages']) for doc in d['documents']))");
+                            "pages = [p for doc in d['documents'] for p in doc['pages']]\n"
+                            "assert all(p['width'] and p['height'] for p in pages), 'no size'\n"
+                            "print(len(pages))");
     const Outcome pages = Shell(Quote(Tool()) + " inspect --json " + Quote(input) + " | " + count);
     ASSERT_EQ(pages.exitCode, 0) << pages.output;
     const Outcome run = RunTool({"run", input, (dir / "out.xps").string()});

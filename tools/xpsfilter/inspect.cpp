@@ -109,43 +109,59 @@ std::optional<std::string> TagAttribute(const std::string& tag, const std::strin
     return std::nullopt;
 }
 
-// Width and Height of the page's root element, read from the start of its UTF-8 markup.
+// The start of a page's markup as narrow text: UTF-8 as it is; UTF-16 (told by its byte order
+// mark) with each code unit above ASCII as '?', which keeps element and attribute names and
+// numbers intact.
+std::string MarkupHead(IPrintReadStream* stream) {
+    constexpr std::size_t kHead = 64 * 1024;
+    std::string bytes;
+    char buffer[16 * 1024];
+    while (bytes.size() < kHead) {
+        ULONG read = 0;
+        BOOL end = FALSE;
+        if (FAILED(stream->ReadBytes(buffer, sizeof buffer, &read, &end))) break;
+        bytes.append(buffer, read);
+        if (end || read == 0) break;
+    }
+    const bool little = bytes.size() >= 2 && bytes[0] == '\xFF' && bytes[1] == '\xFE';
+    const bool big = bytes.size() >= 2 && bytes[0] == '\xFE' && bytes[1] == '\xFF';
+    if (!little && !big) return bytes;
+    std::string text;
+    for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
+        const unsigned unit = little ? static_cast<unsigned char>(bytes[i]) |
+                                           static_cast<unsigned char>(bytes[i + 1]) << 8
+                                     : static_cast<unsigned char>(bytes[i]) << 8 |
+                                           static_cast<unsigned char>(bytes[i + 1]);
+        text += unit < 0x80 ? static_cast<char>(unit) : '?';
+    }
+    return text;
+}
+
+// Width and Height of the page's root element, read from the start of its markup.
 void ReadPageSize(IFixedPage* fixedPage, Page& page) {
     CComPtr<IPrintReadStream> stream;
     if (FAILED(fixedPage->GetStream(&stream))) return;
-    std::string head;
-    char buffer[16 * 1024];
+    const std::string head = MarkupHead(stream);
     // The root's start tag: after the XML declaration, comments and processing instructions.
-    for (int reads = 0; reads < 16; ++reads) {
-        ULONG read = 0;
-        BOOL end = FALSE;
-        if (FAILED(stream->ReadBytes(buffer, sizeof buffer, &read, &end))) return;
-        head.append(buffer, read);
-        std::size_t at = 0;
-        while ((at = head.find('<', at)) != std::string::npos && at + 1 < head.size() &&
-               (head[at + 1] == '?' || head[at + 1] == '!')) {
-            at = head.find('>', at);
-            if (at == std::string::npos) break;
-        }
-        if (at != std::string::npos && at + 1 < head.size()) {
-            const std::size_t close = head.find('>', at);
-            if (close != std::string::npos) {
-                const std::string tag = head.substr(at, close - at);
-                auto number = [](const std::optional<std::string>& text) -> std::optional<double> {
-                    if (!text) return std::nullopt;
-                    try {
-                        return std::stod(*text);
-                    } catch (const std::exception&) {
-                        return std::nullopt;
-                    }
-                };
-                page.width = number(TagAttribute(tag, "Width"));
-                page.height = number(TagAttribute(tag, "Height"));
-                return;
-            }
-        }
-        if (end || read == 0) return;
+    std::size_t at = 0;
+    while ((at = head.find('<', at)) != std::string::npos && at + 1 < head.size() &&
+           (head[at + 1] == '?' || head[at + 1] == '!')) {
+        at = head.find('>', at);
     }
+    if (at == std::string::npos) return;
+    const std::size_t close = head.find('>', at);
+    if (close == std::string::npos) return;
+    const std::string tag = head.substr(at, close - at);
+    auto number = [](const std::optional<std::string>& text) -> std::optional<double> {
+        if (!text) return std::nullopt;
+        try {
+            return std::stod(*text);
+        } catch (const std::exception&) {
+            return std::nullopt;
+        }
+    };
+    page.width = number(TagAttribute(tag, "Width"));
+    page.height = number(TagAttribute(tag, "Height"));
 }
 
 const char* KindOf(IUnknown* part) {
