@@ -12,6 +12,18 @@ function(fu_public_headers)
     endforeach()
 endfunction()
 
+# fu_host_headers(<header>...)
+# Marks headers of the pipeline host that programs embedding the host need. They are installed
+# like public headers but apart from the filter API: the umbrella header pipelinehost.h includes
+# them, filterutilities.h does not. The host's other headers are not installed.
+function(fu_host_headers)
+    foreach(h IN LISTS ARGN)
+        get_filename_component(abs "${h}" ABSOLUTE BASE_DIR "${CMAKE_CURRENT_SOURCE_DIR}")
+        file(RELATIVE_PATH rel "${CMAKE_SOURCE_DIR}" "${abs}")
+        set_property(GLOBAL APPEND PROPERTY FU_HOST_HEADERS "${rel}")
+    endforeach()
+endfunction()
+
 # fu_library(<target> <SHARED|STATIC> [OUTPUT_NAME name])
 # Creates a library whose headers are included as "layer/.../file.h" from the source root.
 function(fu_library target kind)
@@ -44,11 +56,10 @@ function(fu_test name)
                          PROPERTIES ENVIRONMENT "FU_DEBUG_SINK=none")
 endfunction()
 
-# Called once at the end of the top-level CMakeLists.txt: umbrella header, install rules,
-# CMake package and pkg-config file.
-function(fu_finish_install)
-    get_property(headers GLOBAL PROPERTY FU_PUBLIC_HEADERS)
-    get_property(targets GLOBAL PROPERTY FU_INSTALLED_TARGETS)
+# Installs the headers a global property lists (keeping their path below the source root) and
+# an umbrella header, made from cmake/<umbrella>.in, that includes them all.
+function(fu_install_headers property umbrella)
+    get_property(headers GLOBAL PROPERTY ${property})
     list(SORT headers)
     set(includes "")
     foreach(h IN LISTS headers)
@@ -58,10 +69,18 @@ function(fu_finish_install)
                 DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/filterutilities/${dir}")
     endforeach()
     set(FU_UMBRELLA_INCLUDES "${includes}")
-    configure_file("${CMAKE_SOURCE_DIR}/cmake/filterutilities.h.in"
-                   "${CMAKE_BINARY_DIR}/include/filterutilities.h" @ONLY)
-    install(FILES "${CMAKE_BINARY_DIR}/include/filterutilities.h"
+    configure_file("${CMAKE_SOURCE_DIR}/cmake/${umbrella}.in"
+                   "${CMAKE_BINARY_DIR}/include/${umbrella}" @ONLY)
+    install(FILES "${CMAKE_BINARY_DIR}/include/${umbrella}"
             DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/filterutilities")
+endfunction()
+
+# Called once at the end of the top-level CMakeLists.txt: umbrella headers, install rules,
+# CMake package and pkg-config file.
+function(fu_finish_install)
+    get_property(targets GLOBAL PROPERTY FU_INSTALLED_TARGETS)
+    fu_install_headers(FU_PUBLIC_HEADERS filterutilities.h)
+    fu_install_headers(FU_HOST_HEADERS pipelinehost.h)
     if(targets)
         install(TARGETS ${targets} EXPORT filterutilitiesTargets
                 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -71,9 +90,12 @@ function(fu_finish_install)
                 DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/filterutilities")
     endif()
     include(CMakePackageConfigHelpers)
+    set(FU_FILTER_MODULE_DIR "${CMAKE_INSTALL_LIBDIR}/filterutilities/filters")
+    set(FU_DATA_DIR "${CMAKE_INSTALL_DATADIR}/filterutilities")
     configure_package_config_file("${CMAKE_SOURCE_DIR}/cmake/filterutilitiesConfig.cmake.in"
         "${CMAKE_BINARY_DIR}/filterutilitiesConfig.cmake"
-        INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/filterutilities")
+        INSTALL_DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/filterutilities"
+        PATH_VARS FU_FILTER_MODULE_DIR FU_DATA_DIR)
     write_basic_package_version_file("${CMAKE_BINARY_DIR}/filterutilitiesConfigVersion.cmake"
         COMPATIBILITY SameMajorVersion)
     install(FILES "${CMAKE_BINARY_DIR}/filterutilitiesConfig.cmake"
@@ -82,6 +104,11 @@ function(fu_finish_install)
     # The pkg-config file finds its prefix relative to itself, so the installed tree can move.
     file(RELATIVE_PATH FU_PC_RELATIVE_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
     string(REGEX REPLACE "/$" "" FU_PC_RELATIVE_PREFIX "${FU_PC_RELATIVE_PREFIX}")
+    set(FU_PC_DL_LIBS "")
+    foreach(lib IN LISTS CMAKE_DL_LIBS)
+        string(APPEND FU_PC_DL_LIBS " -l${lib}")
+    endforeach()
+    string(STRIP "${FU_PC_DL_LIBS}" FU_PC_DL_LIBS)
     configure_file("${CMAKE_SOURCE_DIR}/cmake/filterutilities.pc.in"
                    "${CMAKE_BINARY_DIR}/filterutilities.pc" @ONLY)
     install(FILES "${CMAKE_BINARY_DIR}/filterutilities.pc"

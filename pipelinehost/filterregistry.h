@@ -1,13 +1,9 @@
 // filterregistry.h: how the host turns a configured filter into an IPrintPipelineFilter.
 // Built-in names are registered by the program that runs the host (so the host does not depend
-// on any filter library). A shared object is loaded with dlopen and must export one function:
-//
-//   extern "C" HRESULT CreatePipelineFilter(const wchar_t* filterClass,
-//                                           IPrintPipelineFilter** filter);
-//
-// filterClass is the configuration's class attribute (empty when absent); the function returns
-// a new filter with one reference. Loaded modules stay loaded until the FilterModules object
-// that loaded them is destroyed, after the filters are released.
+// on any filter library). A shared object is loaded with dlopen and must export the entry point
+// declared by filterpipeline/filterutilities/filtermodule.h, CreatePipelineFilter. Loaded
+// modules stay loaded until the FilterModules object that loaded them is destroyed, after the
+// filters are released.
 #pragma once
 
 #include <functional>
@@ -16,16 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "filterpipeline/filterutilities/filtermodule.h"
 #include "platform/com/atl.h"
 #include "platform/printpipeline/filterpipeline.h"
 #include "pipelinehost/pipelineconfig.h"
-
-// The factory a filter module exports, under this name.
-#define FU_PIPELINE_FILTER_FACTORY "CreatePipelineFilter"
-extern "C" {
-using CreatePipelineFilterFunction = HRESULT (*)(const wchar_t* filterClass,
-                                                 IPrintPipelineFilter** filter);
-}
 
 namespace pipelinehost {
 

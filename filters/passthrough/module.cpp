@@ -2,9 +2,11 @@
 // shared object and calls CreatePipelineFilter.
 #include <cwchar>
 
+#include "filterpipeline/filterutilities/filtermodule.h"
 #include "filters/passthrough/passthroughfilter.h"
 
-extern "C" HRESULT CreatePipelineFilter(const wchar_t* filterClass, IPrintPipelineFilter** filter) {
+extern "C" FU_FILTER_MODULE_EXPORT HRESULT CreatePipelineFilter(const wchar_t* filterClass,
+                                                                IPrintPipelineFilter** filter) {
     if (filter == nullptr) return E_POINTER;
     *filter = nullptr;
     // The module has one filter class; it answers to no class name or to its own.

@@ -111,6 +111,35 @@ TEST_F(DevmodeCommand, EncodedDescriptionsDecodeAndReencodeToTheSameTicket) {
     EXPECT_EQ(ReadFile(Path("t2.xml")), ticket);
 }
 
+// Known features and options are named beside their numbers, in comments (which encode ignores)
+// and in the JSON form.
+TEST_F(DevmodeCommand, DecodeNamesKnownFeaturesAndOptions) {
+    WriteFile(Path("d.txt"), kDescription);
+    ASSERT_EQ(Run({"devmode", "encode", Path("d.txt"), "-o", Path("t.xml")}).exitCode, 0);
+    const Outcome decoded = Run({"devmode", "decode", Path("t.xml")});
+    ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
+    EXPECT_NE(decoded.out.find("# NUpPagesPerSheet: NUp4\n215 = option 7242\n"), std::string::npos)
+        << decoded.out;
+    EXPECT_NE(decoded.out.find("# PaperSize: ISOA4\n477/210/168 = option 5011\n"),
+              std::string::npos)
+        << decoded.out;
+
+    const Outcome json = Run({"devmode", "decode", "--json", Path("t.xml")});
+    ASSERT_EQ(json.exitCode, 0) << json.err;
+    WriteFile(Path("d.json"), json.out);
+    const toolrunner::Outcome names = toolrunner::Shell(
+        "python3 -c " +
+        toolrunner::Quote(
+            "import json, sys\n"
+            "for a in json.load(open(sys.argv[1]))['devmodes'][0]['attributes']:\n"
+            "    print(a['path'], a['type'], a['value'], a['feature'], a['option'])") +
+        " " + toolrunner::Quote(Path("d.json")));
+    EXPECT_NE(names.output.find("215 option 7242 NUpPagesPerSheet NUp4\n"), std::string::npos)
+        << names.output;
+    EXPECT_NE(names.output.find("160 integer -150 ScalingPercentage None\n"), std::string::npos)
+        << names.output;
+}
+
 TEST_F(DevmodeCommand, JobDataIsWrittenIntoAGivenTicket) {
     WriteFile(Path("d.txt"), kDescription);
     WriteFile(Path("base.xml"),

@@ -3,6 +3,8 @@
 // fallback, and a clear message with its own exit code for each kind of bad input (printer
 // registry, printer configuration, sizes, tickets, a missing core library).
 #include <gtest/gtest.h>
+
+#include <algorithm>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -135,6 +137,27 @@ TEST_F(MediaSizeCommandTest, FormsListsTheFilteredFormsWithTheirOptions) {
     const Outcome postScript = Run({"printer", "forms", "--postscript", kSample});
     ASSERT_EQ(postScript.exitCode, kOk);
     EXPECT_NE(postScript.out.find("PSCustomMediaSize"), std::string::npos);
+}
+
+// The JSON form lists the same forms, in the same order, with sizes in micrometres.
+TEST_F(MediaSizeCommandTest, FormsAsJsonMatchTheTable) {
+    const Outcome json = Run({"printer", "forms", "--json", kSample});
+    ASSERT_EQ(json.exitCode, kOk) << json.err;
+    const fs::path file = m_dir / "forms.json";
+    std::ofstream(file) << json.out;
+    const toolrunner::Outcome listed = toolrunner::Shell(
+        "python3 -c " +
+        toolrunner::Quote("import json, sys\n"
+                          "for f in json.load(open(sys.argv[1]))['forms']:\n"
+                          "    print(f['kind'], f['width'], f['height'], f['namespace'], "
+                          "f['option'])") +
+        " " + toolrunner::Quote(file.string()));
+    ASSERT_EQ(listed.exitCode, 0) << listed.output;
+    EXPECT_EQ(listed.output.find("25001 210000 297000 psk ISOA4\n"), 0u) << listed.output;
+    EXPECT_NE(listed.output.find("25005 100000 150000 zk UserForm_258_1000x1500\n"),
+              std::string::npos)
+        << listed.output;
+    EXPECT_EQ(std::count(listed.output.begin(), listed.output.end(), '\n'), 9) << listed.output;
 }
 
 TEST_F(MediaSizeCommandTest, FormsThatCannotBeNamedAreShownAsSuch) {

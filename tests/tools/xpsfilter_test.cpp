@@ -284,4 +284,22 @@ TEST(XpsFilterCommand, SummarisesASuccessfulRun) {
     EXPECT_TRUE(fs::exists(dir / "out.xps"));
 }
 
+// --json: the same run as one object, each filter with what the host recorded for it.
+TEST(XpsFilterCommand, SummarisesARunAsJson) {
+    fs::path dir = WorkDir("summary_json");
+    std::string input = testpackages::WriteZip("summary_json.xps", testpackages::SmallJob(3));
+    std::ofstream(dir / "pipeline.xml")
+        << "<Filters><Filter name=\"one\" builtin=\"passthrough\"/>"
+           "<Filter name=\"two\" builtin=\"passthrough\"/></Filters>";
+    Outcome run = Shell(Quote(Tool()) + " run -q --json --pipeline " +
+                        Quote((dir / "pipeline.xml").string()) + " " + Quote(input) + " " +
+                        Quote((dir / "out.xps").string()) + " | python3 -c " +
+                        Quote("import json, sys\nd = json.load(sys.stdin)\n"
+                              "print(d['pages'], [(f['name'], f['startResult'], "
+                              "f['filterFinishedCalls']) for f in d['filters']], "
+                              "len(d['queueHighWater']))"));
+    EXPECT_EQ(run.exitCode, 0) << run.output;
+    EXPECT_EQ(run.output, "3 [('one', '0x00000000', 1), ('two', '0x00000000', 1)] 1\n");
+}
+
 }  // namespace

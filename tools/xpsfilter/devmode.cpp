@@ -21,6 +21,7 @@
 #include "platform/msxml/msxml6.h"
 #include "support/utilities/exceptions.h"
 #include "support/utilities/zorunutilities.h"
+#include "ticketcontents.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ constexpr std::size_t kMaxInputBytes = 16u << 20;
 struct DecodeOptions {
     std::string ticket;
     std::string which = "all";
+    bool json = false;
 };
 
 struct EncodeOptions {
@@ -94,11 +96,42 @@ std::unique_ptr<PrintTicketXmlDocument> WrapTicket(IXMLDOMDocument2* dom, const 
     }
 }
 
-// Prints one device mode; returns false when it has defects.
-bool PrintDevmode(const char* title, const ByteBuffer& devmode) {
+// One device mode as a JSON object: its name, size, defects, attributes with the data model's
+// names, and the whole description text.
+std::string DevmodeJson(const char* title, const ByteBuffer& devmode, const std::string& text,
+                        const std::vector<std::string>& problems,
+                        const std::vector<xpsfilter::DescribedAttribute>& attributes) {
+    using xpsfilter::JsonString;
+    std::string json = "{\"name\": " + JsonString(title) +
+                       ", \"bytes\": " + std::to_string(devmode.size()) + ", \"problems\": [";
+    for (std::size_t i = 0; i < problems.size(); ++i) {
+        json += (i > 0 ? ", " : "") + JsonString(problems[i]);
+    }
+    json += "],\n     \"attributes\": [";
+    for (std::size_t i = 0; i < attributes.size(); ++i) {
+        const xpsfilter::DescribedAttribute& a = attributes[i];
+        json += std::string(i > 0 ? "," : "") +
+                "\n       {\"namespace\": " + std::to_string(a.nameSpace) +
+                ", \"path\": " + JsonString(a.path) + ", \"type\": " + JsonString(a.type) +
+                ", \"value\": " + JsonString(a.value) +
+                ", \"specified\": " + (a.specified ? "true" : "false") +
+                ", \"feature\": " + (a.feature.empty() ? "null" : JsonString(a.feature)) +
+                ", \"option\": " + (a.option.empty() ? "null" : JsonString(a.option)) + "}";
+    }
+    return json + "],\n     \"description\": " + JsonString(text) + "}";
+}
+
+// Prints one device mode (or, for --json, adds its object to `json`); returns false when it has
+// defects.
+bool PrintDevmode(const char* title, const ByteBuffer& devmode, std::vector<std::string>* json) {
     std::vector<std::string> problems;
-    std::string text = xpsfilter::DescribeDevmode(devmode, problems);
-    std::cout << "# " << title << "\n" << text;
+    std::vector<xpsfilter::DescribedAttribute> attributes;
+    std::string text = xpsfilter::DescribeDevmode(devmode, problems, &attributes);
+    if (json != nullptr) {
+        json->push_back(DevmodeJson(title, devmode, text, problems, attributes));
+    } else {
+        std::cout << "# " << title << "\n" << text;
+    }
     for (const std::string& problem : problems) {
         std::cerr << "xpsfilter: " << title << ": " << problem << "\n";
     }
@@ -112,6 +145,8 @@ int Decode(const DecodeOptions& options) {
             options.ticket);
         bool clean = true;
         bool any = false;
+        std::vector<std::string> objects;
+        std::vector<std::string>* json = options.json ? &objects : nullptr;
         if (options.which != "job") {
             ByteBuffer page;
             try {
@@ -122,7 +157,7 @@ int Decode(const DecodeOptions& options) {
             }
             if (!page.empty()) {
                 any = true;
-                clean = PrintDevmode("PageDevmodeSnapshot", page) && clean;
+                clean = PrintDevmode("PageDevmodeSnapshot", page, json) && clean;
             }
         }
         if (options.which != "page") {
@@ -130,9 +165,10 @@ int Decode(const DecodeOptions& options) {
             try {
                 ticket->GetJobZorunDriverDataFromPrintTicket(job);
                 if (!job.empty()) {
-                    if (any) std::cout << "\n";
+                    if (any && !json) std::cout << "\n";
                     any = true;
-                    clean = PrintDevmode("JobZorunDriverData (CRC frame checked)", job) && clean;
+                    clean =
+                        PrintDevmode("JobZorunDriverData (CRC frame checked)", job, json) && clean;
                 }
             } catch (const ZorunComException&) {
                 std::cerr << "xpsfilter: JobZorunDriverData is damaged: not base64, or its CRC "
@@ -140,8 +176,16 @@ int Decode(const DecodeOptions& options) {
                 clean = false;
             }
         }
+        if (json) {
+            std::cout << "{\n  \"ticket\": " << xpsfilter::JsonString(options.ticket)
+                      << ",\n  \"devmodes\": [";
+            for (std::size_t i = 0; i < objects.size(); ++i) {
+                std::cout << (i > 0 ? ",\n    " : "\n    ") << objects[i];
+            }
+            std::cout << (objects.empty() ? "]" : "\n  ]") << "\n}\n";
+        }
         if (!any) {
-            std::cout << "# the ticket carries no driver device mode\n";
+            if (!json) std::cout << "# the ticket carries no driver device mode\n";
             std::cerr << "xpsfilter: " << options.ticket << ": no "
                       << (options.which == "job"    ? "JobZorunDriverData"
                           : options.which == "page" ? "PageDevmodeSnapshot"
@@ -255,6 +299,9 @@ void AddDevmodeCommand(xpsfilter::CommandLine& commands) {
     decodeCommand
         ->add_option("TICKET", decode->ticket, "The PrintTicket file; - reads standard input")
         ->required();
+    decodeCommand->add_flag("--json", decode->json,
+                            "Print JSON: each device mode's attributes with their names, its "
+                            "defects and its description");
     decodeCommand->callback([&commands, decode] { commands.SetExitCode(Decode(*decode)); });
 
     auto encode = std::make_shared<EncodeOptions>();

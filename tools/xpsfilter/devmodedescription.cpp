@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "datamodelnames.h"
 #include "platform/com/unicode.h"
 #include "support/utilities/dimension.h"
 #include "support/utilities/persistentattributes.h"
@@ -431,10 +432,26 @@ std::string FormatReal(double value) {
     return error == std::errc() ? std::string(text, end) : std::string("0");
 }
 
-void DescribeList(const AttributeBytesRawList& list, const std::string& prefix, std::ostream& out) {
+// The data model's names of an attribute and of its option, as a comment line above it (the
+// description format has comments on lines of their own).
+void NameComment(const AttributeBytesItem& item, std::ostream& out) {
+    const std::string feature = FeatureName(static_cast<long>(item.GetFeatureId()));
+    std::string option;
+    if (item.GetType() == AttributeBytesType::OptionValue) {
+        option = ValueName(static_cast<long>(item.GetOptionValue()));
+    }
+    if (feature.empty() && option.empty()) return;
+    out << "# " << (feature.empty() ? "(unnamed feature)" : feature);
+    if (!option.empty()) out << ": " << option;
+    out << "\n";
+}
+
+void DescribeList(const AttributeBytesRawList& list, const std::string& prefix, std::ostream& out,
+                  long nameSpace, std::vector<DescribedAttribute>* described) {
     for (const AttributeBytesItem& item : list) {
         std::string path = prefix + std::to_string(item.GetFeatureId());
         std::string value;
+        if (item.GetType() != AttributeBytesType::Collection) NameComment(item, out);
         switch (item.GetType()) {
             case AttributeBytesType::OptionValue:
                 value = "option " + std::to_string(static_cast<long>(item.GetOptionValue()));
@@ -459,13 +476,28 @@ void DescribeList(const AttributeBytesRawList& list, const std::string& prefix, 
             case AttributeBytesType::Collection:
                 // Members by path; an empty or unspecified collection is also named itself.
                 if (item.GetCollection().IsEmpty() || !item.IsSpecified()) {
+                    NameComment(item, out);
                     out << path << " = collection" << (item.IsSpecified() ? "" : " unspecified")
                         << "\n";
                 }
-                DescribeList(item.GetCollection(), path + "/", out);
+                DescribeList(item.GetCollection(), path + "/", out, nameSpace, described);
                 continue;
         }
         out << path << " = " << value << (item.IsSpecified() ? "" : " unspecified") << "\n";
+        if (described != nullptr) {
+            DescribedAttribute attribute;
+            attribute.nameSpace = nameSpace;
+            attribute.path = path;
+            const auto space = value.find(' ');
+            attribute.type = value.substr(0, space);
+            attribute.value = space == std::string::npos ? "" : value.substr(space + 1);
+            attribute.specified = item.IsSpecified();
+            attribute.feature = FeatureName(static_cast<long>(item.GetFeatureId()));
+            if (item.GetType() == AttributeBytesType::OptionValue) {
+                attribute.option = ValueName(static_cast<long>(item.GetOptionValue()));
+            }
+            described->push_back(std::move(attribute));
+        }
     }
 }
 
@@ -697,7 +729,8 @@ ByteBuffer BuildDevmode(const DevmodeDescription& description) {
     return devmode;
 }
 
-std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>& problems) {
+std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>& problems,
+                            std::vector<DescribedAttribute>* attributeList) {
     std::ostringstream out;
     out << "# " << devmode.size() << " bytes\n";
     if (devmode.size() < OemDevmode::kPublicDevmodeSize) {
@@ -805,7 +838,7 @@ std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>&
                     out << "\n[attributes";
                     if (id.GetNameSpaceId() != docProps) out << " " << id.GetNameSpaceId();
                     out << "]\n";
-                    DescribeList(list, "", out);
+                    DescribeList(list, "", out, id.GetNameSpaceId(), attributeList);
                 }
                 described = true;
             }

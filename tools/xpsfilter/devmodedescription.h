@@ -70,6 +70,19 @@ ByteBuffer BuildDevmode(const DevmodeDescription& description);
 // The description of device mode bytes, with comments on the plug-in part (where it is, its
 // header, its CRC check, its records). `problems` receives one line per defect found (no
 // plug-in part, a CRC mismatch, unreadable attributes); the text is written all the same.
-std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>& problems);
+// Above each attribute whose feature or option the data model names, a comment line gives the
+// names ("# NUpPagesPerSheet: NUp4"). `attributeList`, when given, receives every attribute that is
+// not a collection, by path, for the JSON form.
+struct DescribedAttribute {
+    long nameSpace = 0;
+    std::string path;   // "215", or "477/210/168" inside collections
+    std::string type;   // option, integer, boolean, dimension, string
+    std::string value;  // as the description writes it after the type
+    bool specified = true;
+    std::string feature;  // the data model's names, "" when it has none
+    std::string option;
+};
+std::string DescribeDevmode(const ByteBuffer& devmode, std::vector<std::string>& problems,
+                            std::vector<DescribedAttribute>* attributeList = nullptr);
 
 }  // namespace xpsfilter

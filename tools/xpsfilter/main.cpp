@@ -69,6 +69,10 @@ int ExitCodeFor(pipelinehost::ErrorKind kind) {
 // exist by then when another subcommand makes it.
 XPSFILTER_SUBCOMMAND(Printer);
 XPSFILTER_SUBCOMMAND(TicketSetMedia);
+XPSFILTER_SUBCOMMAND(TicketEffective);
+XPSFILTER_SUBCOMMAND(Inspect);
+XPSFILTER_SUBCOMMAND(Caps);
+XPSFILTER_SUBCOMMAND(TicketValidate);
 
 namespace {
 

@@ -14,6 +14,7 @@
 
 #include "commandline.h"
 #include "inputsource.h"
+#include "ticketcontents.h"
 #include "platform/com/unicode.h"
 #include "platform/win32/kernel.h"
 #include "platform/win32/printers.h"
@@ -65,12 +66,45 @@ const char* KindLabel(DWORD kind) {
 struct FormsOptions {
     std::string printer;
     bool postScript = false;
+    bool json = false;
 };
+
+// The form list as one JSON object: the printer and one member per column of the text form.
+std::string FormsJson(const std::string& printer,
+                      const PageMediaSizePtPcHelper::FormsInfoList& forms,
+                      PageSizeDictionary& dictionary, bool postScript) {
+    std::string json = "{\n  \"printer\": " + JsonString(printer) + ",\n  \"forms\": [";
+    bool first = true;
+    for (const FormsInfoRec& form : forms) {
+        const OptionName name = NameOf(dictionary, form, postScript);
+        json +=
+            std::string(first ? "" : ",") + "\n    {\"kind\": " + std::to_string(form.kind) +
+            ", \"kindLabel\": " + JsonString(KindLabel(form.kind)) +
+            ", \"paperSize\": " + std::to_string(form.paperId) +
+            ", \"width\": " + std::to_string(static_cast<unsigned long long>(form.width) * 100) +
+            ", \"height\": " + std::to_string(static_cast<unsigned long long>(form.height) * 100) +
+            ", \"value\": " + std::to_string(static_cast<int>(form.dataModelValue)) +
+            ", \"namespace\": " +
+            (name.error.empty() ? JsonString(NamespaceLabel(name.ns)) : std::string("null")) +
+            ", \"option\": " +
+            (name.error.empty() && !name.name.empty() ? JsonString(platform::WideToUtf8(name.name))
+                                                      : std::string("null")) +
+            (name.error.empty() ? "" : ", \"error\": " + JsonString(name.error)) +
+            ", \"name\": " + JsonString(platform::WideToUtf8(platform::FormName(form))) + "}";
+        first = false;
+    }
+    return json + (forms.empty() ? "]" : "\n  ]") + "\n}\n";
+}
 
 int ListForms(const FormsOptions& options) {
     CheckPrinterConfiguration(options.printer);
     const PageMediaSizePtPcHelper::FormsInfoList forms = FilteredForms(options.printer);
     PageSizeDictionary dictionary(nullptr);
+    if (options.json) {
+        std::cout << FormsJson(options.printer, forms, dictionary, options.postScript);
+        std::cout.flush();
+        return std::cout.good() ? kExitOk : kExitOutput;
+    }
 
     std::ostringstream out;
     char line[512];
@@ -222,6 +256,8 @@ void AddPrinterCommand(xpsfilter::CommandLine& commands) {
     formsCommand->add_option("NAME", forms->printer, "The printer's name")->required();
     formsCommand->add_flag("--postscript", forms->postScript,
                            "Name custom sizes as a PostScript driver does (PSCustomMediaSize)");
+    formsCommand->add_flag("--json", forms->json,
+                           "Print JSON (sizes in micrometres) instead of the table");
     formsCommand->callback([&commands, forms] {
         commands.SetExitCode(xpsfilter::RunGuarded([&] { return xpsfilter::ListForms(*forms); }));
     });

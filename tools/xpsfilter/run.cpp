@@ -19,6 +19,7 @@
 #include "pipelinehost/jobrunner.h"
 #include "scratchfolder.h"
 #include "ticketfile.h"
+#include "runsummary.h"
 
 namespace {
 
@@ -31,6 +32,7 @@ struct RunOptions {
     std::uint64_t maxPartMiB = 1024;
     std::size_t queue = 4;
     bool quiet = false;
+    bool json = false;
 };
 
 // Kinds of error about the job file itself: their message is prefixed with IN.
@@ -103,7 +105,11 @@ int Run(const RunOptions& options) {
             target.CopyToStream(job.output);
             ::unlink(job.output.c_str());  // the scratch folder goes at exit; free the room now
         }
-        if (!options.quiet) {
+        if (options.json) {
+            // Never into the package when the package goes to standard output.
+            (target.IsStandardOutput() ? std::cerr : std::cout)
+                << xpsfilter::RunSummaryJson(options.input, target.Name(), result);
+        } else if (!options.quiet) {
             double rate =
                 result.seconds > 0 ? static_cast<double>(result.pages) / result.seconds : 0;
             // The summary goes to stderr, as a message, when the package goes to stdout.
@@ -145,6 +151,7 @@ void AddRunCommand(xpsfilter::CommandLine& commands) {
         ->capture_default_str()
         ->check(CLI::Range(1, 1024));
     run->add_flag("-q,--quiet", options->quiet, "No progress line and no summary");
+    run->add_flag("--json", options->json, "Print the summary as JSON (also with -q)");
     run->add_option("IN", options->input, "The XPS job to read; - reads standard input")
         ->required();
     run->add_option("OUT", options->output, "The XPS file to write; - writes standard output")

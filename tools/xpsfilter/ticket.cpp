@@ -18,6 +18,7 @@
 #include "commandline.h"
 #include "inputsource.h"
 #include "outputtarget.h"
+#include "ticketcontents.h"
 #include "filterpipeline/filterutilities/printreadstreamtoistream.h"
 #include "filterpipeline/filterutilities/printschema.h"
 #include "filterpipeline/filterutilities/printticketmanager.h"
@@ -99,6 +100,12 @@ int Merge(const MergeOptions& options) {
 
 // --- show ---
 
+}  // namespace
+
+// What `ticket show` reads from a ticket and how it prints it, shared with `ticket effective`
+// (declared in ticketcontents.h).
+namespace xpsfilter {
+
 std::string JsonString(const std::string& text) {
     std::string out = "\"";
     for (unsigned char c : text) {
@@ -130,31 +137,6 @@ std::string JsonString(const std::string& text) {
     }
     return out + "\"";
 }
-
-// One setting of the typed view: its value as text and as JSON members, and how it was found.
-struct ViewSetting {
-    std::string label;
-    std::string key;
-    std::string text;
-    std::vector<std::pair<std::string, std::string>> json;  // member name, JSON value
-    bool found = false;
-    HRESULT status = S_OK;
-};
-
-// A Feature, ParameterInit or Property of the ticket as the ticket writes it.
-struct Item {
-    std::string name;
-    std::string value;  // the selected option, or the parameter's or property's value
-    std::vector<std::pair<std::string, std::string>> details;  // scored properties
-    std::vector<Item> children;                                // sub-features
-};
-
-struct TicketContents {
-    std::vector<ViewSetting> view;
-    std::vector<Item> features;
-    std::vector<Item> parameters;
-    std::vector<Item> properties;
-};
 
 const char* Keyword(const char* const* table, std::size_t count, LONG value) {
     return value >= 0 && static_cast<std::size_t>(value) < count ? table[value] : "unknown";
@@ -357,6 +339,103 @@ TicketContents ReadContents(PrintTicketXmlDocument& ticket) {
     return contents;
 }
 
+// Long values (a device mode in base64, say) are cut in the text output; --json keeps them whole.
+std::string Shortened(const std::string& value) {
+    constexpr std::size_t kLongest = 72;
+    if (value.size() <= kLongest) return value;
+    return value.substr(0, kLongest) + "... (" + std::to_string(value.size()) + " characters)";
+}
+
+void PrintItemText(std::ostream& out, const Item& item, const std::string& indent) {
+    out << indent << item.name;
+    if (!item.value.empty()) out << " = " << Shortened(item.value);
+    if (!item.origin.empty()) out << "  (" << item.origin << ")";
+    out << "\n";
+    for (const auto& [name, value] : item.details) {
+        out << indent << "    " << name << " = " << value << "\n";
+    }
+    for (const Item& child : item.children) PrintItemText(out, child, indent + "  ");
+}
+
+std::string ItemJson(const Item& item) {
+    std::string json =
+        "{\"name\": " + JsonString(item.name) + ", \"value\": " + JsonString(item.value);
+    if (!item.origin.empty()) json += ", \"from\": " + JsonString(item.origin);
+    if (!item.details.empty()) {
+        json += ", \"scoredProperties\": {";
+        for (std::size_t i = 0; i < item.details.size(); ++i) {
+            if (i > 0) json += ", ";
+            json += JsonString(item.details[i].first) + ": " + JsonString(item.details[i].second);
+        }
+        json += "}";
+    }
+    if (!item.children.empty()) {
+        json += ", \"features\": [";
+        for (std::size_t i = 0; i < item.children.size(); ++i) {
+            if (i > 0) json += ", ";
+            json += ItemJson(item.children[i]);
+        }
+        json += "]";
+    }
+    return json + "}";
+}
+
+std::string ItemsJson(const std::vector<Item>& items) {
+    std::string json = "[";
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        json += (i > 0 ? ",\n    " : "\n    ") + ItemJson(items[i]);
+    }
+    return json + (items.empty() ? "]" : "\n  ]");
+}
+
+std::string FormatShow(const std::string& title, const TicketContents& contents, bool json,
+                       const std::string& extraJson) {
+    std::ostringstream out;
+    if (json) {
+        out << "{\n  \"ticket\": " << JsonString(title) << ",\n" << extraJson << "  \"view\": {";
+        for (std::size_t i = 0; i < contents.view.size(); ++i) {
+            const ViewSetting& setting = contents.view[i];
+            out << (i > 0 ? ",\n    " : "\n    ") << JsonString(setting.key) << ": {";
+            for (const auto& [name, value] : setting.json)
+                out << JsonString(name) << ": " << value << ", ";
+            out << "\"found\": " << (setting.found ? "true" : "false");
+            if (FAILED(setting.status)) out << ", \"error\": " << JsonString(Hex(setting.status));
+            out << "}";
+        }
+        out << "\n  },\n  \"features\": " << ItemsJson(contents.features)
+            << ",\n  \"parameters\": " << ItemsJson(contents.parameters)
+            << ",\n  \"properties\": " << ItemsJson(contents.properties) << "\n}\n";
+        return out.str();
+    }
+    out << "Ticket: " << title << "\n\nTyped view:\n";
+    for (const ViewSetting& setting : contents.view) {
+        std::string label = setting.label + ":";
+        label.resize(std::max<std::size_t>(label.size(), 20), ' ');
+        out << "  " << label << setting.text << "  ("
+            << (FAILED(setting.status) ? "error " + Hex(setting.status)
+                : setting.found        ? std::string("found")
+                                       : std::string("absent, default"))
+            << ")\n";
+    }
+    out << "\nFeatures:\n";
+    if (contents.features.empty()) out << "  (none)\n";
+    for (const Item& item : contents.features) PrintItemText(out, item, "  ");
+    out << "\nParameters:\n";
+    if (contents.parameters.empty()) out << "  (none)\n";
+    for (const Item& item : contents.parameters) PrintItemText(out, item, "  ");
+    if (!contents.properties.empty()) {
+        out << "\nProperties:\n";
+        for (const Item& item : contents.properties) PrintItemText(out, item, "  ");
+    }
+    return out.str();
+}
+
+}  // namespace xpsfilter
+
+namespace {
+
+using namespace xpsfilter;
+
 std::string ReadTicketBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::error_code ec;
@@ -441,95 +520,6 @@ TicketContents LoadTicket(const std::string& path) {
                           path + " is not a PrintTicket (" + Hex(e.GetHresult()) + ")"};
     }
     return contents;
-}
-
-// Long values (a device mode snapshot in base64, say) are cut in the text output; --json keeps
-// them whole.
-std::string Shortened(const std::string& value) {
-    constexpr std::size_t kLongest = 72;
-    if (value.size() <= kLongest) return value;
-    return value.substr(0, kLongest) + "... (" + std::to_string(value.size()) + " characters)";
-}
-
-void PrintItemText(std::ostream& out, const Item& item, const std::string& indent) {
-    out << indent << item.name;
-    if (!item.value.empty()) out << " = " << Shortened(item.value);
-    out << "\n";
-    for (const auto& [name, value] : item.details) {
-        out << indent << "    " << name << " = " << value << "\n";
-    }
-    for (const Item& child : item.children) PrintItemText(out, child, indent + "  ");
-}
-
-std::string ItemJson(const Item& item) {
-    std::string json =
-        "{\"name\": " + JsonString(item.name) + ", \"value\": " + JsonString(item.value);
-    if (!item.details.empty()) {
-        json += ", \"scoredProperties\": {";
-        for (std::size_t i = 0; i < item.details.size(); ++i) {
-            if (i > 0) json += ", ";
-            json += JsonString(item.details[i].first) + ": " + JsonString(item.details[i].second);
-        }
-        json += "}";
-    }
-    if (!item.children.empty()) {
-        json += ", \"features\": [";
-        for (std::size_t i = 0; i < item.children.size(); ++i) {
-            if (i > 0) json += ", ";
-            json += ItemJson(item.children[i]);
-        }
-        json += "]";
-    }
-    return json + "}";
-}
-
-std::string ItemsJson(const std::vector<Item>& items) {
-    std::string json = "[";
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        json += (i > 0 ? ",\n    " : "\n    ") + ItemJson(items[i]);
-    }
-    return json + (items.empty() ? "]" : "\n  ]");
-}
-
-std::string FormatShow(const std::string& path, const TicketContents& contents, bool json) {
-    std::ostringstream out;
-    if (json) {
-        out << "{\n  \"ticket\": " << JsonString(path) << ",\n  \"view\": {";
-        for (std::size_t i = 0; i < contents.view.size(); ++i) {
-            const ViewSetting& setting = contents.view[i];
-            out << (i > 0 ? ",\n    " : "\n    ") << JsonString(setting.key) << ": {";
-            for (const auto& [name, value] : setting.json)
-                out << JsonString(name) << ": " << value << ", ";
-            out << "\"found\": " << (setting.found ? "true" : "false");
-            if (FAILED(setting.status)) out << ", \"error\": " << JsonString(Hex(setting.status));
-            out << "}";
-        }
-        out << "\n  },\n  \"features\": " << ItemsJson(contents.features)
-            << ",\n  \"parameters\": " << ItemsJson(contents.parameters)
-            << ",\n  \"properties\": " << ItemsJson(contents.properties) << "\n}\n";
-        return out.str();
-    }
-    out << "Ticket: " << path << "\n\nTyped view:\n";
-    for (const ViewSetting& setting : contents.view) {
-        std::string label = setting.label + ":";
-        label.resize(std::max<std::size_t>(label.size(), 20), ' ');
-        out << "  " << label << setting.text << "  ("
-            << (FAILED(setting.status) ? "error " + Hex(setting.status)
-                : setting.found        ? std::string("found")
-                                       : std::string("absent, default"))
-            << ")\n";
-    }
-    out << "\nFeatures:\n";
-    if (contents.features.empty()) out << "  (none)\n";
-    for (const Item& item : contents.features) PrintItemText(out, item, "  ");
-    out << "\nParameters:\n";
-    if (contents.parameters.empty()) out << "  (none)\n";
-    for (const Item& item : contents.parameters) PrintItemText(out, item, "  ");
-    if (!contents.properties.empty()) {
-        out << "\nProperties:\n";
-        for (const Item& item : contents.properties) PrintItemText(out, item, "  ");
-    }
-    return out.str();
 }
 
 int Show(const ShowOptions& options) {
