@@ -9,6 +9,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang libclang-rt-14-dev
     mupdf-tools libgxps-utils ghostscript fonts-dejavu-core python3
+    libcups2-dev cups cups-client
 )
 
 missing=()
