@@ -101,6 +101,18 @@ bool CopyToStandardOutput(const fs::path& file) {
     return ok && !g_terminate;
 }
 
+// A message about the job names it as the user knows it: the spool file of a job read from
+// standard input is "standard input".
+std::string NameInput(std::string message, const fs::path& input, bool spooled) {
+    if (!spooled) return message;
+    const std::string path = input.string();
+    for (std::size_t at = message.find(path); at != std::string::npos;
+         at = message.find(path, at)) {
+        message.replace(at, path.size(), "standard input");
+    }
+    return message;
+}
+
 void ReportOptions(const OptionsTicket& ticket) {
     for (const std::string& taken : ticket.taken) ReportDebug("option " + taken);
     for (const std::string& ignored : ticket.ignored) {
@@ -186,9 +198,11 @@ int RunFilter(const CupsArguments& arguments) {
     }
     if (!result.succeeded) {
         std::string failure = optionsFilter->MergeFailure();
-        ReportError(!failure.empty() ? failure
-                                     : std::string(KindLabel(result.error->Kind())) +
-                                           " error: " + result.error->what());
+        if (failure.empty()) {
+            failure = std::string(KindLabel(result.error->Kind())) +
+                      " error: " + NameInput(result.error->what(), input, !arguments.file);
+        }
+        ReportError(failure);
         return kExitFailed;
     }
     if (!CopyToStandardOutput(job.output)) {

@@ -227,25 +227,49 @@ Reading PageRanges(std::string_view value) {
 
 using Reader = std::function<Reading(std::string_view)>;
 
-const std::vector<std::pair<std::string_view, Reader>>& Readers() {
-    static const std::vector<std::pair<std::string_view, Reader>> readers = {
-        {"media", Media},
+struct OptionReader {
+    std::string_view name;
+    Reader read;
+};
+
+// The options in the order they are applied: where two set the same item, the later one wins,
+// so the IPP options (media, sides, ...) win over the PPD options of the same settings
+// (PageSize, Duplex, ...), which the scheduler derives from them anyway.
+const std::vector<OptionReader>& Readers() {
+    static const std::vector<OptionReader> readers = {
         {"PageSize", MediaSize},
         {"PageRegion", MediaSize},
-        {"sides",
-         [](std::string_view v) {
-             return Choose("JobDuplexAllDocumentsContiguously",
-                           {{"one-sided", "OneSided"},
-                            {"two-sided-long-edge", "TwoSidedLongEdge"},
-                            {"two-sided-short-edge", "TwoSidedShortEdge"}},
-                           v);
-         }},
         {"Duplex",
          [](std::string_view v) {
              return Choose("JobDuplexAllDocumentsContiguously",
                            {{"None", "OneSided"},
                             {"DuplexNoTumble", "TwoSidedLongEdge"},
                             {"DuplexTumble", "TwoSidedShortEdge"}},
+                           v);
+         }},
+        {"landscape", Landscape},
+        {"ColorModel",
+         [](std::string_view v) {
+             return Choose("PageOutputColor",
+                           {{"RGB", "Color"},
+                            {"CMYK", "Color"},
+                            {"Color", "Color"},
+                            {"Gray", "Grayscale"},
+                            {"Grayscale", "Grayscale"},
+                            {"KGray", "Grayscale"},
+                            {"Black", "Monochrome"},
+                            {"Mono", "Monochrome"},
+                            {"Monochrome", "Monochrome"}},
+                           v);
+         }},
+        {"Resolution", Resolution},
+        {"media", Media},
+        {"sides",
+         [](std::string_view v) {
+             return Choose("JobDuplexAllDocumentsContiguously",
+                           {{"one-sided", "OneSided"},
+                            {"two-sided-long-edge", "TwoSidedLongEdge"},
+                            {"two-sided-short-edge", "TwoSidedShortEdge"}},
                            v);
          }},
         {"orientation-requested",
@@ -261,7 +285,6 @@ const std::vector<std::pair<std::string_view, Reader>>& Readers() {
                             {"reverse-portrait", "ReversePortrait"}},
                            v);
          }},
-        {"landscape", Landscape},
         {"copies", Copies},
         {"collate",
          [](std::string_view v) {
@@ -291,20 +314,6 @@ const std::vector<std::pair<std::string_view, Reader>>& Readers() {
                  "PageOutputColor",
                  {{"color", "Color"}, {"monochrome", "Grayscale"}, {"bi-level", "Monochrome"}}, v);
          }},
-        {"ColorModel",
-         [](std::string_view v) {
-             return Choose("PageOutputColor",
-                           {{"RGB", "Color"},
-                            {"CMYK", "Color"},
-                            {"Color", "Color"},
-                            {"Gray", "Grayscale"},
-                            {"Grayscale", "Grayscale"},
-                            {"KGray", "Grayscale"},
-                            {"Black", "Monochrome"},
-                            {"Mono", "Monochrome"},
-                            {"Monochrome", "Monochrome"}},
-                           v);
-         }},
         {"print-quality",
          [](std::string_view v) {
              return Choose("PageOutputQuality",
@@ -316,7 +325,6 @@ const std::vector<std::pair<std::string_view, Reader>>& Readers() {
                             {"high", "High"}},
                            v);
          }},
-        {"Resolution", Resolution},
         {"printer-resolution", Resolution},
         {"number-up", NumberUp},
         {"page-ranges", PageRanges},
@@ -324,11 +332,9 @@ const std::vector<std::pair<std::string_view, Reader>>& Readers() {
     return readers;
 }
 
-const Reader* ReaderFor(std::string_view name) {
-    for (const auto& [option, reader] : Readers()) {
-        if (option == name) return &reader;
-    }
-    return nullptr;
+bool HasReader(std::string_view name) {
+    return std::any_of(Readers().begin(), Readers().end(),
+                       [&](const OptionReader& reader) { return reader.name == name; });
 }
 
 void Set(std::vector<Item>& items, Item item) {
@@ -355,15 +361,19 @@ OptionsTicket BuildOptionsTicket(const std::string& options, int copies) {
     cups_option_t* parsed = nullptr;
     int count = cupsParseOptions(options.c_str(), 0, &parsed);
     for (int i = 0; i < count; ++i) {
-        const std::string name = parsed[i].name;
-        const std::string value = parsed[i].value != nullptr ? parsed[i].value : "";
-        const std::string option = value.empty() ? name : name + "=" + value;
-        const Reader* reader = ReaderFor(name);
-        if (reader == nullptr) {
-            ticket.ignored.push_back(option);
-            continue;
+        if (!HasReader(parsed[i].name)) {
+            const std::string value = parsed[i].value != nullptr ? parsed[i].value : "";
+            ticket.ignored.push_back(value.empty() ? std::string(parsed[i].name)
+                                                   : std::string(parsed[i].name) + "=" + value);
         }
-        Reading reading = (*reader)(value);
+    }
+    for (const OptionReader& reader : Readers()) {
+        const char* found = cupsGetOption(std::string(reader.name).c_str(), count, parsed);
+        if (found == nullptr) continue;
+        const std::string value = found;
+        const std::string option =
+            value.empty() ? std::string(reader.name) : std::string(reader.name) + "=" + value;
+        Reading reading = reader.read(value);
         if (!reading.refusal.empty()) {
             ticket.refused.push_back(option + ": " + reading.refusal);
             continue;
