@@ -5,6 +5,7 @@
 // end the job with nothing on standard output and no temporary file left.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -212,6 +213,104 @@ TEST(CupsfilterMime, OpenXpsGoesThroughTheConversionsFile) {
     Outcome refused = Shell(kCupsfilter + " -c " + Quote(conf.string()) + " -p " + Quote(kPpd) +
                             " -m application/vnd.cups-xps " + Quote(other.string()));
     EXPECT_NE(refused.exitCode, 0) << refused.output;
+}
+
+// A real print queue: Debian's cupsd, run in the foreground with a configuration of the test's
+// own (its socket, spool, state and logs in the test's folder; the system's filters, backends and
+// MIME files with the build tree's beside them), a queue made with lpadmin from the sample PPD
+// and a file: device, and a job printed with lp. The job ticket of what reached the device has
+// the options, and the scheduler's page log counts the PAGE: lines (3 pages, 2 copies each).
+class Scheduler {
+public:
+    explicit Scheduler(const fs::path& dir) : m_dir(dir) {
+        for (const char* folder : {"etc/ppd", "spool/tmp", "run", "cache", "log", "out"}) {
+            fs::create_directories(dir / folder);
+        }
+        LinkEntries("/usr/lib/cups/filter", dir / "serverbin/filter");
+        fs::create_symlink(kFilter, dir / "serverbin/filter/filterutilities-xps");
+        for (const char* folder : {"backend", "daemon", "monitor", "notifier"}) {
+            fs::create_symlink(fs::path("/usr/lib/cups") / folder, dir / "serverbin" / folder);
+        }
+        fs::create_directories(dir / "data");
+        for (const auto& entry : fs::directory_iterator("/usr/share/cups")) {
+            if (entry.path().filename() != "mime") {
+                fs::create_symlink(entry.path(), dir / "data" / entry.path().filename());
+            }
+        }
+        LinkEntries("/usr/share/cups/mime", dir / "data/mime");
+        for (const char* name : {"filterutilities.types", "filterutilities.convs"}) {
+            fs::create_symlink(fs::path(FU_BINARY_DIR) / "share/cups/mime" / name,
+                               dir / "data/mime" / name);
+        }
+        // Filters run as the scheduler's user (lp): they write in the temporary folder, and the
+        // file: device writes in out/.
+        fs::permissions(dir / "spool/tmp", fs::perms::all | fs::perms::sticky_bit);
+        fs::permissions(dir / "out", fs::perms::all | fs::perms::sticky_bit);
+        const std::string d = dir.string();
+        WriteText(dir / "etc/cups-files.conf",
+                  "ServerBin " + d + "/serverbin\nDataDir " + d + "/data\nServerRoot " + d +
+                      "/etc\nRequestRoot " + d + "/spool\nTempDir " + d + "/spool/tmp\nStateDir " +
+                      d + "/run\nCacheDir " + d + "/cache\nErrorLog " + d +
+                      "/log/error_log\nAccessLog " + d + "/log/access_log\nPageLog " + d +
+                      "/log/page_log\nFileDevice Yes\nSystemGroup root\n");
+        WriteText(dir / "etc/cupsd.conf", "LogLevel debug\nListen " + Socket() +
+                                              "\nBrowsing No\nWebInterface No\n"
+                                              "<Policy default>\n<Limit All>\nOrder deny,allow\n"
+                                              "</Limit>\n</Policy>\n");
+        Outcome started = Shell("/usr/sbin/cupsd -f -c " + Quote(d + "/etc/cupsd.conf") + " -s " +
+                                Quote(d + "/etc/cups-files.conf") + " > " +
+                                Quote(d + "/log/cupsd.out") + " 2>&1 & echo $!");
+        m_pid = std::atoi(started.output.c_str());
+        for (int i = 0; i < 100 && !fs::exists(Socket()); ++i) Shell("sleep 0.1");
+    }
+    ~Scheduler() {
+        if (m_pid > 0) Shell("kill " + std::to_string(m_pid));
+    }
+    Scheduler(const Scheduler&) = delete;
+    Scheduler& operator=(const Scheduler&) = delete;
+
+    std::string Socket() const { return (m_dir / "cups.sock").string(); }
+    // A CUPS client command run against this scheduler.
+    Outcome Client(const std::string& command) const {
+        return Shell("CUPS_SERVER=" + Quote(Socket()) + " " + command);
+    }
+
+private:
+    fs::path m_dir;
+    int m_pid = 0;
+};
+
+TEST(CupsQueue, LpPrintsThroughTheSamplePpd) {
+    fs::path dir = WorkDir("cups-queue");
+    Scheduler scheduler(dir);
+    ASSERT_TRUE(fs::exists(scheduler.Socket())) << ReadFile(dir / "log/cupsd.out");
+    const fs::path device = dir / "out/job.xps";
+    Outcome added = scheduler.Client("/usr/sbin/lpadmin -p zorun -E -v " +
+                                     Quote("file://" + device.string()) + " -P " + Quote(kPpd));
+    ASSERT_EQ(added.exitCode, 0) << added.output;
+    Outcome printed = scheduler.Client(
+        "/usr/bin/lp -d zorun -n 2 -o media=A5 -o sides=two-sided-long-edge -o landscape " +
+        Quote(kSampleJob));
+    ASSERT_EQ(printed.exitCode, 0) << printed.output;
+    Outcome completed;
+    for (int i = 0; i < 300; ++i) {
+        completed = scheduler.Client("/usr/bin/lpstat -W completed -o zorun");
+        if (completed.output.find("zorun-") != std::string::npos) break;
+        Shell("sleep 0.1");
+    }
+    ASSERT_NE(completed.output.find("zorun-"), std::string::npos)
+        << scheduler.Client("/usr/bin/lpstat -l -o").output << ReadFile(dir / "log/error_log");
+
+    std::string shown = ShowJobTicket(device.string(), dir);
+    for (const char* expected :
+         {"psk:PageMediaSize = psk:ISOA5",
+          "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge",
+          "psk:PageOrientation = psk:Landscape", "psk:JobCopiesAllDocuments = 2"}) {
+        EXPECT_NE(shown.find(expected), std::string::npos) << expected << "\n" << shown;
+    }
+    ExpectRendersLike(kSampleJob, device.string(), dir);
+    EXPECT_NE(ReadFile(dir / "log/page_log").find(" total 6 "), std::string::npos)
+        << ReadFile(dir / "log/page_log");
 }
 
 // The filter run directly, as the scheduler runs it: job on standard input, options argument.
