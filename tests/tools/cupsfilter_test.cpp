@@ -181,7 +181,8 @@ INSTANTIATE_TEST_SUITE_P(Jobs, CupsfilterTest,
                          [](const auto& info) { return info.param.name; });
 
 // The MIME files: a package named .oxps is OpenXPS, recognised by its content as an XPS package,
-// and reaches the filter through the .convs line to application/vnd.cups-xps (no -e).
+// and reaches the filter through the .convs line to application/vnd.cups-xps (no -e); so do the
+// corpus packages; other ZIP files do not.
 TEST(CupsfilterMime, OpenXpsGoesThroughTheConversionsFile) {
     fs::path dir = WorkDir("cupsfilter-oxps");
     fs::path conf = CupsConfiguration(dir);
@@ -202,6 +203,14 @@ TEST(CupsfilterMime, OpenXpsGoesThroughTheConversionsFile) {
     EXPECT_NE(run.err.find("CONTENT_TYPE=application/oxps"), std::string::npos) << run.err;
     std::string shown = ShowJobTicket(output.string(), dir);
     EXPECT_NE(shown.find("psk:PageMediaSize = psk:NorthAmericaLetter"), std::string::npos) << shown;
+
+    // Every real-world package of the corpus is recognised by its content.
+    for (const auto& entry : fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/xps")) {
+        Outcome typed =
+            Shell(kCupsfilter + " -c " + Quote(conf.string()) +
+                  " -m application/vnd.cups-xps --list-filters " + Quote(entry.path().string()));
+        EXPECT_EQ(typed.output, "filterutilities-xps\n") << entry.path();
+    }
 
     // A ZIP that is not an XPS package is not taken for one.
     fs::path other = dir / "archive.zip";
