@@ -78,8 +78,10 @@ HRESULT JobTicketFilter::StartOperation() {
     return m_stop ? S_OK : hr;
 }
 
-void JobTicketFilter::Stop() {
-    if (m_control) m_control->RequestShutdown(kJobCancelled, nullptr);
+bool JobTicketFilter::Stop() {
+    if (!m_control) return false;
+    m_control->RequestShutdown(kJobCancelled, nullptr);
+    return true;
 }
 
 std::string JobTicketFilter::MergeFailure() const {

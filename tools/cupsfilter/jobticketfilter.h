@@ -26,8 +26,9 @@ public:
     HRESULT ShutdownOperation() override;
     HRESULT StartOperation() override;
 
-    // Stops the job (from the thread that runs it): every filter gets ShutdownOperation.
-    void Stop();
+    // Stops the job (from the thread that runs it): every filter gets ShutdownOperation. False
+    // before the pipeline initialised the filter: there is no job to stop yet.
+    bool Stop();
     // Why the options could not be merged into the job ticket; empty when they were.
     std::string MergeFailure() const;
 

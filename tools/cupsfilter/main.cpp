@@ -182,10 +182,7 @@ int RunFilter(const CupsArguments& arguments) {
         for (; pagesReported < pages; ++pagesReported) {
             ReportPage(pagesReported + 1, arguments.copies);
         }
-        if (g_terminate && !stopSent) {
-            stopSent = true;
-            optionsFilter->Stop();
-        }
+        if (g_terminate && !stopSent) stopSent = optionsFilter->Stop();
     };
     ReportInfo("running the pipeline " + (ppd.pipeline.empty() ? "passthrough" : ppd.pipeline) +
                " for printer \"" + job.printerName + "\"");
