@@ -141,7 +141,9 @@ struct CupsfilterCase {
     std::string job;
 };
 
-void PrintTo(const CupsfilterCase& job, std::ostream* out) { *out << job.name; }
+void PrintTo(const CupsfilterCase& job, std::ostream* out) {
+    *out << job.name;
+}
 
 class CupsfilterTest : public ::testing::TestWithParam<CupsfilterCase> {};
 
