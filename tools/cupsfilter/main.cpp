@@ -77,28 +77,28 @@ void RegisterFilters(pipelinehost::FilterRegistry& registry) {
 #endif
 }
 
-bool CopyToStandardOutput(const fs::path& file) {
+// Copies the finished job to standard output. Returns the errno of a failed read or write, 0 when
+// the job was copied (or a SIGTERM stopped the copy: the caller looks at the flag).
+int CopyToStandardOutput(const fs::path& file) {
     int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
+    if (fd < 0) return errno;
     std::vector<char> buffer(1 << 16);
-    bool ok = true;
-    while (ok && !g_terminate) {
+    int error = 0;
+    while (error == 0 && !g_terminate) {
         ssize_t got = ::read(fd, buffer.data(), buffer.size());
         if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) {
-            ok = got == 0;
-            break;
-        }
-        for (ssize_t done = 0; ok && done < got;) {
+        if (got < 0) error = errno;
+        if (got <= 0) break;
+        for (ssize_t done = 0; error == 0 && done < got;) {
             ssize_t written =
                 ::write(STDOUT_FILENO, buffer.data() + done, static_cast<std::size_t>(got - done));
             if (written < 0 && errno == EINTR) continue;
-            ok = written > 0;
+            if (written <= 0) error = written < 0 ? errno : EIO;
             done += written > 0 ? written : 0;
         }
     }
     ::close(fd);
-    return ok && !g_terminate;
+    return error;
 }
 
 // A message about the job names it as the user knows it: the spool file of a job read from
@@ -188,7 +188,9 @@ int RunFilter(const CupsArguments& arguments) {
                " for printer \"" + job.printerName + "\"");
 
     JobResult result = g_terminate ? JobResult{} : RunJob(config, registry, job);
-    for (const std::string& warning : result.warnings) ReportWarning(warning);
+    for (const std::string& warning : result.warnings) {
+        ReportWarning(NameInput(warning, input, !arguments.file));
+    }
     if (g_terminate) {
         ReportInfo("job stopped (SIGTERM)");
         return kExitFailed;
@@ -202,13 +204,14 @@ int RunFilter(const CupsArguments& arguments) {
         ReportError(failure);
         return kExitFailed;
     }
-    if (!CopyToStandardOutput(job.output)) {
-        if (g_terminate) {
-            ReportInfo("job stopped (SIGTERM)");
-        } else {
-            ReportError(std::string("cannot write the job to standard output: ") +
-                        std::strerror(errno));
-        }
+    const int copyError = CopyToStandardOutput(job.output);
+    if (g_terminate) {
+        ReportInfo("job stopped (SIGTERM)");
+        return kExitFailed;
+    }
+    if (copyError != 0) {
+        ReportError(std::string("cannot write the job to standard output: ") +
+                    std::strerror(copyError));
         return kExitFailed;
     }
     ReportInfo("printed " + std::to_string(result.pages) + " page" +
