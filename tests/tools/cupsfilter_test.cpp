@@ -365,6 +365,38 @@ TEST(CupsFilterProgram, JobOnStandardInputWithOptions) {
     ExpectRendersLike(kSampleJob, output.string(), dir);
 }
 
+// Page sizes only the printer's PPD knows: one of a keyword's size (within the points' rounding),
+// one without a keyword.
+TEST(CupsFilterProgram, PageSizesOfThePpd) {
+    fs::path dir = WorkDir("cups-direct-ppd-sizes");
+    fs::create_directories(dir / "tmp");
+    std::string ppd = ReadFile(kPpd);
+    for (const auto& [anchor, added] : std::vector<std::pair<std::string, std::string>>{
+             {"*CloseUI: *PageSize",
+              "*PageSize ZorunA6/A6 Borderless: \"\"\n*PageSize ZorunPhoto/Photo: \"\"\n"},
+             {"*DefaultPaperDimension",
+              "*PaperDimension ZorunA6/A6 Borderless: \"298 420\"\n"
+              "*PaperDimension ZorunPhoto/Photo: \"300 400\"\n"}}) {
+        ppd.insert(ppd.find(anchor), added);
+    }
+    fs::path printerPpd = dir / "printer.ppd";
+    WriteText(printerPpd, ppd);
+    for (const auto& [size, expected] : std::vector<std::pair<std::string, std::string>>{
+             {"ZorunA6", "psk:PageMediaSize = psk:ISOA6"},
+             {"ZorunPhoto", "psk:PageMediaSizeMediaSizeWidth = 105833"}}) {
+        SCOPED_TRACE(size);
+        fs::path output = dir / (size + ".xps");
+        SplitOutcome run = ShellSplit("TMPDIR=" + Quote((dir / "tmp").string()) +
+                                          " PPD=" + Quote(printerPpd.string()) + " " +
+                                          Quote(kFilter) + " 1 alice title 1 PageSize=" + size +
+                                          " " + Quote(kSampleJob) + " > " + Quote(output.string()),
+                                      dir / "err.txt");
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        std::string shown = ShowJobTicket(output.string(), dir);
+        EXPECT_NE(shown.find(expected), std::string::npos) << shown;
+    }
+}
+
 TEST(CupsFilterProgram, BadInputGivesAnErrorAndNoOutput) {
     fs::path dir = WorkDir("cups-direct-bad");
     std::string sample = ReadFile(kSampleJob);

@@ -148,7 +148,7 @@ int RunFilter(const CupsArguments& arguments) {
     }
     if (!ppd.printerRegistry.empty()) setenv("FU_PRINTER_REGISTRY", ppd.printerRegistry.c_str(), 1);
 
-    OptionsTicket options = BuildOptionsTicket(arguments.options, arguments.copies);
+    OptionsTicket options = BuildOptionsTicket(arguments.options, arguments.copies, ppd.pageSizes);
     ReportOptions(options);
 
     PipelineConfig config =

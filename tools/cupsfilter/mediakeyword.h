@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cupsfilter {
 
@@ -16,8 +17,17 @@ struct MediaKeyword {
     std::string pwgName;  // what libcups made of the name, for messages
 };
 
-// std::nullopt when libcups does not know the name as a media size (a media type or source such
-// as "photographic" or "tray-1").
-std::optional<MediaKeyword> MediaKeywordFor(std::string_view name);
+// A page size a PPD defines (*PaperDimension), for names libcups does not know
+// ("Photo.Borderless").
+struct NamedPageSize {
+    std::string name;
+    long widthMicrons = 0;
+    long heightMicrons = 0;
+};
+
+// std::nullopt when neither libcups nor the PPD's sizes know the name as a media size (a media
+// type or source such as "photographic" or "tray-1").
+std::optional<MediaKeyword> MediaKeywordFor(std::string_view name,
+                                            const std::vector<NamedPageSize>& ppdSizes = {});
 
 }  // namespace cupsfilter

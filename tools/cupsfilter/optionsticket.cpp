@@ -84,8 +84,8 @@ Reading Choose(std::string_view feature, const Choices& choices, std::string_vie
     return Refuse("not one of " + known);
 }
 
-Reading MediaSize(std::string_view value) {
-    std::optional<MediaKeyword> media = MediaKeywordFor(value);
+Reading MediaSize(std::string_view value, const std::vector<NamedPageSize>& ppdSizes) {
+    std::optional<MediaKeyword> media = MediaKeywordFor(value, ppdSizes);
     if (!media) return Refuse("not a media size libcups knows");
     const std::string width = std::to_string(media->widthMicrons);
     const std::string height = std::to_string(media->heightMicrons);
@@ -119,11 +119,11 @@ Reading MediaSize(std::string_view value) {
 }
 
 // media may list a size, a type and a source ("A4,photographic,tray-1"): the first size counts.
-Reading Media(std::string_view value) {
+Reading Media(std::string_view value, const std::vector<NamedPageSize>& ppdSizes) {
     std::size_t start = 0;
     while (start <= value.size()) {
         std::size_t end = std::min(value.find(',', start), value.size());
-        Reading reading = MediaSize(value.substr(start, end - start));
+        Reading reading = MediaSize(value.substr(start, end - start), ppdSizes);
         if (reading.refusal.empty()) return reading;
         start = end + 1;
     }
@@ -235,10 +235,11 @@ struct OptionReader {
 // The options in the order they are applied: where two set the same item, the later one wins,
 // so the IPP options (media, sides, ...) win over the PPD options of the same settings
 // (PageSize, Duplex, ...), which the scheduler derives from them anyway.
-const std::vector<OptionReader>& Readers() {
-    static const std::vector<OptionReader> readers = {
-        {"PageSize", MediaSize},
-        {"PageRegion", MediaSize},
+std::vector<OptionReader> Readers(const std::vector<NamedPageSize>& ppdSizes) {
+    auto mediaSize = [&ppdSizes](std::string_view v) { return MediaSize(v, ppdSizes); };
+    return {
+        {"PageSize", mediaSize},
+        {"PageRegion", mediaSize},
         {"Duplex",
          [](std::string_view v) {
              return Choose("JobDuplexAllDocumentsContiguously",
@@ -263,7 +264,7 @@ const std::vector<OptionReader>& Readers() {
                            v);
          }},
         {"Resolution", Resolution},
-        {"media", Media},
+        {"media", [&ppdSizes](std::string_view v) { return Media(v, ppdSizes); }},
         {"sides",
          [](std::string_view v) {
              return Choose("JobDuplexAllDocumentsContiguously",
@@ -329,11 +330,10 @@ const std::vector<OptionReader>& Readers() {
         {"number-up", NumberUp},
         {"page-ranges", PageRanges},
     };
-    return readers;
 }
 
-bool HasReader(std::string_view name) {
-    return std::any_of(Readers().begin(), Readers().end(),
+bool HasReader(const std::vector<OptionReader>& readers, std::string_view name) {
+    return std::any_of(readers.begin(), readers.end(),
                        [&](const OptionReader& reader) { return reader.name == name; });
 }
 
@@ -349,7 +349,9 @@ void Set(std::vector<Item>& items, Item item) {
 
 }  // namespace
 
-OptionsTicket BuildOptionsTicket(const std::string& options, int copies) {
+OptionsTicket BuildOptionsTicket(const std::string& options, int copies,
+                                 const std::vector<NamedPageSize>& ppdSizes) {
+    const std::vector<OptionReader> readers = Readers(ppdSizes);
     OptionsTicket ticket;
     std::vector<Item> items;
     if (copies > 1) {
@@ -361,13 +363,13 @@ OptionsTicket BuildOptionsTicket(const std::string& options, int copies) {
     cups_option_t* parsed = nullptr;
     int count = cupsParseOptions(options.c_str(), 0, &parsed);
     for (int i = 0; i < count; ++i) {
-        if (!HasReader(parsed[i].name)) {
+        if (!HasReader(readers, parsed[i].name)) {
             const std::string value = parsed[i].value != nullptr ? parsed[i].value : "";
             ticket.ignored.push_back(value.empty() ? std::string(parsed[i].name)
                                                    : std::string(parsed[i].name) + "=" + value);
         }
     }
-    for (const OptionReader& reader : Readers()) {
+    for (const OptionReader& reader : readers) {
         const char* found = cupsGetOption(std::string(reader.name).c_str(), count, parsed);
         if (found == nullptr) continue;
         const std::string value = found;

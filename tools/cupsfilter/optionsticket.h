@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "mediakeyword.h"
+
 namespace cupsfilter {
 
 struct OptionsTicket {
@@ -22,7 +24,9 @@ struct OptionsTicket {
 };
 
 // `options` is the options argument of the filter (name=value pairs as cupsParseOptions reads
-// them); `copies` the copies argument, taken as JobCopiesAllDocuments when above 1.
-OptionsTicket BuildOptionsTicket(const std::string& options, int copies);
+// them); `copies` the copies argument, taken as JobCopiesAllDocuments when above 1; `ppdSizes`
+// the page sizes of the printer's PPD, for media names only the PPD knows.
+OptionsTicket BuildOptionsTicket(const std::string& options, int copies,
+                                 const std::vector<NamedPageSize>& ppdSizes = {});
 
 }  // namespace cupsfilter

@@ -4,6 +4,7 @@
 
 #include <cups/ppd.h>
 
+#include <cmath>
 #include <memory>
 #include <stdexcept>
 
@@ -36,6 +37,12 @@ PpdSettings ReadPpdSettings(const std::string& ppdPath, const std::filesystem::p
     settings.pipeline = InDataFolder(Attribute(ppd.get(), "FUPipeline"), dataFolder);
     settings.printerName = Attribute(ppd.get(), "FUPrinterName");
     settings.printerRegistry = InDataFolder(Attribute(ppd.get(), "FUPrinterRegistry"), dataFolder);
+    for (int i = 0; i < ppd->num_sizes; ++i) {
+        const ppd_size_t& size = ppd->sizes[i];
+        // Points to micrometres: 25400 / 72.
+        settings.pageSizes.push_back({size.name, std::lround(size.width * 25400.0 / 72.0),
+                                      std::lround(size.length * 25400.0 / 72.0)});
+    }
     return settings;
 }
 

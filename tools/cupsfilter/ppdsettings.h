@@ -6,13 +6,17 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
+
+#include "mediakeyword.h"
 
 namespace cupsfilter {
 
 struct PpdSettings {
-    std::string pipeline;         // empty: the built-in pass-through pipeline
-    std::string printerName;      // empty: the CUPS queue name
-    std::string printerRegistry;  // empty: FU_PRINTER_REGISTRY as the environment has it
+    std::string pipeline;                  // empty: the built-in pass-through pipeline
+    std::string printerName;               // empty: the CUPS queue name
+    std::string printerRegistry;           // empty: FU_PRINTER_REGISTRY as the environment has it
+    std::vector<NamedPageSize> pageSizes;  // the PPD's *PaperDimension sizes
 };
 
 // Reads the PPD's keywords. Relative paths are resolved against `dataFolder` (share/filterutilities
