@@ -10,6 +10,7 @@ packages=(
     clang libclang-rt-14-dev
     mupdf-tools libgxps-utils ghostscript fonts-dejavu-core python3
     unzip man-db groff-base
+    libcups2-dev cups cups-client
 )
 
 missing=()
