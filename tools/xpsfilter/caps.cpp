@@ -24,6 +24,8 @@
 
 namespace {
 
+using xpsfilter::FrameworkChildren;
+
 using xpsfilter::JsonString;
 
 constexpr int kExitNotValid = 16;
@@ -66,29 +68,6 @@ std::string AttributeOf(IXMLDOMNode* node, const wchar_t* name) {
     return Narrow(value.bstrVal);
 }
 
-// The framework-namespace element children of a node with the given local name.
-std::vector<CComPtr<IXMLDOMNode>> Children(IXMLDOMNode* parent, const char* localName) {
-    static const std::string framework = platform::WideToUtf8(PrintSchema::FrameworkNamespaceUri);
-    std::vector<CComPtr<IXMLDOMNode>> found;
-    CComPtr<IXMLDOMNode> child;
-    parent->get_firstChild(&child);
-    while (child) {
-        DOMNodeType type = NODE_INVALID;
-        child->get_nodeType(&type);
-        CComBSTR name;
-        CComBSTR uri;
-        if (type == NODE_ELEMENT && SUCCEEDED(child->get_baseName(&name)) &&
-            SUCCEEDED(child->get_namespaceURI(&uri)) && Narrow(name) == localName &&
-            Narrow(uri) == framework) {
-            found.push_back(child);
-        }
-        CComPtr<IXMLDOMNode> next;
-        child->get_nextSibling(&next);
-        child = next;
-    }
-    return found;
-}
-
 std::string TextOf(IXMLDOMNode* node) {
     CComBSTR text;
     if (node == nullptr || FAILED(node->get_text(&text))) return "";
@@ -98,9 +77,9 @@ std::string TextOf(IXMLDOMNode* node) {
 // The Value text of the Property `name` (a QName as written) directly below node.
 std::optional<std::string> PropertyValue(const SchemaDocument& document, IXMLDOMNode* node,
                                          const std::string& expandedName) {
-    for (const auto& property : Children(node, "Property")) {
+    for (const auto& property : FrameworkChildren(node, "Property")) {
         if (document.Expand(AttributeOf(property, L"name")) != expandedName) continue;
-        std::vector<CComPtr<IXMLDOMNode>> values = Children(property, "Value");
+        std::vector<CComPtr<IXMLDOMNode>> values = FrameworkChildren(property, "Value");
         return TextOf(values.empty() ? property.p : values.front().p);
     }
     return std::nullopt;
@@ -215,13 +194,13 @@ CapsFeature ReadCapsFeature(const SchemaDocument& document, IXMLDOMNode* node) {
     feature.displayName = PropertyValue(document, node, Keyword("DisplayName")).value_or("");
     feature.selectionType =
         LocalOf(PropertyValue(document, node, Framework("SelectionType")).value_or(""));
-    for (const auto& option : Children(node, "Option")) {
+    for (const auto& option : FrameworkChildren(node, "Option")) {
         feature.options.push_back(
             {AttributeOf(option, L"name"),
              PropertyValue(document, option, Keyword("DisplayName")).value_or(""),
              AttributeOf(option, L"constrained")});
     }
-    for (const auto& sub : Children(node, "Feature")) {
+    for (const auto& sub : FrameworkChildren(node, "Feature")) {
         feature.features.push_back(ReadCapsFeature(document, sub));
     }
     return feature;
@@ -230,10 +209,10 @@ CapsFeature ReadCapsFeature(const SchemaDocument& document, IXMLDOMNode* node) {
 Capabilities LoadCapabilities(const std::string& path) {
     Capabilities caps{Load(path, "PrintCapabilities"), {}, {}};
     const SchemaDocument& document = caps.document;
-    for (const auto& feature : Children(document.root, "Feature")) {
+    for (const auto& feature : FrameworkChildren(document.root, "Feature")) {
         caps.features.push_back(ReadCapsFeature(document, feature));
     }
-    for (const auto& def : Children(document.root, "ParameterDef")) {
+    for (const auto& def : FrameworkChildren(document.root, "ParameterDef")) {
         CapsParameter parameter;
         parameter.name = AttributeOf(def, L"name");
         auto value = [&](const char* name) {
@@ -377,14 +356,14 @@ const CapsFeature* FindFeature(const std::vector<CapsFeature>& features, const S
 
 void CheckFeatures(const SchemaDocument& ticket, IXMLDOMNode* parent, const Capabilities& caps,
                    const std::vector<CapsFeature>& offered, Validation& result) {
-    for (const auto& node : Children(parent, "Feature")) {
+    for (const auto& node : FrameworkChildren(parent, "Feature")) {
         const std::string name = AttributeOf(node, L"name");
         const CapsFeature* feature = FindFeature(offered, caps.document, ticket.Expand(name));
         if (feature == nullptr) {
             result.notes.push_back({name, "not in the capabilities; the device ignores it"});
             continue;
         }
-        for (const auto& option : Children(node, "Option")) {
+        for (const auto& option : FrameworkChildren(node, "Option")) {
             const std::string optionName = AttributeOf(option, L"name");
             if (optionName.empty()) continue;  // identified by its scored properties
             bool offeredOption = false;
@@ -481,9 +460,9 @@ std::string ParameterProblem(const CapsParameter& def, const std::string& value)
 Validation Validate(const SchemaDocument& ticket, const Capabilities& caps) {
     Validation result;
     CheckFeatures(ticket, ticket.root, caps, caps.features, result);
-    for (const auto& init : Children(ticket.root, "ParameterInit")) {
+    for (const auto& init : FrameworkChildren(ticket.root, "ParameterInit")) {
         const std::string name = AttributeOf(init, L"name");
-        std::vector<CComPtr<IXMLDOMNode>> values = Children(init, "Value");
+        std::vector<CComPtr<IXMLDOMNode>> values = FrameworkChildren(init, "Value");
         const std::string value = TextOf(values.empty() ? init.p : values.front().p);
         const CapsParameter* def = nullptr;
         for (const CapsParameter& candidate : caps.parameters) {
@@ -584,14 +563,7 @@ void AddCapsCommand(xpsfilter::CommandLine& commands) {
 }
 
 void AddTicketValidateCommand(xpsfilter::CommandLine& commands) {
-    // Joins the `ticket` group made by ticket.cpp (listed before this command in main.cpp).
-    CLI::App* ticket = nullptr;
-    try {
-        ticket = commands.App().get_subcommand("ticket");
-    } catch (const CLI::OptionNotFound&) {
-        ticket = commands.App().add_subcommand("ticket", "Work with PrintTickets");
-        ticket->require_subcommand(1);
-    }
+    CLI::App* ticket = commands.Group("ticket", "Work with PrintTickets");
     auto options = std::make_shared<ValidateOptions>();
     CLI::App* command = ticket->add_subcommand(
         "validate",

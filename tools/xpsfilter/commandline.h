@@ -38,6 +38,17 @@ public:
 
     explicit CommandLine(CLI::App& app) : m_app(app) {}
     CLI::App& App() { return m_app; }
+    // The group of subcommands `name` (`ticket`, `devmode` ...), made by whichever command file
+    // adds to it first and joined by the others; it requires one of its subcommands.
+    CLI::App* Group(const std::string& name, const std::string& description) {
+        try {
+            return m_app.get_subcommand(name);
+        } catch (const CLI::OptionNotFound&) {
+            CLI::App* group = m_app.add_subcommand(name, description);
+            group->require_subcommand(1);
+            return group;
+        }
+    }
     // A subcommand's callback stores the code the process exits with.
     void SetExitCode(int code) { m_exitCode = code; }
     int ExitCode() const { return m_exitCode; }

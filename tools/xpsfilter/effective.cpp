@@ -260,14 +260,7 @@ int Effective(const EffectiveOptions& options) {
 }  // namespace
 
 void AddTicketEffectiveCommand(xpsfilter::CommandLine& commands) {
-    // Joins the `ticket` group made by ticket.cpp (listed before this command in main.cpp).
-    CLI::App* ticket = nullptr;
-    try {
-        ticket = commands.App().get_subcommand("ticket");
-    } catch (const CLI::OptionNotFound&) {
-        ticket = commands.App().add_subcommand("ticket", "Work with PrintTickets");
-        ticket->require_subcommand(1);
-    }
+    CLI::App* ticket = commands.Group("ticket", "Work with PrintTickets");
     auto options = std::make_shared<EffectiveOptions>();
     CLI::App* command = ticket->add_subcommand(
         "effective",

@@ -291,13 +291,7 @@ int SetMedia(const SetMediaOptions& options) {
 
 // Joins the `ticket` group when another subcommand made it, else makes it.
 void AddTicketSetMediaCommand(xpsfilter::CommandLine& commands) {
-    CLI::App* ticket = nullptr;
-    try {
-        ticket = commands.App().get_subcommand("ticket");
-    } catch (const CLI::OptionNotFound&) {
-        ticket = commands.App().add_subcommand("ticket", "Work with PrintTickets");
-        ticket->require_subcommand(1);
-    }
+    CLI::App* ticket = commands.Group("ticket", "Work with PrintTickets");
 
     auto options = std::make_shared<xpsfilter::SetMediaOptions>();
     CLI::App* command = ticket->add_subcommand(

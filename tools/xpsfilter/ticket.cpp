@@ -549,15 +549,7 @@ int Guarded(Body body) {
 }  // namespace
 
 void AddTicketCommand(xpsfilter::CommandLine& commands) {
-    // The `ticket` group is shared with other ticket subcommands (set-media): joined when one
-    // of them made it first.
-    CLI::App* ticket = nullptr;
-    try {
-        ticket = commands.App().get_subcommand("ticket");
-    } catch (const CLI::OptionNotFound&) {
-        ticket = commands.App().add_subcommand("ticket", "Work with PrintTickets");
-        ticket->require_subcommand(1);
-    }
+    CLI::App* ticket = commands.Group("ticket", "Work with PrintTickets");
 
     auto merge = std::make_shared<MergeOptions>();
     CLI::App* mergeCommand = ticket->add_subcommand(

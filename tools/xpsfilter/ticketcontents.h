@@ -41,6 +41,9 @@ struct TicketContents {
 };
 
 std::string JsonString(const std::string& text);
+// The element children of `parent` in the Print Schema framework namespace with that local name,
+// whatever their prefix.
+std::vector<CComPtr<IXMLDOMNode>> FrameworkChildren(IXMLDOMNode* parent, const char* localName);
 std::vector<ViewSetting> ReadView(XpsFilterPrintTicket& view);
 // The root's features, parameter initialisers and properties.
 TicketContents ReadContents(PrintTicketXmlDocument& ticket);
