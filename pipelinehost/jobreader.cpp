@@ -54,13 +54,25 @@ ContainerState JobReader::ReadContainer(const SourcePart& part, const std::strin
                 continue;
             }
             const SourcePart& ticket = m_package->Require(*rel.part, part.name + "'s PrintTicket");
-            if (m_checkedTickets.insert(PartKey(ticket.name)).second) {
+            const std::string key = PartKey(ticket.name);
+            if (m_checkedTickets.insert(key).second) {
                 CheckTicketMarkup(m_package->ReadMarkup(ticket), ticket.name);
             }
-            state.ticket = CreateSourceTicket(m_package, ticket);
+            state.ticket = RecentTicket(key, ticket);
         }
     }
     return state;
+}
+
+CComPtr<IPartPrintTicket> JobReader::RecentTicket(const std::string& key, const SourcePart& part) {
+    constexpr std::size_t kRemembered = 4;  // the sequence's, a document's, a page's and one more
+    for (const auto& [recentKey, ticket] : m_recentTickets) {
+        if (recentKey == key) return ticket;
+    }
+    CComPtr<IPartPrintTicket> ticket = CreateSourceTicket(m_package, part);
+    if (m_recentTickets.size() == kRemembered) m_recentTickets.erase(m_recentTickets.begin());
+    m_recentTickets.emplace_back(key, ticket);
+    return ticket;
 }
 
 void JobReader::BeginDocument(std::size_t index) {

@@ -8,6 +8,8 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/com/comobject.h"
 #include "platform/printpipeline/filterpipeline.h"
@@ -32,10 +34,15 @@ private:
     ContainerState ReadContainer(const SourcePart& part, const std::string& listingXml,
                                  const std::string& parent);
     void BeginDocument(std::size_t index);
+    CComPtr<IPartPrintTicket> RecentTicket(const std::string& key, const SourcePart& part);
 
     std::shared_ptr<const SourcePackage> m_package;
     std::shared_ptr<JobStatus> m_status;
     std::set<std::string> m_checkedTickets;  // part keys of the tickets already checked
+    // The ticket objects handed out last, by part key: parts that share one ticket part (the
+    // pages of a document, typically) get the same object, so that a filter's ticket manager
+    // can tell it has read that ticket already.
+    std::vector<std::pair<std::string, CComPtr<IPartPrintTicket>>> m_recentTickets;
     const SourcePart* m_sequence = nullptr;
     std::shared_ptr<const Listing> m_sequenceListing;
     std::set<std::string> m_containerKeys;  // sequence and documents, for cycle checks

@@ -191,8 +191,30 @@ HRESULT PrintTicketManager::InitializeWithPrintTicket(EPrintTicketScope scope,
     return hr;
 }
 
+bool PrintTicketManager::SlotStillHolds(EPrintTicketScope scope, const IPartPrintTicket* ticket) {
+    IXMLDOMDocument2** slot = OwnTicketSlot(scope);
+    if (slot == nullptr || *slot == nullptr) return false;
+    const SlotSource& source = m_slotSources[static_cast<int>(scope)];
+    return source.part != nullptr && source.part == ticket && source.stamp != 0 &&
+           platform::DomDocumentChangeStamp(*slot) == source.stamp;
+}
+
+void PrintTicketManager::RememberSlotSource(EPrintTicketScope scope, IPartPrintTicket* ticket) {
+    IXMLDOMDocument2** slot = OwnTicketSlot(scope);
+    if (slot == nullptr) return;
+    SlotSource& source = m_slotSources[static_cast<int>(scope)];
+    source.part = ticket;
+    source.stamp =
+        ticket != nullptr && *slot != nullptr ? platform::DomDocumentChangeStamp(*slot) : 0;
+}
+
 HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IPartPrintTicket* ticket) {
     if (ticket == nullptr) return E_POINTER;
+    // The part the slot was loaded from, unedited: its DOM is what a new load would give.
+    if (SlotStillHolds(scope, ticket)) {
+        IXMLDOMDocument2** slot = OwnTicketSlot(scope);
+        return m_mergeEnabled ? MergeIntoMergedSlot(scope, *slot) : S_OK;
+    }
     CComPtr<IXMLDOMDocument2> document;
     HRESULT hr = CreateDom(&document);
     if (FAILED(hr)) return hr;
@@ -212,6 +234,7 @@ HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IPartPrin
         *slot = document;
         (*slot)->AddRef();
     }
+    RememberSlotSource(scope, const_cast<IPartPrintTicket*>(ticket));
     if (!m_mergeEnabled) return S_OK;
     return MergeIntoMergedSlot(scope, document.p);
 }
@@ -233,6 +256,7 @@ HRESULT PrintTicketManager::MergeTicket(EPrintTicketScope scope, const IXMLDOMDo
     auto* source = const_cast<IXMLDOMDocument2*>(delta);
     HRESULT hr = S_OK;
     if (IXMLDOMDocument2** slot = OwnTicketSlot(scope)) hr = SetPTFromDOMDoc(source, slot);
+    RememberSlotSource(scope, nullptr);
     if (!m_mergeEnabled) return hr;
     return MergeIntoMergedSlot(scope, delta);
 }
@@ -326,6 +350,7 @@ HRESULT PrintTicketManager::UpdateDefaultPTs(EPrintTicketScope scopeValue) {
 
 HRESULT PrintTicketManager::FreePrintTickets(EPrintTicketScope scopeValue) {
     const int scope = static_cast<int>(scopeValue);
+    for (int freed = 0; freed <= scope && freed < 3; ++freed) m_slotSources[freed] = {};
     if (scope >= 0) {
         ReleaseSlot(m_mergedPageTicket);
         ReleaseSlot(m_pageTicket);
@@ -364,11 +389,24 @@ HRESULT PrintTicketManager::GetTicket(EPrintTicketScope scope, XpsFilterPrintTic
     }
     if (m_mergeEnabled && merged == nullptr) return E_FAIL;
 
+    // The view's wrapper sets its selection properties on a DOM it wraps anew, which changes the
+    // DOM's stamp: a slot unedited until now is remembered with its stamp after the wrap.
+    bool unedited[3] = {};
+    for (int own = 0; own < 3; ++own) {
+        const auto ownScope = static_cast<EPrintTicketScope>(own);
+        unedited[own] = SlotStillHolds(ownScope, m_slotSources[own].part);
+        if (!unedited[own]) m_slotSources[own] = {};
+    }
     // A ticket the views cannot read (not a PrintTicket, say) is reported, never thrown at the
     // filter.
     try {
         chosen->Initialize(scope, m_defaultTicket, m_jobTicket, m_documentTicket, m_pageTicket,
                            merged, m_printerName, m_userToken);
+        for (int own = 0; own < 3; ++own) {
+            if (unedited[own]) {
+                RememberSlotSource(static_cast<EPrintTicketScope>(own), m_slotSources[own].part);
+            }
+        }
     } catch (const ZorunComException& error) {
         return FAILED(error.GetHresult()) ? error.GetHresult() : E_FAIL;
     } catch (const CAtlException& error) {

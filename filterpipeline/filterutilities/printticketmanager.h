@@ -72,6 +72,9 @@ private:
     HRESULT UpdateDefaultPTs(EPrintTicketScope scope);
     HRESULT FreePrintTickets(EPrintTicketScope scope);
     HRESULT CloseProvider();
+    // A scope's own slot still holds the ticket `ticket` loaded, unchanged since.
+    bool SlotStillHolds(EPrintTicketScope scope, const IPartPrintTicket* ticket);
+    void RememberSlotSource(EPrintTicketScope scope, IPartPrintTicket* ticket);
 
     // Each DOM slot holds one reference to a private copy; a slot is never shared.
     IXMLDOMDocument2* m_defaultTicket;
@@ -86,6 +89,15 @@ private:
     IXMLDOMDocument2* m_mergedPageTicket;
     HPTPROVIDER m_provider;
     HANDLE m_userToken;
+    // Per own slot (page, document, job): the ticket part it was loaded from and the DOM's
+    // change stamp then (or after the view wrapped it). Pages that share one ticket part get the
+    // same part object, whose content never changes, so the next page's ticket need not be
+    // parsed again while nobody edited the DOM.
+    struct SlotSource {
+        CComPtr<IPartPrintTicket> part;
+        unsigned long long stamp = 0;
+    };
+    SlotSource m_slotSources[3];
     CXString m_printerName;
 
     struct UriLess {

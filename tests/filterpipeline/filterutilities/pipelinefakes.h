@@ -89,6 +89,7 @@ public:
         return S_OK;
     }
     HRESULT GetStream(IPrintReadStream** stream) override {
+        ++streamsOpened;
         *stream = new ReadStream(written != nullptr ? written->bytes : content);
         return S_OK;
     }
@@ -100,6 +101,7 @@ public:
 
     std::wstring uri;
     std::string content;
+    int streamsOpened = 0;
     CComPtr<WriteStream> written;  // set when the part was made by a consumer
     bool failGetUri = false;
 

@@ -99,8 +99,8 @@ TEST_F(ManagerTest, ScopesWithoutTicketsInheritTopDown) {
     EXPECT_TRUE(manager.GetPrinterName() == CXString(L"Test Printer"));
 
     auto sequence = Make<fakes::Sequence>();
-    sequence->ticket = fakes::MakeTicket(
-        L"/Metadata/Job_PT.xml", Ticket(Feature("JobCopiesAllDocuments", "Two")));
+    sequence->ticket =
+        fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket(Feature("JobCopiesAllDocuments", "Two")));
     ASSERT_EQ(manager.InitializeWithPrintTicket(sequence), S_OK);
     auto document = Make<fakes::Document>();  // no ticket of its own
     ASSERT_EQ(manager.InitializeWithPrintTicket(document), S_OK);
@@ -135,6 +135,32 @@ TEST_F(ManagerTest, APageTicketLastsUntilTheNextPage) {
     EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Portrait");
 }
 
+TEST_F(ManagerTest, PagesSharingATicketPartReadItOnce) {
+    ASSERT_EQ(Initialise(), S_OK);
+    auto shared = fakes::MakeTicket(L"/Documents/1/Metadata/Page_PT.xml",
+                                    Ticket(Feature("PageOrientation", "Landscape")));
+    auto page = [&](CComPtr<fakes::TicketPart> ticket) {
+        auto made = Make<fakes::Page>();
+        made->ticket = ticket;
+        return made;
+    };
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(manager.InitializeWithPrintTicket(page(shared)), S_OK);
+        EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Landscape") << "page " << i;
+    }
+    EXPECT_EQ(shared->streamsOpened, 1);
+    // Another part object, even with the same name and content, is read; so is the shared one
+    // after a page without a ticket emptied the slot.
+    auto twin = fakes::MakeTicket(shared->uri, shared->content);
+    ASSERT_EQ(manager.InitializeWithPrintTicket(page(twin)), S_OK);
+    ASSERT_EQ(manager.InitializeWithPrintTicket(Make<fakes::Page>()), S_OK);
+    EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Portrait");
+    ASSERT_EQ(manager.InitializeWithPrintTicket(page(shared)), S_OK);
+    EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Landscape");
+    EXPECT_EQ(twin->streamsOpened, 1);
+    EXPECT_EQ(shared->streamsOpened, 2);
+}
+
 TEST_F(ManagerTest, BrokenPartTicketsAndFailingPartsAreReported) {
     ASSERT_EQ(Initialise(), S_OK);
     auto page = Make<fakes::Page>();
@@ -148,8 +174,8 @@ TEST_F(ManagerTest, MergingComputesMergedTicketsPerScope) {
     manager.m_mergeEnabled = true;
     ASSERT_EQ(Initialise(), S_OK);
     auto sequence = Make<fakes::Sequence>();
-    sequence->ticket = fakes::MakeTicket(
-        L"/Metadata/Job_PT.xml", Ticket(Feature("JobCopiesAllDocuments", "Two")));
+    sequence->ticket =
+        fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket(Feature("JobCopiesAllDocuments", "Two")));
     ASSERT_EQ(manager.InitializeWithPrintTicket(sequence), S_OK);
     ASSERT_EQ(manager.InitializeWithPrintTicket(kPTDocumentScope, nullptr), S_OK);
     XpsFilterPrintTicket* view = nullptr;
