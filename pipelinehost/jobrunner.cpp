@@ -12,6 +12,7 @@
 #include "platform/com/atl.h"
 #include "platform/com/comobject.h"
 #include "platform/com/unicode.h"
+#include "platform/msxml/domtree.h"
 #include "platform/printpipeline/printstreams.h"
 #include "platform/prntvpt/prntvpt.h"
 #include "platform/win32/kernel.h"
@@ -113,6 +114,7 @@ std::string ReadTicketFile(const std::string& path) {
         }
     }
     if (in.bad()) throw JobError(ErrorKind::BadTicket, "cannot read the ticket file " + path);
+    platform::msxml::EnsureLibxml();
     xmlDoc* doc = xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr,
                                 XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     if (doc == nullptr) {

@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "pipelinehost/hosterror.h"
+#include "platform/msxml/domtree.h"
 #include "pipelinehost/partname.h"
 #include "pipelinehost/xpsmarkup.h"
 #include "pipelinehost/xpsnames.h"
@@ -136,7 +137,7 @@ SourcePackage::~SourcePackage() {
 
 std::shared_ptr<SourcePackage> SourcePackage::Open(const std::string& path,
                                                    const ReaderLimits& limits) {
-    xmlInitParser();
+    platform::msxml::EnsureLibxml();
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) {
         throw JobError(ErrorKind::InputMissing,

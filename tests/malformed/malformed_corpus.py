@@ -311,6 +311,12 @@ def cases(secret_path, url):
                   files=lambda w: job(fdoc=fdoc().replace('Source="Pages/1.fpage"', 'Source="Pages/1.fpage" Name="' + "A" * (20 << 20) + '"'))))
     c.append(Case("invalid UTF-8 in the sequence", 5, r"package error",
                   lambda w: job(fdseq=fdseq().encode().replace(b"<DocumentReference", b"<Docum\xc3\x28entReference"))))
+    undecodable = lambda markup: markup.replace('encoding="UTF-8"', 'encoding="ISO-2022-JP"').encode().replace(
+        b' xmlns', b' a="\x1b$B\x98\x98\x98\x98" xmlns', 1)
+    c.append(Case("listing in an encoding its bytes do not convert from", 5, r"package error",
+                  lambda w: job(fdseq=undecodable(fdseq()))))
+    c.append(Case("--ticket: bytes its declared encoding does not convert", 7, r"ticket error", lambda w: job(),
+                  ticket_text=lambda w: undecodable(ticket())))
     c.append(Case("UTF-16 listings with BOM (legal)", 0,
                   files=lambda w: job(fdseq=utf16(fdseq(), True), fdoc=utf16(fdoc(), True))))
     c.append(Case("UTF-16 listings with a declaration, no BOM (legal)", 0,
