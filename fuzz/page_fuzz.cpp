@@ -6,6 +6,7 @@
 // nothing inserted either time) succeeds and gives the same bytes again.
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -32,7 +33,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     std::string plain;
     if (FAILED(Rewrite(page, L"", plain))) __builtin_trap();
     std::string again;
-    if (FAILED(Rewrite(plain, L"", again))) __builtin_trap();
-    if (again != plain) __builtin_trap();
+    if (FAILED(Rewrite(plain, L"", again))) {
+        std::fprintf(stderr, "the rewritten page does not parse:\n%s\n", plain.c_str());
+        __builtin_trap();
+    }
+    if (again != plain) {
+        std::fprintf(stderr, "rewriting again changes the page:\n%s\n---\n%s\n", plain.c_str(),
+                     again.c_str());
+        __builtin_trap();
+    }
     return 0;
 }

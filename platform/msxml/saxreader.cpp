@@ -159,6 +159,24 @@ private:
     WideBuffer m_text;
 };
 
+// Without entity substitution libxml2 hands every '&' of an attribute value over as "&#38;"
+// (and nothing else in that form, since no entity can be declared), and namespace URIs, which
+// are attribute values, the same way: the text with each "&#38;" turned back into '&' (the text
+// itself when it has none; `buffer` holds the result otherwise).
+std::string_view WithAmpersands(std::string_view text, std::string& buffer) {
+    if (text.find('&') == std::string_view::npos) return text;
+    buffer.clear();
+    for (std::size_t k = 0; k < text.size(); ++k) {
+        if (text.compare(k, 5, "&#38;") == 0) {
+            buffer += '&';
+            k += 4;
+        } else {
+            buffer += text[k];
+        }
+    }
+    return buffer;
+}
+
 // The wide names of elements, converted once per distinct name. libxml2 hands names, prefixes
 // and namespace URIs over as strings of its dictionary, so the same pointers come back for every
 // element of a kind. A dictionary string never changes while the parser lives, so for names
@@ -222,7 +240,8 @@ private:
         slot.prefixText.assign(View(prefix));
         slot.localText.assign(View(local));
         slot.wide.Clear();
-        slot.u = slot.wide.Add(namespaces ? std::string_view(slot.uriText) : std::string_view());
+        std::string decoded;
+        slot.u = slot.wide.Add(namespaces ? WithAmpersands(slot.uriText, decoded) : std::string_view());
         slot.l = slot.wide.Add(namespaces ? std::string_view(slot.localText) : std::string_view());
         slot.q = slot.wide.AddJoined(slot.prefixText, slot.localText);
     }
@@ -532,7 +551,8 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
         for (int i = 0; i < namespaceCount && s->Live(); ++i) {
             s->names.Clear();
             const WideArena::Piece p = s->names.Add(View(namespaces[2 * i]));
-            const WideArena::Piece u = s->names.Add(View(namespaces[2 * i + 1]));
+            const WideArena::Piece u =
+                s->names.Add(WithAmpersands(View(namespaces[2 * i + 1]), s->decoded));
             s->prefixStack.emplace_back(s->names.At(p), static_cast<std::size_t>(p.length));
             ++mapped;
             s->Check(
@@ -549,28 +569,15 @@ void OnStartElement(void* context, const xmlChar* localname, const xmlChar* pref
             std::string_view p = View(namespaces[2 * i]);
             std::string qname = p.empty() ? std::string("xmlns") : "xmlns:" + std::string(p);
             list->AddWithQName(qname, s->namespaces ? (p.empty() ? "xmlns" : p) : "",
-                               View(namespaces[2 * i + 1]));
+                               WithAmpersands(View(namespaces[2 * i + 1]), s->decoded));
         }
     }
     for (int i = 0; i < attributeCount; ++i) {
         const xmlChar** a = attributes + 5 * i;  // localname, prefix, URI, value, end
         std::string_view value(reinterpret_cast<const char*>(a[3]),
                                static_cast<std::size_t>(a[4] - a[3]));
-        // Without entity substitution libxml2 hands every '&' of a value over as "&#38;" (and
-        // nothing else in that form, since no entity can be declared): undo that.
         const bool encoded = value.find('&') != std::string_view::npos;
-        if (encoded) {
-            s->decoded.clear();
-            for (std::size_t k = 0; k < value.size(); ++k) {
-                if (value.compare(k, 5, "&#38;") == 0) {
-                    s->decoded += '&';
-                    k += 4;
-                } else {
-                    s->decoded += value[k];
-                }
-            }
-            value = s->decoded;
-        }
+        if (encoded) value = WithAmpersands(value, s->decoded);
         if (s->namespaces) {
             if (encoded) {
                 list->AddDecodedValue(View(a[2]), View(a[1]), View(a[0]), value);

@@ -249,22 +249,24 @@ HRESULT MergeInto(xmlDoc* base, xmlDoc* delta, EPrintTicketScope scope, TicketEr
     return S_OK;
 }
 
-// libxml2 (2.9) writes a namespace declaration's URI between quotes as it stands, without
-// escaping '&' or '<', so a URI holding them (declared in the input as &amp; or &lt;) would come
-// out as markup that does not parse. The URIs of the document about to be written, and then
-// freed, are replaced by their escaped spelling.
+// libxml2 (2.9) writes a namespace declaration's URI between quotes as it stands. A '&' is
+// already held as "&#38;" (the parser keeps it so, without entity substitution), but a '<'
+// (declared in the input as &lt;) would come out as markup that does not parse: in the document
+// about to be written, and then freed, each '<' of a URI is replaced by "&lt;".
 void EscapeNamespaceNames(xmlNode* node) {
     for (; node != nullptr; node = node->next) {
         if (node->type != XML_ELEMENT_NODE) continue;
         for (xmlNs* ns = node->nsDef; ns != nullptr; ns = ns->next) {
             const std::string_view href =
                 ns->href != nullptr ? reinterpret_cast<const char*>(ns->href) : "";
-            if (href.find_first_of("&<") == std::string_view::npos) continue;
+            if (href.find('<') == std::string_view::npos) continue;
             std::string escaped;
             for (char c : href) {
-                if (c == '&') escaped += "&amp;";
-                else if (c == '<') escaped += "&lt;";
-                else escaped += c;
+                if (c == '<') {
+                    escaped += "&lt;";
+                } else {
+                    escaped += c;
+                }
             }
             xmlFree(const_cast<xmlChar*>(ns->href));
             ns->href = xmlStrdup(ToXml(escaped.c_str()));
