@@ -14,7 +14,8 @@ cd "$(dirname "$0")/.."
 seconds="${1:-12}"
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(devmode base64 printticket merge package page pipelineconfig)
+[ ${#targets[@]} -gt 0 ] ||
+    targets=(devmode base64 printticket merge package packagereader page pipelineconfig)
 build=build/fuzz
 sanitizers="address,undefined"
 flags="-fsanitize=fuzzer-no-link,${sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=undefined -g -O1"
@@ -31,11 +32,12 @@ cmake --build "$build" -j2 --target "${targets[@]/#/fuzz_}"
 rm -rf "$build/seeds"
 python3 fuzz/make-seeds.py "$build/seeds"
 
-# Per target: the longest input tried, and the dictionary.
+# Per target: the longest input tried, the dictionary, and whose seeds it starts from.
 declare -A max_len=([devmode]=16384 [base64]=16384 [printticket]=65536 [merge]=65536
-                    [package]=131072 [page]=65536 [pipelineconfig]=8192)
-declare -A dict=([printticket]=printschema [merge]=printschema [package]=package [page]=page
-                 [pipelineconfig]=pipelineconfig)
+                    [package]=131072 [packagereader]=131072 [page]=65536 [pipelineconfig]=8192)
+declare -A dict=([printticket]=printschema [merge]=printschema [package]=package
+                 [packagereader]=package [page]=page [pipelineconfig]=pipelineconfig)
+declare -A seeds=([packagereader]=package)
 
 for target in "${targets[@]}"; do
     corpus="$build/corpus/$target"
@@ -48,7 +50,8 @@ for target in "${targets[@]}"; do
         options+=(-dict="$build/$target.dict")
     fi
     inputs=("$corpus")
-    for folder in "$build/seeds/$target" "fuzz/seeds/$target" "fuzz/regressions/$target"; do
+    seed="${seeds[$target]:-$target}"
+    for folder in "$build/seeds/$seed" "fuzz/seeds/$seed" "fuzz/regressions/$target"; do
         [ -d "$folder" ] && inputs+=("$folder")
     done
     echo "fuzz_$target: ${seconds}s"
