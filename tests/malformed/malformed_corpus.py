@@ -567,9 +567,9 @@ def main():
     if args.table:
         print("\n| Case | Exit | Message | Peak RSS (MiB) | CPU s |\n|---|---|---|---|---|")
         for name, code, summary, rss, seconds in rows:
-            text = summary.replace("|", "\\|")
-            if len(text) > 110:
-                text = text[:107] + "..."
+            text = re.sub(r"\S*/case\d+/", "", summary).replace("|", "\\|")
+            if len(text) > 120:
+                text = text[:117] + "..."
             print(f"| {name} | {code} | {text} | {rss} | {seconds:.2f} |")
     if not args.work:
         shutil.rmtree(work, ignore_errors=True)
