@@ -45,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     std::vector<unsigned char> decoded(static_cast<std::size_t>(length));
     if (Base64Decode(text.data(), count, decoded.data(), &length)) {
         if (length < 0 || static_cast<std::size_t>(length) > decoded.size()) __builtin_trap();
-        DecodesTo(Encode(decoded.data(), length, ZorunUtilities::ATL_BASE64_FLAG_NONE), decoded.data(), length);
+        DecodesTo(Encode(decoded.data(), length, ZorunUtilities::ATL_BASE64_FLAG_NONE),
+                  decoded.data(), length);
     }
 
     const unsigned long flags = data[0] & 3u;  // NOPAD, NOCRLF

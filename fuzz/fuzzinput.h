@@ -46,8 +46,8 @@ inline CComPtr<IStream> StreamOf(std::string_view bytes) {
 inline const std::string& PrivateFolder() {
     static const std::string& folder = *new std::string([] {
         const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                              "/fuzz.XXXXXX";
+        std::string pattern =
+            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/fuzz.XXXXXX";
         if (::mkdtemp(pattern.data()) == nullptr) __builtin_trap();
         std::atexit([] {
             std::error_code ignored;

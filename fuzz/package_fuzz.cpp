@@ -25,8 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     static const PipelineConfig config = DefaultPipelineConfig();
 
     JobOptions job;
-    job.input = fuzzinput::WriteFile("in.xps",
-                                     std::string_view(reinterpret_cast<const char*>(data), size));
+    job.input =
+        fuzzinput::WriteFile("in.xps", std::string_view(reinterpret_cast<const char*>(data), size));
     job.output = fuzzinput::PrivateFolder() + "/out.xps";
     job.limits.maxPartSize = 8u << 20;
     job.limits.maxMarkupSize = 8u << 20;

@@ -241,7 +241,8 @@ private:
         slot.localText.assign(View(local));
         slot.wide.Clear();
         std::string decoded;
-        slot.u = slot.wide.Add(namespaces ? WithAmpersands(slot.uriText, decoded) : std::string_view());
+        slot.u =
+            slot.wide.Add(namespaces ? WithAmpersands(slot.uriText, decoded) : std::string_view());
         slot.l = slot.wide.Add(namespaces ? std::string_view(slot.localText) : std::string_view());
         slot.q = slot.wide.AddJoined(slot.prefixText, slot.localText);
     }
