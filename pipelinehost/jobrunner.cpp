@@ -6,7 +6,6 @@
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 #include "platform/com/atl.h"

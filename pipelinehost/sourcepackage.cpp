@@ -12,10 +12,10 @@
 #include <fstream>
 
 #include "pipelinehost/hosterror.h"
-#include "platform/msxml/domtree.h"
 #include "pipelinehost/partname.h"
 #include "pipelinehost/xpsmarkup.h"
 #include "pipelinehost/xpsnames.h"
+#include "platform/msxml/domtree.h"
 
 namespace pipelinehost {
 
