@@ -41,8 +41,10 @@ ContainerState JobReader::ReadContainer(const SourcePart& part, const std::strin
     for (const Relationship& rel : state.sourceRels) {
         if (!rel.part) continue;
         std::string key = PartKey(*rel.part);
+        // A resource or ticket that is the sequence or a document would send that part twice.
         if (key == PartKey(part.name) ||
-            (m_containerKeys.count(key) != 0 && xps::IsRequiredResource(rel.type))) {
+            (m_containerKeys.count(key) != 0 &&
+             (xps::IsRequiredResource(rel.type) || xps::IsPrintTicket(rel.type)))) {
             throw JobError(ErrorKind::BadPackage,
                            "cyclic relationship: " + part.name + " refers to " + *rel.part);
         }

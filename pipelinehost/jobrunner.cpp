@@ -6,13 +6,14 @@
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
-#include <sstream>
 #include <thread>
 
 #include "platform/com/atl.h"
 #include "platform/com/comobject.h"
 #include "platform/com/unicode.h"
+#include "platform/msxml/domtree.h"
 #include "platform/printpipeline/printstreams.h"
+#include "platform/prntvpt/prntvpt.h"
 #include "platform/win32/kernel.h"
 #include "platform/win32/security.h"
 #include "pipelinehost/defaultticket.h"
@@ -95,21 +96,35 @@ private:
     CComPtr<IXpsDocumentConsumer> m_consumer;
 };
 
+// The per-user ticket file: read up to the ticket size limit (a larger file is refused before
+// it is read whole) and checked to be well-formed XML without a DTD, which the filters' DOM
+// refuses as MSXML does (so a DTD would otherwise only fail the job inside a filter).
 std::string ReadTicketFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) throw JobError(ErrorKind::BadTicket, "cannot open the ticket file " + path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    std::string bytes = text.str();
-    if (bytes.size() > (std::size_t{16} << 20)) {
-        throw JobError(ErrorKind::BadTicket, "the ticket file " + path + " is too large");
+    std::string bytes;
+    char buffer[64 * 1024];
+    while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+        bytes.append(buffer, static_cast<std::size_t>(in.gcount()));
+        if (bytes.size() > platform::kMaxPrintTicketBytes) {
+            throw JobError(ErrorKind::BadTicket,
+                           "the ticket file " + path + " is too large (over " +
+                               std::to_string(platform::kMaxPrintTicketBytes) + " bytes)");
+        }
     }
+    if (in.bad()) throw JobError(ErrorKind::BadTicket, "cannot read the ticket file " + path);
+    platform::msxml::EnsureLibxml();
     xmlDoc* doc = xmlReadMemory(bytes.data(), static_cast<int>(bytes.size()), nullptr, nullptr,
                                 XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     if (doc == nullptr) {
         throw JobError(ErrorKind::BadTicket, "the ticket file " + path + " is not well-formed XML");
     }
+    const bool hasDtd = doc->intSubset != nullptr;
     xmlFreeDoc(doc);
+    if (hasDtd) {
+        throw JobError(ErrorKind::BadTicket,
+                       "the ticket file " + path + " has a DTD, which a PrintTicket may not have");
+    }
     return bytes;
 }
 
@@ -322,7 +337,10 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         std::lock_guard<std::mutex> lock(chain->mutex);
         result.filters = chain->reports;
         result.pages = writer->PagesWritten();
-        if (std::optional<JobError> error = status->Error()) throw *error;
+        // A filter that stops the job closes its output first, so the writer may have failed
+        // for want of parts ("no fixed document sequence"): the filter's own report says more.
+        std::optional<JobError> error = status->Error();
+        if (error && !(chain->stopRequested && error->Kind() == ErrorKind::Filter)) throw *error;
         if (chain->stopRequested) {
             const FilterReport& report = chain->reports[chain->stoppedBy];
             std::string who = "filter \"" + report.name + "\"";
@@ -351,8 +369,12 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
         writer->Commit();
         result.succeeded = true;
     } catch (const JobError& error) {
+        // The first error recorded is the cause, unless both are the filters' and the one
+        // thrown names the filter that stopped the job (see above).
         std::optional<JobError> first = status->Error();
-        result.error = first ? *first : error;
+        const bool filterReport =
+            first && first->Kind() == ErrorKind::Filter && error.Kind() == ErrorKind::Filter;
+        result.error = first && !filterReport ? *first : error;
     } catch (const std::bad_alloc&) {
         result.error = JobError(ErrorKind::Internal, "out of memory");
     } catch (const std::exception& error) {

@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "pipelinehost/hosterror.h"
+#include "platform/msxml/domtree.h"
 
 namespace pipelinehost {
 namespace {
@@ -35,7 +36,7 @@ std::optional<std::string> Attribute(const xmlNode* node, const char* name) {
 }  // namespace
 
 PipelineConfig ParsePipelineConfig(const std::string& xml, const std::string& baseDirectory) {
-    xmlInitParser();
+    platform::msxml::EnsureLibxml();
     xmlDoc* doc = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr,
                                 XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     if (doc == nullptr) Bad("not well-formed XML");

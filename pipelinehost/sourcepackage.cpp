@@ -15,6 +15,7 @@
 #include "pipelinehost/partname.h"
 #include "pipelinehost/xpsmarkup.h"
 #include "pipelinehost/xpsnames.h"
+#include "platform/msxml/domtree.h"
 
 namespace pipelinehost {
 
@@ -136,7 +137,7 @@ SourcePackage::~SourcePackage() {
 
 std::shared_ptr<SourcePackage> SourcePackage::Open(const std::string& path,
                                                    const ReaderLimits& limits) {
-    xmlInitParser();
+    platform::msxml::EnsureLibxml();
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) {
         throw JobError(ErrorKind::InputMissing,

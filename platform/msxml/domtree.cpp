@@ -11,9 +11,17 @@
 
 namespace platform::msxml {
 
+namespace {
+void DiscardLibxmlMessage(void* /*context*/, const char* /*format*/, ...) {}
+}  // namespace
+
 void EnsureLibxml() {
     static std::once_flag once;
-    std::call_once(once, [] { xmlInitParser(); });
+    std::call_once(once, [] {
+        xmlInitParser();
+        xmlThrDefSetGenericErrorFunc(nullptr, &DiscardLibxmlMessage);
+        xmlSetGenericErrorFunc(nullptr, &DiscardLibxmlMessage);
+    });
 }
 
 xmlNode* NextInSubtree(xmlNode* cur, const xmlNode* root) {

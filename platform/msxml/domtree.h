@@ -34,7 +34,11 @@ namespace platform::msxml {
 class DomDocument;
 class NodeCore;
 
-// Initialises libxml2 once per process (thread-safe).
+// Initialises libxml2 once per process (thread-safe) and keeps it from writing to stderr:
+// every parse reports its errors through its caller (a parse error object, an HRESULT, an
+// exception), but libxml2 2.9 prints some of them (an input that its encoding cannot convert,
+// for one) through its generic error channel even when asked not to. The silence applies to the
+// calling thread and to every thread that uses libxml2 afterwards.
 void EnsureLibxml();
 
 inline xmlNode* AsNode(xmlAttr* attribute) {

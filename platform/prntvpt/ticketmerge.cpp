@@ -249,7 +249,34 @@ HRESULT MergeInto(xmlDoc* base, xmlDoc* delta, EPrintTicketScope scope, TicketEr
     return S_OK;
 }
 
+// libxml2 (2.9) writes a namespace declaration's URI between quotes as it stands. A '&' is
+// already held as "&#38;" (the parser keeps it so, without entity substitution), but a '<'
+// (declared in the input as &lt;) would come out as markup that does not parse: in the document
+// about to be written, and then freed, each '<' of a URI is replaced by "&lt;".
+void EscapeNamespaceNames(xmlNode* node) {
+    for (; node != nullptr; node = node->next) {
+        if (node->type != XML_ELEMENT_NODE) continue;
+        for (xmlNs* ns = node->nsDef; ns != nullptr; ns = ns->next) {
+            const std::string_view href =
+                ns->href != nullptr ? reinterpret_cast<const char*>(ns->href) : "";
+            if (href.find('<') == std::string_view::npos) continue;
+            std::string escaped;
+            for (char c : href) {
+                if (c == '<') {
+                    escaped += "&lt;";
+                } else {
+                    escaped += c;
+                }
+            }
+            xmlFree(const_cast<xmlChar*>(ns->href));
+            ns->href = xmlStrdup(ToXml(escaped.c_str()));
+        }
+        EscapeNamespaceNames(node->children);
+    }
+}
+
 HRESULT SerializeTicket(xmlDoc* doc, std::string& out) {
+    EscapeNamespaceNames(xmlDocGetRootElement(doc));
     xmlChar* text = nullptr;
     int size = 0;
     xmlDocDumpFormatMemoryEnc(doc, &text, &size, "UTF-8", 0);

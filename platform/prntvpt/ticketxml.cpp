@@ -8,6 +8,7 @@
 
 #include <mutex>
 
+#include "platform/msxml/domtree.h"
 #include "platform/prntvpt/prntvpt.h"
 
 namespace platform::prntvpt {
@@ -181,8 +182,7 @@ HRESULT FormatErrorCode(TicketRole role) {
 }
 
 XmlDocPtr ParsePrintTicket(std::string_view bytes, TicketRole role, TicketError& error) {
-    static std::once_flag initialised;
-    std::call_once(initialised, [] { xmlInitParser(); });
+    platform::msxml::EnsureLibxml();
 
     if (bytes.empty()) {
         Fail(error, role, "is empty");
