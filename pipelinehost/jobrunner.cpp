@@ -192,7 +192,9 @@ JobResult RunJob(const PipelineConfig& config, const FilterRegistry& registry,
             filters.push_back(modules.Create(registry, filterEntry));
         if (options.output.empty()) throw JobError(ErrorKind::Output, "no output file named");
         CComPtr<JobWriter> writer;
-        writer.Attach(new JobWriter(options.output, status));
+        writer.Attach(options.outputFd >= 0
+                          ? new JobWriter(options.outputFd, options.output, status)
+                          : new JobWriter(options.output, status));
 
         std::vector<CComPtr<PartQueue>> links;
         for (std::size_t i = 0; i + 1 < filters.size(); ++i) {

@@ -30,6 +30,10 @@ HANDLE PlaceholderPrinterHandle();
 struct JobOptions {
     std::string input;
     std::string output;
+    // Not negative: the package goes to this open stream (a pipe, a FIFO, a device) as it is made,
+    // and `output` only names it. Nothing written to a stream can be taken back: a job that
+    // fails leaves what was written.
+    int outputFd = -1;
     std::string ticketFile;  // empty: the embedded default ticket
     std::string printerName = "xpsfilter";
     DWORD jobId = 1;

@@ -138,6 +138,9 @@ PartKind KindOf(IUnknown* part) {
 JobWriter::JobWriter(std::string target, std::shared_ptr<JobStatus> status)
     : m_out(std::move(target)), m_status(std::move(status)) {}
 
+JobWriter::JobWriter(int streamFd, std::string name, std::shared_ptr<JobStatus> status)
+    : m_out(streamFd, std::move(name)), m_status(std::move(status)) {}
+
 template <class Body>
 HRESULT JobWriter::Run(Body&& body) {
     if (m_failed) return m_failure;

@@ -31,6 +31,8 @@ namespace pipelinehost {
 class JobWriter final : public platform::ComObject<IXpsDocumentConsumer> {
 public:
     JobWriter(std::string target, std::shared_ptr<JobStatus> status);
+    // Writes the package to an open stream as it is made (PackageWriter's streaming form).
+    JobWriter(int streamFd, std::string name, std::shared_ptr<JobStatus> status);
 
     HRESULT SendXpsUnknown(IUnknown* unknown) override;
     HRESULT SendXpsDocument(IXpsDocument* document) override;

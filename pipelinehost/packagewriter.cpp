@@ -2,6 +2,8 @@
 // compressed in chunks on a DeflatePool, appended in order by an output thread.
 #include "pipelinehost/packagewriter.h"
 
+#include <fcntl.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,6 +57,16 @@ PackageWriter::PackageWriter(std::string target, unsigned compressionThreads)
     m_temporary = pattern;
     m_fixedTime = FixedEntryTime();
     m_zip = std::make_unique<ZipFileWriter>(m_fd);
+}
+
+PackageWriter::PackageWriter(int streamFd, std::string name)
+    : m_target(std::move(name)), m_threads(DeflatePool::DefaultThreads()) {
+    m_fd = ::fcntl(streamFd, F_DUPFD_CLOEXEC, 0);
+    if (m_fd < 0) {
+        Fail(std::string("cannot write to the stream (") + std::strerror(errno) + ")", m_target);
+    }
+    m_fixedTime = FixedEntryTime();
+    m_zip = std::make_unique<ZipFileWriter>(m_fd, true);
 }
 
 PackageWriter::~PackageWriter() {
@@ -369,6 +381,10 @@ void PackageWriter::Finish() {
 
 void PackageWriter::Commit() {
     if (!m_finished) Finish();
+    if (m_temporary.empty()) {  // a stream: nothing to put in place
+        m_committed = true;
+        return;
+    }
     // mkstemp creates the file 0600: an existing regular target keeps its mode, a new one gets
     // the usual 0666 less the umask. Set before the rename, so the target never has another.
     mode_t mode = 0;

@@ -50,6 +50,11 @@ public:
     // calling thread.
     explicit PackageWriter(std::string target);
     PackageWriter(std::string target, unsigned compressionThreads);
+    // Writes the package to an open stream (a pipe, a FIFO, a device) as it is made, with data
+    // descriptors instead of headers filled in afterwards; `name` names it in messages. The
+    // descriptor is duplicated: the caller keeps its own. Nothing can be taken back from a
+    // stream, so a failed job leaves what was written so far.
+    PackageWriter(int streamFd, std::string name);
     ~PackageWriter();
     PackageWriter(const PackageWriter&) = delete;
     PackageWriter& operator=(const PackageWriter&) = delete;
@@ -68,7 +73,7 @@ public:
 
     // Writes every queued item and the central directory; no more items after this.
     void Finish();
-    // Renames the finished file over the target.
+    // Renames the finished file over the target (a stream: finishes it).
     void Commit();
 
     const std::string& Target() const { return m_target; }

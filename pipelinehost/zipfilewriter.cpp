@@ -14,6 +14,7 @@ namespace {
 constexpr std::uint32_t kLocalHeader = 0x04034b50;
 constexpr std::uint32_t kCentralHeader = 0x02014b50;
 constexpr std::uint32_t kEndOfDirectory = 0x06054b50;
+constexpr std::uint32_t kDataDescriptor = 0x08074b50;
 constexpr std::uint32_t kZip64EndOfDirectory = 0x06064b50;
 constexpr std::uint32_t kZip64Locator = 0x07064b50;
 constexpr std::uint16_t kZip64Extra = 0x0001;
@@ -69,7 +70,7 @@ void DosTime(std::time_t when, bool utc, std::uint16_t& time, std::uint16_t& dat
 
 }  // namespace
 
-ZipFileWriter::ZipFileWriter(int fd) : m_fd(fd) {
+ZipFileWriter::ZipFileWriter(int fd, bool streaming) : m_fd(fd), m_streaming(streaming) {
     m_buffer.reserve(kBufferSize);
 }
 
@@ -132,6 +133,7 @@ void ZipFileWriter::Begin(const ItemInfo& info) {
         if (info.level == 2) item.flags = 4;
         if (info.level == 1) item.flags = 6;
     }
+    if (m_streaming) item.flags |= 8;  // CRC-32 and sizes in a data descriptor after the data
     DosTime(info.mtime, info.utc, item.time, item.date);
     item.offset = m_flushed + m_buffer.size();
     item.zip64Local = info.zip64;
@@ -173,6 +175,21 @@ void ZipFileWriter::End(std::uint32_t crc, std::uint64_t size) {
     item.compressedSize = m_flushed + m_buffer.size() - m_dataStart;
     if (!item.zip64Local && (item.size >= kMax32 || item.compressedSize >= kMax32)) {
         throw std::runtime_error("item " + item.name + " reaches 4 GiB without Zip64 headers");
+    }
+    if (m_streaming) {
+        Bytes descriptor;
+        descriptor.U32(kDataDescriptor);
+        descriptor.U32(item.crc);
+        if (item.zip64Local) {
+            descriptor.U64(item.compressedSize);
+            descriptor.U64(item.size);
+        } else {
+            descriptor.U32(static_cast<std::uint32_t>(item.compressedSize));
+            descriptor.U32(static_cast<std::uint32_t>(item.size));
+        }
+        Put(descriptor.Data().data(), descriptor.Data().size());
+        m_open = false;
+        return;
     }
     Bytes fields;
     fields.U32(item.crc);

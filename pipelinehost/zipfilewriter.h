@@ -15,8 +15,11 @@ namespace pipelinehost {
 
 class ZipFileWriter {
 public:
-    // Writes to the open file descriptor (owned by the caller; not closed here).
-    explicit ZipFileWriter(int fd);
+    // Writes to the open file descriptor (owned by the caller; not closed here). A streaming
+    // writer never goes back: each item's CRC-32 and sizes follow its data in a data descriptor
+    // (general-purpose flag 3), so that the package can go to a pipe, a FIFO or a device as it
+    // is made; otherwise they are written into the item's local header.
+    explicit ZipFileWriter(int fd, bool streaming = false);
     ZipFileWriter(const ZipFileWriter&) = delete;
     ZipFileWriter& operator=(const ZipFileWriter&) = delete;
 
@@ -58,6 +61,7 @@ private:
     void WriteAt(std::uint64_t offset, const void* data, std::size_t size);
 
     int m_fd;
+    bool m_streaming = false;
     std::vector<char> m_buffer;   // bytes not yet written, starting at m_flushed
     std::uint64_t m_flushed = 0;  // file offset of m_buffer's first byte
     std::vector<Item> m_items;

@@ -67,60 +67,65 @@ private:
 };
 
 TEST(ZipFileWriter, ItemsReadBackWithTheirMethodsTimesAndContent) {
-    ZipFile file("container.zip");
-    ASSERT_GE(file.Fd(), 0);
-    const std::string text = testpackages::Page(std::string(5000, 'a'));
-    const std::string large(600 * 1024, 'b');  // larger than the write buffer: patched in the file
-    std::tm when{};
-    when.tm_year = 2021 - 1900;
-    when.tm_mon = 5;
-    when.tm_mday = 14;
-    when.tm_hour = 9;
-    when.tm_min = 30;
-    when.tm_sec = 42;
-    when.tm_isdst = -1;
-    const std::time_t mtime = std::mktime(&when);
-    {
-        ZipFileWriter zip(file.Fd());
-        zip.Begin({"stored.txt", 0, 0, mtime, false});
-        zip.Append("hello", 5);
-        zip.End(Crc("hello"), 5);
-        std::string deflated = Deflate(text);
-        zip.Begin({"Documents/1/Pages/1.fpage", 8, 9, 0, false});
-        zip.Append(deflated.data(), deflated.size() / 2);
-        zip.Append(deflated.data() + deflated.size() / 2, deflated.size() - deflated.size() / 2);
-        zip.End(Crc(text), text.size());
-        zip.Begin({"large.bin", 0, 0, 0, true});  // Zip64 local header
-        zip.Append(large.data(), large.size());
-        zip.End(Crc(large), large.size());
-        zip.Begin({"empty", 0, 0, 0, false});
-        zip.End(Crc(""), 0);
-        EXPECT_EQ(zip.ItemCount(), 4u);
-        zip.Finish();
+    // Headers filled in afterwards, or (streaming) data descriptors after each item's data.
+    for (const bool streaming : {false, true}) {
+        SCOPED_TRACE(streaming ? "streaming" : "headers filled in");
+        ZipFile file(streaming ? "streamed.zip" : "container.zip");
+        ASSERT_GE(file.Fd(), 0);
+        const std::string text = testpackages::Page(std::string(5000, 'a'));
+        const std::string large(600 * 1024, 'b');  // larger than the write buffer
+        std::tm when{};
+        when.tm_year = 2021 - 1900;
+        when.tm_mon = 5;
+        when.tm_mday = 14;
+        when.tm_hour = 9;
+        when.tm_min = 30;
+        when.tm_sec = 42;
+        when.tm_isdst = -1;
+        const std::time_t mtime = std::mktime(&when);
+        {
+            ZipFileWriter zip(file.Fd(), streaming);
+            zip.Begin({"stored.txt", 0, 0, mtime, false});
+            zip.Append("hello", 5);
+            zip.End(Crc("hello"), 5);
+            std::string deflated = Deflate(text);
+            zip.Begin({"Documents/1/Pages/1.fpage", 8, 9, 0, false});
+            zip.Append(deflated.data(), deflated.size() / 2);
+            zip.Append(deflated.data() + deflated.size() / 2,
+                       deflated.size() - deflated.size() / 2);
+            zip.End(Crc(text), text.size());
+            zip.Begin({"large.bin", 0, 0, 0, true});  // Zip64 local header
+            zip.Append(large.data(), large.size());
+            zip.End(Crc(large), large.size());
+            zip.Begin({"empty", 0, 0, 0, false});
+            zip.End(Crc(""), 0);
+            EXPECT_EQ(zip.ItemCount(), 4u);
+            zip.Finish();
+        }
+        std::vector<Item> items = ReadZip(file.Path());
+        ASSERT_EQ(items.size(), 4u);
+        EXPECT_EQ(items[0].name, "stored.txt");
+        EXPECT_EQ(items[0].content, "hello");
+        EXPECT_EQ(items[0].method, ZIP_CM_STORE);
+        EXPECT_EQ(items[1].name, "Documents/1/Pages/1.fpage");
+        EXPECT_TRUE(items[1].content == text);
+        EXPECT_EQ(items[1].method, ZIP_CM_DEFLATE);
+        EXPECT_TRUE(items[2].content == large);
+        EXPECT_EQ(items[3].content, "");
+        int error = 0;
+        zip_t* archive = zip_open(file.Path().c_str(), ZIP_RDONLY, &error);
+        ASSERT_NE(archive, nullptr);
+        zip_stat_t stat;
+        ASSERT_EQ(zip_stat_index(archive, 0, 0, &stat), 0);
+        EXPECT_EQ(stat.mtime, mtime);  // DOS time keeps even seconds
+        ASSERT_EQ(zip_stat_index(archive, 3, 0, &stat), 0);
+        std::tm unknown{};
+        std::time_t dosEpoch = stat.mtime;
+        localtime_r(&dosEpoch, &unknown);
+        EXPECT_EQ(unknown.tm_year, 80);  // no time: 1980-01-01
+        zip_close(archive);
+        EXPECT_TRUE(PythonReads(file.Path(), 4));
     }
-    std::vector<Item> items = ReadZip(file.Path());
-    ASSERT_EQ(items.size(), 4u);
-    EXPECT_EQ(items[0].name, "stored.txt");
-    EXPECT_EQ(items[0].content, "hello");
-    EXPECT_EQ(items[0].method, ZIP_CM_STORE);
-    EXPECT_EQ(items[1].name, "Documents/1/Pages/1.fpage");
-    EXPECT_TRUE(items[1].content == text);
-    EXPECT_EQ(items[1].method, ZIP_CM_DEFLATE);
-    EXPECT_TRUE(items[2].content == large);
-    EXPECT_EQ(items[3].content, "");
-    int error = 0;
-    zip_t* archive = zip_open(file.Path().c_str(), ZIP_RDONLY, &error);
-    ASSERT_NE(archive, nullptr);
-    zip_stat_t stat;
-    ASSERT_EQ(zip_stat_index(archive, 0, 0, &stat), 0);
-    EXPECT_EQ(stat.mtime, mtime);  // DOS time keeps even seconds
-    ASSERT_EQ(zip_stat_index(archive, 3, 0, &stat), 0);
-    std::tm unknown{};
-    std::time_t dosEpoch = stat.mtime;
-    localtime_r(&dosEpoch, &unknown);
-    EXPECT_EQ(unknown.tm_year, 80);  // no time: 1980-01-01
-    zip_close(archive);
-    EXPECT_TRUE(PythonReads(file.Path(), 4));
 }
 
 TEST(ZipFileWriter, MoreThan65535ItemsGetZip64EndRecords) {

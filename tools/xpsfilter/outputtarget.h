@@ -29,11 +29,13 @@ public:
     void WriteText(std::string_view text) const;
     // Copies a finished file to a stream target.
     void CopyToStream(const std::string& file) const;
+    // Opens a stream target for writing (standard output is not opened again); the caller closes
+    // what it gets unless it is STDOUT_FILENO. ToolError(kExitOutput) on failure.
+    int OpenStream() const;
 
 private:
     OutputTarget(std::string name, std::string path, bool stream)
         : m_name(std::move(name)), m_path(std::move(path)), m_stream(stream) {}
-    int OpenStream() const;
     void WriteAll(int fd, const char* data, std::size_t size) const;
     [[noreturn]] void Fail(const std::string& what) const;
 

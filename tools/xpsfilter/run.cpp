@@ -17,7 +17,6 @@
 #include "inputsource.h"
 #include "outputtarget.h"
 #include "pipelinehost/jobrunner.h"
-#include "scratchfolder.h"
 #include "ticketfile.h"
 #include "runsummary.h"
 
@@ -76,9 +75,9 @@ int Run(const RunOptions& options) {
             options.ticket.empty() ? xpsfilter::DataFiles::DefaultTicket() : options.ticket;
         if (!options.ticket.empty()) xpsfilter::CheckPrintTicketFile(options.ticket);
         job.input = inputFile = xpsfilter::InputSource::Path(options.input);
-        // A stream cannot be written back into, as the ZIP writer does: the package is made in
-        // the scratch folder and copied to the stream once complete.
-        job.output = target.IsStream() ? xpsfilter::ScratchFolder() + "/output.xps" : target.Path();
+        // A stream (standard output, a FIFO, a device) gets the package as it is made, its ZIP
+        // items followed by data descriptors; a file is written beside OUT and renamed into place.
+        job.output = target.IsStream() ? target.Name() : target.Path();
         job.printerName = options.printer;
         job.limits.maxPartSize = options.maxPartMiB << 20;
         job.queueCapacity = options.queue;
@@ -95,16 +94,19 @@ int Run(const RunOptions& options) {
                 std::fflush(stderr);
             };
         }
+        struct StreamGuard {
+            int fd = -1;
+            ~StreamGuard() {
+                if (fd >= 0 && fd != STDOUT_FILENO) ::close(fd);
+            }
+        } stream;
+        if (target.IsStream()) job.outputFd = stream.fd = target.OpenStream();
         JobResult result = RunJob(config, registry, job);
         if (terminal) std::fprintf(stderr, "\r\033[K");
         for (const std::string& warning : result.warnings) {
             std::cerr << "xpsfilter: " << options.input << ": warning: " << warning << "\n";
         }
         if (!result.succeeded) return Report(options, job.input, *result.error);
-        if (target.IsStream()) {
-            target.CopyToStream(job.output);
-            ::unlink(job.output.c_str());  // the scratch folder goes at exit; free the room now
-        }
         if (options.json) {
             // Never into the package when the package goes to standard output.
             (target.IsStandardOutput() ? std::cerr : std::cout)
