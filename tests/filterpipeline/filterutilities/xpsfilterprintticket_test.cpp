@@ -98,23 +98,6 @@ TEST(TypedViewScopes, PlatformScopesAndFeatureNamesMapOntoSlots) {
     EXPECT_EQ(Base::GetFeatureScopeFromName(L""), Base::EFilterPtScopeJob);
 }
 
-TEST(TypedViewScopes, TheChangeCounterStartsUninitialised) {
-    XpsFilterPrintTicketBase::PtChangeCounter counter;
-    EXPECT_FALSE(counter.IsInitialized());
-    EXPECT_EQ(counter.Get(), -1);
-    counter.Increment();
-    EXPECT_TRUE(counter.IsInitialized());
-    EXPECT_EQ(counter.Get(), 0);
-    XpsFilterPrintTicketBase::PtChangeCounter copy = counter;
-    EXPECT_TRUE(copy == counter);
-    copy.Increment();
-    EXPECT_TRUE(copy != counter);
-    copy.Set(-1);
-    EXPECT_FALSE(copy.IsInitialized());
-    counter.Reset();
-    EXPECT_TRUE(copy == counter);
-}
-
 TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
     EXPECT_EQ(view.GetScope(), kPTJobScope);
     EXPECT_EQ(view.GetFilterScope(), XpsFilterPrintTicketBase::EFilterPtScopeJob);
