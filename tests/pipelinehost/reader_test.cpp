@@ -66,6 +66,9 @@ std::vector<CComPtr<IUnknown>> Walk(const std::string& path, const ReaderLimits&
 
 TEST(PartNames, CompareWithoutCaseAndResolveRelativeReferences) {
     EXPECT_EQ(PartKey("/Documents/1/Pages/%41.FPAGE"), "/documents/1/pages/a.fpage");
+    // An escape at the very end is decoded too; a cut-off one stays as written.
+    EXPECT_EQ(PartKey("/Resources/Font%41"), "/resources/fonta");
+    EXPECT_EQ(PartKey("/Resources/Font%4"), "/resources/font%4");
     EXPECT_EQ(*ResolvePartReference("/Documents/1/FixedDocument.fdoc", "Pages/1.fpage"),
               "/Documents/1/Pages/1.fpage");
     EXPECT_EQ(*ResolvePartReference("/Documents/1/Pages/1.fpage", "../../../Resources/f.odttf#x"),
