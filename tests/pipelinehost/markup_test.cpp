@@ -82,14 +82,18 @@ TEST(MarkupScan, ReferencesAreReadFromEverySpellingOfAnAttribute) {
         {"name then space then =", "<Glyphs FontUri\n='/F.ttf'/>", {"/F.ttf"}},
         {"valueless attribute first", "<Glyphs x FontUri='/F.ttf'/>", {"/F.ttf"}},
         {"unquoted value ignored", "<Glyphs FontUri=/F.ttf>", {}},
-        {"named references", "<ImageBrush ImageSource='/&lt;&gt;&quot;&apos;.png'/>",
+        {"named references",
+         "<ImageBrush ImageSource='/&lt;&gt;&quot;&apos;.png'/>",
          {"/<>\"'.png"}},
         {"numeric references", "<ImageBrush ImageSource='/A&#66;&#x43;.png'/>", {"/ABC.png"}},
         {"unknown reference kept", "<ImageBrush ImageSource='/A&x;B.png'/>", {"/A&x;B.png"}},
         {"unterminated reference kept", "<ImageBrush ImageSource='/A&amp'/>", {"/A&amp"}},
-        {"processing instruction skipped", "<?pi <Glyphs FontUri='/No.ttf'/> ?><Glyphs "
-         "FontUri='/F.ttf'/>", {"/F.ttf"}},
-        {"end tags and declarations skipped", "</Canvas><!ELEMENT x><Glyphs FontUri='/F.ttf'/>",
+        {"processing instruction skipped",
+         "<?pi <Glyphs FontUri='/No.ttf'/> ?><Glyphs "
+         "FontUri='/F.ttf'/>",
+         {"/F.ttf"}},
+        {"end tags and declarations skipped",
+         "</Canvas><!ELEMENT x><Glyphs FontUri='/F.ttf'/>",
          {"/F.ttf"}},
     };
     for (const auto& row : rows) {
@@ -126,23 +130,24 @@ TEST(PackageXml, DamagedDocumentsAreRefusedNamingThePart) {
         std::function<void()> parse;
         const char* message;
     } rows[] = {
-        {"relationships not XML", [] { ParseRelationships("<Relationships", "/a", "/_rels/.rels"); },
+        {"relationships not XML",
+         [] { ParseRelationships("<Relationships", "/a", "/_rels/.rels"); },
          "/_rels/.rels is not well-formed XML"},
-        {"relationships wrong root",
-         [] { ParseRelationships("<Types/>", "/a", "/_rels/.rels"); },
+        {"relationships wrong root", [] { ParseRelationships("<Types/>", "/a", "/_rels/.rels"); },
          "/_rels/.rels is not a Relationships document"},
         {"relationship without target",
          [&] {
-             ParseRelationships("<Relationships xmlns='" + rels + "'><Relationship Id='r' Type='t'/>"
-                                "</Relationships>", "/a", "/_rels/.rels");
+             ParseRelationships("<Relationships xmlns='" + rels +
+                                    "'><Relationship Id='r' Type='t'/>"
+                                    "</Relationships>",
+                                "/a", "/_rels/.rels");
          },
          "without Target or Type"},
         {"content types wrong root", [] { ParseContentTypes("<Relationships/>"); },
          "[Content_Types].xml is not a Types document"},
         {"content types with a DTD", [] { ParseContentTypes("<!DOCTYPE Types []><Types/>"); },
          "has a DTD"},
-        {"listing wrong root",
-         [] { ParseListing("<FixedDocument/>", "/FixedDocSeq.fdseq", true); },
+        {"listing wrong root", [] { ParseListing("<FixedDocument/>", "/FixedDocSeq.fdseq", true); },
          "/FixedDocSeq.fdseq is not a FixedDocumentSequence"},
         {"entry without Source",
          [&] {

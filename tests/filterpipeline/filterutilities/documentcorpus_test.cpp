@@ -233,8 +233,7 @@ TEST_P(TicketCorpus, PrivatePrefixFixUpReparsesWithTheSameNamespaces) {
     EXPECT_EQ(PrefixText(again.GetFrameworkNsPrefix()), PrefixText(ticket.GetFrameworkNsPrefix()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Tickets, TicketCorpus, ::testing::ValuesIn(Files("tickets")),
-                         FileName);
+INSTANTIATE_TEST_SUITE_P(Tickets, TicketCorpus, ::testing::ValuesIn(Files("tickets")), FileName);
 
 TEST_P(CapabilitiesCorpus, LoadsAsCapabilitiesWithTheDeclaredPrefixes) {
     PrintCapabilitiesXmlDocument capabilities(m_dom);

@@ -53,8 +53,8 @@ TEST(ComRuntime, MemoryStreamReadsWritesSeeksAndStats) {
 TEST(Unicode, RepairsRatherThanFails) {
     EXPECT_EQ(platform::Utf8ToWide("a\xC3\xA9"), L"a\u00E9");
     EXPECT_EQ(platform::Utf8ToWide("\xF0\x9F\x98\x80"), std::wstring(1, wchar_t(0x1F600)));
-    EXPECT_EQ(platform::Utf8ToWide("x\xC3"), L"x\uFFFD");         // truncated sequence
-    EXPECT_EQ(platform::Utf8ToWide("\xED\xA0\x80"), L"\uFFFD");   // encoded surrogate
+    EXPECT_EQ(platform::Utf8ToWide("x\xC3"), L"x\uFFFD");        // truncated sequence
+    EXPECT_EQ(platform::Utf8ToWide("\xED\xA0\x80"), L"\uFFFD");  // encoded surrogate
     EXPECT_EQ(platform::WideToUtf8(std::wstring(1, wchar_t(0x1F600))), "\xF0\x9F\x98\x80");
     const wchar_t pair[] = {wchar_t(0xD83D), wchar_t(0xDE00), 0};
     EXPECT_EQ(platform::WideToUtf8(pair), "\xF0\x9F\x98\x80");
