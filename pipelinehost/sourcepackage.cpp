@@ -169,10 +169,9 @@ namespace {
 
 void CheckPartSize(const std::string& name, std::uint64_t size, const ReaderLimits& limits) {
     if (size > limits.maxPartSize) {
-        throw JobError(ErrorKind::LimitExceeded, "part " + name + " declares " +
-                                                     std::to_string(size) +
-                                                     " bytes, above the limit of " +
-                                                     std::to_string(limits.maxPartSize));
+        throw JobError(ErrorKind::LimitExceeded,
+                       "part " + name + " declares " + std::to_string(size) +
+                           " bytes, above the limit of " + std::to_string(limits.maxPartSize));
     }
 }
 
@@ -229,10 +228,9 @@ SourcePart JoinPieces(const std::vector<std::pair<PieceName, ZipItem>>& pieces,
         part.size += item.size;
     }
     if (!pieces.back().first.last) {
-        throw JobError(ErrorKind::BadPackage,
-                       "part " + name +
-                           " is incomplete: its last piece ([n].last.piece) "
-                           "is missing");
+        throw JobError(ErrorKind::BadPackage, "part " + name +
+                                                  " is incomplete: its last piece ([n].last.piece) "
+                                                  "is missing");
     }
     CheckPartSize(name, part.size, limits);
     return part;

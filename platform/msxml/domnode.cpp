@@ -38,12 +38,10 @@ DOMNodeType NodeTypeOf(const xmlNode* node) {
     }
 }
 
-
 bool IsTextLike(const xmlNode* node) {
     return node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE ||
            node->type == XML_COMMENT_NODE || node->type == XML_PI_NODE;
 }
-
 
 HRESULT ReturnEmpty(BSTR* out) {
     return ReturnBstr({}, out);

@@ -17,7 +17,6 @@ bool IsContainer(const xmlNode* node) {
            node->type == XML_DOCUMENT_FRAG_NODE;
 }
 
-
 // ---- Helpers ----------------------------------------------------------------------------------
 
 std::string QualifiedName(const xmlNode* node) {

@@ -346,7 +346,6 @@ private:
     bool m_attributesPlaced = false;
 };
 
-
 }  // namespace
 
 DevmodeDescription ParseDevmodeDescription(const std::string& text) {

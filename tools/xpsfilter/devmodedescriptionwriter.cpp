@@ -116,7 +116,6 @@ void DescribePluginHeader(const OemDevmode::Location& where, const DEVMODEW& pub
             "the plug-in part is not version 1 with layout word 5900: "
             "GetDevmodeFromPrintTicket refuses it");
     }
-
 }
 
 // The records, in order, bounds-checked as the library walks them: the first attribute record as

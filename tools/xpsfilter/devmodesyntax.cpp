@@ -51,8 +51,8 @@ const PublicField* FindPublicField(std::string_view name) {
     return nullptr;
 }
 
-const char* const kUnitNames[11] = {"in", "pt", "mm", "cm", "px96", "twip",
-                                   "tenthmm", "hundredthin", "um", "hundredthmm", "mil"};
+const char* const kUnitNames[11] = {"in",      "pt",          "mm", "cm",          "px96", "twip",
+                                    "tenthmm", "hundredthin", "um", "hundredthmm", "mil"};
 
 std::string_view Trim(std::string_view text) {
     while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
