@@ -31,46 +31,47 @@ PrintSchemaXmlDocument TicketDocument(const std::wstring& xml) {
 
 // --- Construction and prefixes ---
 
-TEST(PrintSchemaDocumentPrefixes, StandardTicketWithoutPrivateNamespace) {
-    PrintSchemaXmlDocument document = TicketDocument(Ticket(L""));
-    EXPECT_EQ(Wide(document.GetFrameworkNsPrefix()), L"psf:");
-    EXPECT_EQ(Wide(document.GetKeywordsNsPrefix()), L"psk:");
-    EXPECT_EQ(Wide(document.GetUserKeywordsNsPrefix()), L"ns0000:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaNsPrefix()), L"xsd:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaInstanceNsPrefix()), L"xsi:");
-    EXPECT_EQ(Wide(document.GetNsPrefix(PrintSchema::MsPrintTicketFrameworkNamespace)), L"psf:");
-    EXPECT_EQ(Wide(document.GetNsPrefix(PrintSchema::MsPrintTicketKeywordsNamespace)), L"psk:");
-    EXPECT_EQ(Wide(document.GetNsPrefix(PrintSchema::MsPrintTicketUserKeywordsNamespace)),
-              L"ns0000:");
-    EXPECT_TRUE(document.HasDomDocument());
-    ASSERT_NE(document.GetRootNode(), nullptr);
-    CComBSTR rootName;
-    document.GetRootNode()->get_nodeName(&rootName);
-    EXPECT_EQ(Wide(rootName), L"psf:PrintTicket");
-}
-
-TEST(PrintSchemaDocumentPrefixes, AnyPrefixesAreDiscoveredAndUsedForSelection) {
-    const std::wstring xml = L"<p:PrintTicket xmlns:p='" + kFramework + L"' xmlns:k='" + kKeywords +
-                             L"' xmlns:xs='" + kSchema + L"' xmlns:i='" + kInstance +
-                             L"'><p:Feature name='k:A'/></p:PrintTicket>";
-    CComPtr<IXMLDOMDocument2> dom = LoadXml(xml);
-    PrintSchemaXmlDocument document(L"PrintTicket", dom);
-    EXPECT_EQ(Wide(document.GetFrameworkNsPrefix()), L"p:");
-    EXPECT_EQ(Wide(document.GetKeywordsNsPrefix()), L"k:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaNsPrefix()), L"xs:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaInstanceNsPrefix()), L"i:");
-    EXPECT_EQ(Wide(Property(dom, L"SelectionNamespaces")), L"xmlns:p='" + kFramework + L"'");
-    EXPECT_EQ(Wide(Property(dom, L"SelectionLanguage")), L"XPath");
+// The prefixes are whatever the document declares (absent optional namespaces give null, the
+// user keywords fall back to "ns0000:"), and queries select with the framework's.
+TEST(PrintSchemaDocumentPrefixes, ThePrefixesAreTheDocumentsOwn) {
+    auto text = [](const CComBSTR& prefix) {
+        return prefix.m_str == nullptr ? std::wstring(L"<null>") : Wide(prefix);
+    };
+    const struct {
+        const char* name;
+        std::wstring xml;
+        std::vector<std::wstring> prefixes;  // framework, keywords, user, schema, instance
+    } rows[] = {
+        {"standard", Ticket(L""), {L"psf:", L"psk:", L"ns0000:", L"xsd:", L"xsi:"}},
+        {"any prefixes",
+         L"<p:PrintTicket xmlns:p='" + kFramework + L"' xmlns:k='" + kKeywords + L"' xmlns:xs='" +
+             kSchema + L"' xmlns:i='" + kInstance + L"'><p:Feature name='k:A'/></p:PrintTicket>",
+         {L"p:", L"k:", L"ns0000:", L"xs:", L"i:"}},
+        {"framework only",
+         L"<psf:PrintTicket xmlns:psf='" + kFramework + L"'/>",
+         {L"psf:", L"<null>", L"ns0000:", L"<null>", L"<null>"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CComPtr<IXMLDOMDocument2> dom = LoadXml(row.xml);
+        PrintSchemaXmlDocument document(L"PrintTicket", dom);
+        EXPECT_EQ(
+            (std::vector<std::wstring>{
+                text(document.GetFrameworkNsPrefix()), text(document.GetKeywordsNsPrefix()),
+                text(document.GetUserKeywordsNsPrefix()), text(document.GetXmlSchemaNsPrefix()),
+                text(document.GetXmlSchemaInstanceNsPrefix())}),
+            row.prefixes);
+        EXPECT_EQ(text(document.GetNsPrefix(PrintSchema::MsPrintTicketFrameworkNamespace)),
+                  row.prefixes[0]);
+        EXPECT_EQ(text(document.GetNsPrefix(PrintSchema::MsPrintTicketUserKeywordsNamespace)),
+                  row.prefixes[2]);
+        EXPECT_EQ(Wide(Property(dom, L"SelectionNamespaces")),
+                  L"xmlns:" + row.prefixes[0].substr(0, row.prefixes[0].size() - 1) + L"='" +
+                      kFramework + L"'");
+        EXPECT_EQ(Wide(Property(dom, L"SelectionLanguage")), L"XPath");
+    }
+    PrintSchemaXmlDocument document = TicketDocument(rows[1].xml);
     EXPECT_EQ(document.QueryNode(L"//p:Feature[@name = 'k:A']"), S_OK);
-}
-
-TEST(PrintSchemaDocumentPrefixes, UndeclaredOptionalNamespacesStayNull) {
-    PrintSchemaXmlDocument document =
-        TicketDocument(L"<psf:PrintTicket xmlns:psf='" + kFramework + L"'/>");
-    EXPECT_EQ(document.GetKeywordsNsPrefix().m_str, nullptr);
-    EXPECT_EQ(document.GetXmlSchemaNsPrefix().m_str, nullptr);
-    EXPECT_EQ(document.GetXmlSchemaInstanceNsPrefix().m_str, nullptr);
-    EXPECT_EQ(Wide(document.GetUserKeywordsNsPrefix()), L"ns0000:");
 }
 
 TEST(PrintSchemaDocumentPrefixes, InvalidNamespaceSelectorThrowsInvalidArg) {
