@@ -166,53 +166,96 @@ std::shared_ptr<SourcePackage> SourcePackage::Open(const std::string& path,
     return package;
 }
 
+namespace {
+
+void CheckPartSize(const std::string& name, std::uint64_t size, const ReaderLimits& limits) {
+    if (size > limits.maxPartSize) {
+        throw JobError(ErrorKind::LimitExceeded,
+                       "part " + name + " declares " + std::to_string(size) +
+                           " bytes, above the limit of " + std::to_string(limits.maxPartSize));
+    }
+}
+
+// The central-directory entry `i`, refused when it is encrypted or compressed in a way the
+// reader does not inflate; nothing for a directory entry.
+std::optional<ZipItem> ReadZipItem(zip_t* zip, zip_int64_t i, const std::string& path) {
+    zip_stat_t st;
+    zip_stat_init(&st);
+    if (zip_stat_index(zip, static_cast<zip_uint64_t>(i), 0, &st) != 0 || st.name == nullptr) {
+        throw JobError(ErrorKind::NotZip, "cannot read the ZIP directory of " + path);
+    }
+    std::string itemName = st.name;
+    if (!itemName.empty() && itemName.back() == '/') return std::nullopt;  // directory entry
+    if (st.encryption_method != ZIP_EM_NONE) {
+        throw JobError(ErrorKind::BadPackage, "ZIP item " + itemName + " is encrypted");
+    }
+    if (st.comp_method != ZIP_CM_STORE && st.comp_method != ZIP_CM_DEFLATE) {
+        throw JobError(ErrorKind::BadPackage, "ZIP item " + itemName +
+                                                  " uses an unsupported compression method (" +
+                                                  std::to_string(st.comp_method) + ")");
+    }
+    ZipItem item;
+    item.index = static_cast<std::uint64_t>(i);
+    item.name = itemName;
+    item.size = st.size;
+    item.compressedSize = st.comp_size;
+    item.crc = st.crc;
+    item.method = st.comp_method;
+    item.mtime = st.mtime;
+    return item;
+}
+
+// One logical part from its pieces ([n].piece ... [n].last.piece), which must run from 0 without
+// gaps or repeats and end with the last piece.
+SourcePart JoinPieces(const std::vector<std::pair<PieceName, ZipItem>>& pieces,
+                      const ReaderLimits& limits) {
+    const std::string& name = pieces.front().first.partName;
+    SourcePart part;
+    part.name = name;
+    part.pieced = true;
+    for (std::size_t n = 0; n < pieces.size(); ++n) {
+        const auto& [piece, item] = pieces[n];
+        if (piece.number != n) {
+            throw JobError(ErrorKind::BadPackage,
+                           "piece " + item.name + " of part " + name +
+                               " is out of order or duplicated (expected piece " +
+                               std::to_string(n) + ")");
+        }
+        if (piece.last && n + 1 != pieces.size()) {
+            throw JobError(ErrorKind::BadPackage,
+                           "part " + name + " has pieces after its last piece " + item.name);
+        }
+        part.items.push_back(item);
+        part.size += item.size;
+    }
+    if (!pieces.back().first.last) {
+        throw JobError(ErrorKind::BadPackage, "part " + name +
+                                                  " is incomplete: its last piece ([n].last.piece) "
+                                                  "is missing");
+    }
+    CheckPartSize(name, part.size, limits);
+    return part;
+}
+
+}  // namespace
+
 void SourcePackage::Index() {
     zip_int64_t count = zip_get_num_entries(m_zip, 0);
-    // Pieces are collected per logical part: number -> item, in central-directory order.
-    struct PieceSet {
-        std::vector<std::pair<PieceName, ZipItem>> pieces;
-    };
-    std::map<std::string, PieceSet> pieceSets;
+    // Pieces are collected per logical part (key -> pieces, in central-directory order).
+    std::map<std::string, std::vector<std::pair<PieceName, ZipItem>>> pieceSets;
     std::map<std::string, std::size_t> firstSeen;  // key -> order of first item
     std::vector<std::pair<std::size_t, SourcePart>> ordered;
     std::map<std::string, std::size_t> plainByKey;
 
     for (zip_int64_t i = 0; i < count; ++i) {
-        zip_stat_t st;
-        zip_stat_init(&st);
-        if (zip_stat_index(m_zip, static_cast<zip_uint64_t>(i), 0, &st) != 0 ||
-            st.name == nullptr) {
-            throw JobError(ErrorKind::NotZip, "cannot read the ZIP directory of " + m_path);
-        }
-        std::string itemName = st.name;
-        if (!itemName.empty() && itemName.back() == '/') continue;  // directory entry
-        if (st.encryption_method != ZIP_EM_NONE) {
-            throw JobError(ErrorKind::BadPackage, "ZIP item " + itemName + " is encrypted");
-        }
-        if (st.comp_method != ZIP_CM_STORE && st.comp_method != ZIP_CM_DEFLATE) {
-            throw JobError(ErrorKind::BadPackage, "ZIP item " + itemName +
-                                                      " uses an unsupported compression method (" +
-                                                      std::to_string(st.comp_method) + ")");
-        }
-        ZipItem item;
-        item.index = static_cast<std::uint64_t>(i);
-        item.name = itemName;
-        item.size = st.size;
-        item.compressedSize = st.comp_size;
-        item.crc = st.crc;
-        item.method = st.comp_method;
-        item.mtime = st.mtime;
-        std::string partName = PartNameFromItem(itemName);
-        if (item.size > m_limits.maxPartSize) {
-            throw JobError(ErrorKind::LimitExceeded, "part " + partName + " declares " +
-                                                         std::to_string(item.size) +
-                                                         " bytes, above the limit of " +
-                                                         std::to_string(m_limits.maxPartSize));
-        }
+        std::optional<ZipItem> item = ReadZipItem(m_zip, i, m_path);
+        if (!item) continue;
+        std::string partName = PartNameFromItem(item->name);
+        CheckPartSize(partName, item->size, m_limits);
         if (std::optional<PieceName> piece = ParsePieceName(partName)) {
             std::string key = PartKey(piece->partName);
             firstSeen.emplace(key, static_cast<std::size_t>(i));
-            pieceSets[key].pieces.emplace_back(*piece, item);
+            pieceSets[key].emplace_back(*piece, *item);
             continue;
         }
         std::string key = PartKey(partName);
@@ -223,49 +266,18 @@ void SourcePackage::Index() {
         }
         SourcePart part;
         part.name = partName;
-        part.size = item.size;
-        part.items.push_back(item);
+        part.size = item->size;
+        part.items.push_back(*item);
         plainByKey[key] = ordered.size();
         ordered.emplace_back(static_cast<std::size_t>(i), std::move(part));
     }
 
-    for (auto& [key, set] : pieceSets) {
-        const std::string& name = set.pieces.front().first.partName;
+    for (auto& [key, pieces] : pieceSets) {
         if (plainByKey.count(key) != 0) {
-            throw JobError(ErrorKind::BadPackage,
-                           "part " + name + " is stored both whole and as pieces");
+            throw JobError(ErrorKind::BadPackage, "part " + pieces.front().first.partName +
+                                                      " is stored both whole and as pieces");
         }
-        SourcePart part;
-        part.name = name;
-        part.pieced = true;
-        for (std::size_t n = 0; n < set.pieces.size(); ++n) {
-            const auto& [piece, item] = set.pieces[n];
-            if (piece.number != n) {
-                throw JobError(ErrorKind::BadPackage,
-                               "piece " + item.name + " of part " + name +
-                                   " is out of order or duplicated (expected piece " +
-                                   std::to_string(n) + ")");
-            }
-            if (piece.last && n + 1 != set.pieces.size()) {
-                throw JobError(ErrorKind::BadPackage,
-                               "part " + name + " has pieces after its last piece " + item.name);
-            }
-            part.items.push_back(item);
-            part.size += item.size;
-        }
-        if (!set.pieces.back().first.last) {
-            throw JobError(ErrorKind::BadPackage,
-                           "part " + name +
-                               " is incomplete: its last piece ([n].last.piece) "
-                               "is missing");
-        }
-        if (part.size > m_limits.maxPartSize) {
-            throw JobError(ErrorKind::LimitExceeded, "part " + name + " declares " +
-                                                         std::to_string(part.size) +
-                                                         " bytes, above the limit of " +
-                                                         std::to_string(m_limits.maxPartSize));
-        }
-        ordered.emplace_back(firstSeen[key], std::move(part));
+        ordered.emplace_back(firstSeen[key], JoinPieces(pieces, m_limits));
     }
     std::stable_sort(ordered.begin(), ordered.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });

@@ -394,6 +394,16 @@ private:
     }
 
     void Step(char c) {
+        if (m_state >= State::ElementName) {
+            StepInStartTag(c);
+        } else {
+            StepOutsideStartTag(c);
+        }
+    }
+
+    // Text, the start of a tag, and what is skipped whole: comments, CDATA sections,
+    // processing instructions and end tags. A DTD is refused.
+    void StepOutsideStartTag(char c) {
         switch (m_state) {
             case State::Text:
                 if (c == '<') m_state = State::TagOpen;
@@ -442,6 +452,14 @@ private:
             case State::EndTag:
                 if (c == '>') m_state = State::Text;
                 break;
+            default:
+                break;
+        }
+    }
+
+    // An element's name and its attributes, up to the '>' that closes the start tag.
+    void StepInStartTag(char c) {
+        switch (m_state) {
             case State::ElementName:
                 if (Space(c) || c == '/') {
                     m_state = State::InTag;
@@ -496,6 +514,8 @@ private:
                 } else if (m_value.size() < kValueCap) {
                     m_value.push_back(c);
                 }
+                break;
+            default:
                 break;
         }
     }

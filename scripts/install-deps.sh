@@ -7,7 +7,7 @@ packages=(
     build-essential cmake ninja-build pkg-config ccache
     libxml2-dev libzip-dev zlib1g-dev libcli11-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    clang libclang-rt-14-dev
+    clang libclang-rt-14-dev gcovr
     mupdf-tools libgxps-utils ghostscript fonts-dejavu-core python3
     unzip man-db groff-base
     libcups2-dev cups cups-client

@@ -31,6 +31,8 @@ struct SplitName {
     bool hasPrefix = false;
 };
 SplitName Split(std::string_view qname);
+// Whether node may have children: an element, the document or a fragment.
+bool IsContainer(const xmlNode* node);
 // The text value of an attribute (its text children).
 std::string AttributeValue(const xmlAttr* attribute);
 // The concatenated text and CDATA content below node.

@@ -112,7 +112,19 @@ private:
         return true;
     }
 
+    // Reads one conversion after its '%': flags, width, precision, size prefix and type.
     bool Parse(const C*& p, Conversion& conv) {
+        ParseFlags(p, conv);
+        if (!ParseWidth(p, conv) || !ParsePrecision(p, conv)) return false;
+        ParseSize(p, conv);
+        if (*p == 0) return false;
+        C type = *p++;
+        if (type < 0x20 || type > 0x7E) return false;
+        conv.type = static_cast<char>(type);
+        return true;
+    }
+
+    static void ParseFlags(const C*& p, Conversion& conv) {
         for (;; ++p) {
             if (*p == '-') {
                 conv.leftAlign = true;
@@ -124,6 +136,10 @@ private:
             }
             conv.flags.push_back(static_cast<char>(*p));
         }
+    }
+
+    // A width written out or taken from the arguments ('*'; negative means left-aligned).
+    bool ParseWidth(const C*& p, Conversion& conv) {
         if (*p == '*') {
             ++p;
             int width = va_arg(m_args.ap, int);
@@ -139,18 +155,26 @@ private:
             if (!ReadNumber(p, conv.width)) return false;
             if (*p == '$') return false;  // positional arguments are not supported
         }
-        if (*p == '.') {
+        return true;
+    }
+
+    // '.' and a precision written out or taken from the arguments (negative means none).
+    bool ParsePrecision(const C*& p, Conversion& conv) {
+        if (*p != '.') return true;
+        ++p;
+        if (*p == '*') {
             ++p;
-            if (*p == '*') {
-                ++p;
-                int precision = va_arg(m_args.ap, int);
-                if (precision > kMaxFormatWidth) return false;
-                conv.precision = precision < 0 ? -1 : precision;
-            } else {
-                conv.precision = 0;
-                if (!ReadNumber(p, conv.precision)) return false;
-            }
+            int precision = va_arg(m_args.ap, int);
+            if (precision > kMaxFormatWidth) return false;
+            conv.precision = precision < 0 ? -1 : precision;
+            return true;
         }
+        conv.precision = 0;
+        return ReadNumber(p, conv.precision);
+    }
+
+    // The size prefixes of C and of Microsoft's runtime (h, hh, l, ll, L, w, z, t, j, I, I32, I64).
+    static void ParseSize(const C*& p, Conversion& conv) {
         switch (*p) {
             case 'h':
                 ++p;
@@ -203,11 +227,6 @@ private:
             default:
                 break;
         }
-        if (*p == 0) return false;
-        C type = *p++;
-        if (type < 0x20 || type > 0x7E) return false;
-        conv.type = static_cast<char>(type);
-        return true;
     }
 
     bool Emit(const Conversion& conv) {

@@ -115,6 +115,25 @@ bool ReadString(Cursor& payload, std::wstring& text, std::string& error) {
     return true;
 }
 
+// A collection's payload: its member count, a reserved word and the members, nested at most
+// kMaxCollectionDepth deep.
+bool ReadCollection(Cursor& payload, std::int32_t featureId, bool specified, int depth,
+                    AttributeBytesRawList& list, std::string& error) {
+    std::uint16_t count = 0, reserved = 0;
+    if (depth >= PersistentAttributesLimits::kMaxCollectionDepth) {
+        error = "collections nested too deep";
+        return false;
+    }
+    if (!payload.U16(count) || !payload.U16(reserved) || reserved != 0) {
+        error = "collection header damaged";
+        return false;
+    }
+    AttributeBytesRawList nested;
+    if (!ReadList(payload, count, depth + 1, nested, error)) return false;
+    list.Add(AttributeBytesItem::MakeCollection(featureId, std::move(nested), specified));
+    return true;
+}
+
 bool ReadAttribute(Cursor& cursor, int depth, AttributeBytesRawList& list, std::string& error) {
     std::int32_t featureId = 0;
     std::uint8_t type = 0, flags = 0;
@@ -177,21 +196,8 @@ bool ReadAttribute(Cursor& cursor, int depth, AttributeBytesRawList& list, std::
             list.Add(AttributeBytesItem::MakeString(featureId, std::move(text), specified));
             return true;
         }
-        case AttributeBytesType::Collection: {
-            std::uint16_t count = 0, reserved = 0;
-            if (depth >= PersistentAttributesLimits::kMaxCollectionDepth) {
-                error = "collections nested too deep";
-                return false;
-            }
-            if (!payload.U16(count) || !payload.U16(reserved) || reserved != 0) {
-                error = "collection header damaged";
-                return false;
-            }
-            AttributeBytesRawList nested;
-            if (!ReadList(payload, count, depth + 1, nested, error)) return false;
-            list.Add(AttributeBytesItem::MakeCollection(featureId, std::move(nested), specified));
-            return true;
-        }
+        case AttributeBytesType::Collection:
+            return ReadCollection(payload, featureId, specified, depth, list, error);
     }
     error = "attribute of an unknown type";
     return false;

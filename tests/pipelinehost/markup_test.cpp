@@ -1,9 +1,12 @@
-// Tests of the markup reference scan: the references a page names, found the same whether the
-// markup arrives in one read or in pieces cut anywhere (inside names, values, comments).
+// Tests of the XML the host reads itself: the references a page names, found the same whether
+// the markup arrives in one read or in pieces cut anywhere (inside names, values, comments),
+// in UTF-8 or UTF-16, with character references undone; damaged relationships, content types and
+// document listings refused naming the part; the escaping of what the host writes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -66,6 +69,123 @@ TEST(MarkupScan, ADtdIsRefusedEvenWhenSplit) {
     for (std::size_t piece : {std::size_t{1}, std::size_t{5}, markup.size()}) {
         EXPECT_THROW(Scan(markup, piece), JobError) << "pieces of " << piece;
     }
+}
+
+// Attribute spellings producers write: quotes of either kind, spaces around '=', references.
+TEST(MarkupScan, ReferencesAreReadFromEverySpellingOfAnAttribute) {
+    const struct {
+        const char* name;
+        std::string markup;
+        std::vector<std::string> parts;
+    } rows[] = {
+        {"spaces around =", "<Glyphs FontUri = '/F.ttf' />", {"/F.ttf"}},
+        {"name then space then =", "<Glyphs FontUri\n='/F.ttf'/>", {"/F.ttf"}},
+        {"valueless attribute first", "<Glyphs x FontUri='/F.ttf'/>", {"/F.ttf"}},
+        {"unquoted value ignored", "<Glyphs FontUri=/F.ttf>", {}},
+        {"named references",
+         "<ImageBrush ImageSource='/&lt;&gt;&quot;&apos;.png'/>",
+         {"/<>\"'.png"}},
+        {"numeric references", "<ImageBrush ImageSource='/A&#66;&#x43;.png'/>", {"/ABC.png"}},
+        {"unknown reference kept", "<ImageBrush ImageSource='/A&x;B.png'/>", {"/A&x;B.png"}},
+        {"unterminated reference kept", "<ImageBrush ImageSource='/A&amp'/>", {"/A&amp"}},
+        {"processing instruction skipped",
+         "<?pi <Glyphs FontUri='/No.ttf'/> ?><Glyphs "
+         "FontUri='/F.ttf'/>",
+         {"/F.ttf"}},
+        {"end tags and declarations skipped",
+         "</Canvas><!ELEMENT x><Glyphs FontUri='/F.ttf'/>",
+         {"/F.ttf"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(Scan(row.markup, row.markup.size()), row.parts);
+        EXPECT_EQ(Scan(row.markup, 1), row.parts);
+    }
+}
+
+std::string Utf16Le(const std::string& ascii) {
+    std::string wide = "\xFF\xFE";
+    for (char c : ascii) {
+        wide.push_back(c);
+        wide.push_back('\0');
+    }
+    return wide;
+}
+
+TEST(MarkupScan, Utf16MarkupIsCheckedByLibxml2) {
+    const std::string page =
+        "<FixedPage xmlns='http://schemas.microsoft.com/xps/2005/06'>"
+        "<Glyphs FontUri='/F.ttf'/><ImageBrush ImageSource='../I.png'/></FixedPage>";
+    const std::vector<std::string> expected = {"/F.ttf", "/Documents/1/I.png"};
+    EXPECT_EQ(Scan(Utf16Le(page), 3), expected);
+    EXPECT_THROW(Scan(Utf16Le("<!DOCTYPE FixedPage []><FixedPage/>"), 64), JobError);
+    EXPECT_THROW(Scan(Utf16Le("<FixedPage><Glyphs></FixedPage>"), 64), JobError);
+}
+
+TEST(PackageXml, DamagedDocumentsAreRefusedNamingThePart) {
+    const std::string rels = "http://schemas.openxmlformats.org/package/2006/relationships";
+    const std::string xps = "http://schemas.microsoft.com/xps/2005/06";
+    const struct {
+        const char* name;
+        std::function<void()> parse;
+        const char* message;
+    } rows[] = {
+        {"relationships not XML",
+         [] { ParseRelationships("<Relationships", "/a", "/_rels/.rels"); },
+         "/_rels/.rels is not well-formed XML"},
+        {"relationships wrong root", [] { ParseRelationships("<Types/>", "/a", "/_rels/.rels"); },
+         "/_rels/.rels is not a Relationships document"},
+        {"relationship without target",
+         [&] {
+             ParseRelationships("<Relationships xmlns='" + rels +
+                                    "'><Relationship Id='r' Type='t'/>"
+                                    "</Relationships>",
+                                "/a", "/_rels/.rels");
+         },
+         "without Target or Type"},
+        {"content types wrong root", [] { ParseContentTypes("<Relationships/>"); },
+         "[Content_Types].xml is not a Types document"},
+        {"content types with a DTD", [] { ParseContentTypes("<!DOCTYPE Types []><Types/>"); },
+         "has a DTD"},
+        {"listing wrong root", [] { ParseListing("<FixedDocument/>", "/FixedDocSeq.fdseq", true); },
+         "/FixedDocSeq.fdseq is not a FixedDocumentSequence"},
+        {"entry without Source",
+         [&] {
+             ParseListing("<FixedDocument xmlns='" + xps + "'><PageContent/></FixedDocument>",
+                          "/Documents/1/FixedDoc.fdoc", false);
+         },
+         "has a PageContent without Source"},
+        {"entry above the root",
+         [&] {
+             ParseListing("<FixedDocumentSequence xmlns='" + xps +
+                              "'><DocumentReference Source='../../x.fdoc'/>"
+                              "</FixedDocumentSequence>",
+                          "/FixedDocSeq.fdseq", true);
+         },
+         "leaves the package root"},
+        {"entry on the network",
+         [&] {
+             ParseListing("<FixedDocumentSequence xmlns='" + xps +
+                              "'><DocumentReference Source='http://example.com/x.fdoc'/>"
+                              "</FixedDocumentSequence>",
+                          "/FixedDocSeq.fdseq", true);
+         },
+         "refers outside the package"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        try {
+            row.parse();
+            ADD_FAILURE() << "accepted";
+        } catch (const JobError& e) {
+            EXPECT_NE(std::string(e.what()).find(row.message), std::string::npos) << e.what();
+        }
+    }
+}
+
+TEST(PackageXml, WrittenTextEscapesMarkupAndLineBreaks) {
+    EXPECT_EQ(EscapeXml("a&b<c>d\"e'f\tg\nh\ri"),
+              "a&amp;b&lt;c&gt;d&quot;e&apos;f&#9;g&#10;h&#13;i");
 }
 
 }  // namespace

@@ -1,6 +1,10 @@
 // Tests of reading XPS jobs: part names, pieces, the document-order walk, tickets at every
 // level, page resources from relationships and markup, and part streams.
 #include <gtest/gtest.h>
+#include <zip.h>
+
+#include <fstream>
+#include <iterator>
 
 #include "platform/com/unicode.h"
 #include "pipelinehost/hosterror.h"
@@ -66,6 +70,9 @@ std::vector<CComPtr<IUnknown>> Walk(const std::string& path, const ReaderLimits&
 
 TEST(PartNames, CompareWithoutCaseAndResolveRelativeReferences) {
     EXPECT_EQ(PartKey("/Documents/1/Pages/%41.FPAGE"), "/documents/1/pages/a.fpage");
+    // An escape at the very end is decoded too; a cut-off one stays as written.
+    EXPECT_EQ(PartKey("/Resources/Font%41"), "/resources/fonta");
+    EXPECT_EQ(PartKey("/Resources/Font%4"), "/resources/font%4");
     EXPECT_EQ(*ResolvePartReference("/Documents/1/FixedDocument.fdoc", "Pages/1.fpage"),
               "/Documents/1/Pages/1.fpage");
     EXPECT_EQ(*ResolvePartReference("/Documents/1/Pages/1.fpage", "../../../Resources/f.odttf#x"),
@@ -256,20 +263,103 @@ TEST(Pieces, AreJoinedInOrderAndReadAcrossBoundaries) {
     EXPECT_EQ(std::string(tail, read), page.substr(2, 3));
 }
 
-TEST(Pieces, IncompleteOrDuplicatedPiecesAreRefused) {
+namespace {
+
+// A small job whose last item is stored with another compression method or encrypted.
+std::string JobWithOddItem(const std::string& fileName, zip_int32_t method, bool encrypted) {
+    std::string path = testpackages::WriteZip(fileName, testpackages::SmallJob(1));
+    int error = 0;
+    zip_t* archive = zip_open(path.c_str(), 0, &error);
+    static const char kData[] = "odd item";
+    zip_source_t* source = zip_source_buffer(archive, kData, sizeof kData - 1, 0);
+    zip_int64_t index = zip_file_add(archive, "Resources/odd.bin", source, ZIP_FL_ENC_UTF_8);
+    zip_set_file_compression(archive, static_cast<zip_uint64_t>(index), method, 0);
+    if (encrypted) {
+        zip_file_set_encryption(archive, static_cast<zip_uint64_t>(index), ZIP_EM_AES_256,
+                                "secret");
+    }
+    zip_close(archive);
+    return path;
+}
+
+}  // namespace
+
+// Packages a user can be handed that the reader refuses, each with the reason it gives.
+TEST(SourcePackages, DamagedPackagesAreRefusedWithTheirReason) {
     using namespace testpackages;
-    std::vector<Entry> incomplete = SmallJob(1);
-    incomplete.push_back({"Resources/a.png/[0].piece", "x"});
-    EXPECT_THROW(SourcePackage::Open(WriteZip("incomplete.xps", incomplete), ReaderLimits{}),
-                 JobError);
-    std::vector<Entry> twice = SmallJob(1);
-    twice.push_back({"Resources/a.png/[0].piece", "x"});
-    twice.push_back({"Resources/a.png/[0].last.piece", "y"});
-    EXPECT_THROW(SourcePackage::Open(WriteZip("twice.xps", twice), ReaderLimits{}), JobError);
-    std::vector<Entry> both = SmallJob(1);
-    both.push_back({"Resources/a.png", "x"});
-    both.push_back({"Resources/a.png/[0].last.piece", "y"});
-    EXPECT_THROW(SourcePackage::Open(WriteZip("both.xps", both), ReaderLimits{}), JobError);
+    auto with = [](std::vector<Entry> extra) {
+        std::vector<Entry> job = SmallJob(1);
+        job.insert(job.end(), extra.begin(), extra.end());
+        return job;
+    };
+    const std::string job = WriteZip("whole.xps", SmallJob(1));
+    std::string bytes;
+    {
+        std::ifstream in(job, std::ios::binary);
+        bytes.assign(std::istreambuf_iterator<char>(in), {});
+    }
+    const std::string text = TempPath("text.xps");
+    std::ofstream(text) << "not a package";
+    const std::string truncated = TempPath("truncated.xps");
+    std::ofstream(truncated, std::ios::binary) << bytes.substr(0, bytes.size() - 30);
+    ReaderLimits tiny;
+    tiny.maxPartSize = 8;
+
+    const struct {
+        const char* name;
+        std::string path;
+        ReaderLimits limits;
+        const char* reason;
+    } rows[] = {
+        {"missing file", TempPath("none.xps"), {}, "cannot open"},
+        {"a folder", ProcessTempDir().string(), {}, "is not a regular file"},
+        {"not a ZIP", text, {}, "is not a ZIP archive"},
+        {"truncated ZIP", truncated, {}, "truncated or damaged"},
+        {"encrypted item", JobWithOddItem("aes.xps", ZIP_CM_STORE, true), {}, "is encrypted"},
+        {"bzip2 item",
+         JobWithOddItem("bzip2.xps", ZIP_CM_BZIP2, false),
+         {},
+         "unsupported compression method"},
+        {"part above the size limit", job, tiny, "above the limit"},
+        {"pieced part above the size limit",
+         WriteZip("bigpieces.xps", with({{"Resources/a.png/[0].piece", "12345"},
+                                         {"Resources/a.png/[1].last.piece", "6789"}})),
+         [] {
+             ReaderLimits limits;
+             limits.maxPartSize = 8;
+             return limits;
+         }(),
+         "above the limit"},
+        {"last piece missing",
+         WriteZip("incomplete.xps", with({{"Resources/a.png/[0].piece", "x"}})),
+         {},
+         "is incomplete"},
+        {"piece twice",
+         WriteZip("twice.xps", with({{"Resources/a.png/[0].piece", "x"},
+                                     {"Resources/a.png/[0].last.piece", "y"}})),
+         {},
+         "out of order or duplicated"},
+        {"pieces after the last",
+         WriteZip("after.xps", with({{"Resources/a.png/[0].last.piece", "x"},
+                                     {"Resources/a.png/[1].piece", "y"}})),
+         {},
+         "has pieces after its last piece"},
+        {"whole and in pieces",
+         WriteZip("both.xps",
+                  with({{"Resources/a.png", "x"}, {"Resources/a.png/[0].last.piece", "y"}})),
+         {},
+         "stored both whole and as pieces"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        try {
+            SourcePackage::Open(row.path, row.limits);
+            ADD_FAILURE() << "accepted";
+        } catch (const JobError& error) {
+            EXPECT_NE(std::string(error.what()).find(row.reason), std::string::npos)
+                << error.what();
+        }
+    }
 }
 
 TEST(SourcePackages, RefuseDuplicateNamesDtdsAndOversizedMarkup) {

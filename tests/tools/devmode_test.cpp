@@ -263,3 +263,24 @@ TEST_F(DevmodeCommand, BadTicketsAndFiles) {
     Outcome badWhich = Run({"devmode", "decode", "--which", "both", Path("crc.xml")});
     EXPECT_EQ(badWhich.exitCode, 2);
 }
+
+// The core driver's size follows the layout unless the description gives it.
+TEST_F(DevmodeCommand, TheCoreSizeDefaultsPerLayout) {
+    const struct {
+        const char* name;
+        const char* plugin;
+        const char* expected;
+    } rows[] = {
+        {"postscript default", "layout = postscript\n", "coreSize = 160\n"},
+        {"raster default", "layout = raster\n", "coreSize = 24\n"},
+        {"raster given", "layout = raster\ncoreSize = 40\n", "coreSize = 40\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        WriteFile(Path("d.txt"), std::string("[devmode]\n[plugin]\n") + row.plugin);
+        ASSERT_EQ(Run({"devmode", "encode", Path("d.txt"), "-o", Path("t.xml")}).exitCode, 0);
+        Outcome decoded = Run({"devmode", "decode", Path("t.xml")});
+        ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
+        EXPECT_NE(decoded.out.find(row.expected), std::string::npos) << decoded.out;
+    }
+}

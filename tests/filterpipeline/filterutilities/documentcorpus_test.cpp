@@ -55,13 +55,28 @@ std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
-class TicketCorpus : public ::testing::TestWithParam<std::filesystem::path> {
+// One corpus file; ctest shows its file name.
+struct CorpusFile {
+    CorpusFile(std::filesystem::path file) : path(std::move(file)) {}
+    std::filesystem::path path;
+};
+
+void PrintTo(const CorpusFile& file, std::ostream* out) {
+    *out << file.path.filename().string();
+}
+
+std::vector<CorpusFile> Files(const char* folder) {
+    const std::vector<std::filesystem::path> paths = CorpusFiles(folder);
+    return {paths.begin(), paths.end()};
+}
+
+class TicketCorpus : public ::testing::TestWithParam<CorpusFile> {
 protected:
     void SetUp() override {
-        m_bytes = ReadFile(GetParam());
+        m_bytes = ReadFile(GetParam().path);
         ASSERT_FALSE(m_bytes.empty());
         m_dom = TryLoadBytes(m_bytes);
-        ASSERT_NE(m_dom, nullptr) << "the DOM does not load " << GetParam();
+        ASSERT_NE(m_dom, nullptr) << "the DOM does not load " << GetParam().path;
     }
 
     std::string m_bytes;
@@ -70,8 +85,8 @@ protected:
 
 class CapabilitiesCorpus : public TicketCorpus {};
 
-std::string FileName(const ::testing::TestParamInfo<std::filesystem::path>& info) {
-    std::string name = info.param.stem().string();
+std::string FileName(const ::testing::TestParamInfo<CorpusFile>& info) {
+    std::string name = info.param.path.stem().string();
     for (char& c : name) {
         if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
     }
@@ -79,11 +94,6 @@ std::string FileName(const ::testing::TestParamInfo<std::filesystem::path>& info
 }
 
 }  // namespace
-
-TEST(DocumentCorpus, HasTicketsAndCapabilities) {
-    EXPECT_GE(CorpusFiles("tickets").size(), 10u);
-    EXPECT_GE(CorpusFiles("caps").size(), 8u);
-}
 
 TEST_P(TicketCorpus, LoadsAsTicketWithTheDeclaredPrefixes) {
     PrintTicketXmlDocument ticket(m_dom);
@@ -223,8 +233,7 @@ TEST_P(TicketCorpus, PrivatePrefixFixUpReparsesWithTheSameNamespaces) {
     EXPECT_EQ(PrefixText(again.GetFrameworkNsPrefix()), PrefixText(ticket.GetFrameworkNsPrefix()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Tickets, TicketCorpus, ::testing::ValuesIn(CorpusFiles("tickets")),
-                         FileName);
+INSTANTIATE_TEST_SUITE_P(Tickets, TicketCorpus, ::testing::ValuesIn(Files("tickets")), FileName);
 
 TEST_P(CapabilitiesCorpus, LoadsAsCapabilitiesWithTheDeclaredPrefixes) {
     PrintCapabilitiesXmlDocument capabilities(m_dom);
@@ -278,5 +287,5 @@ TEST_P(CapabilitiesCorpus, ParameterDefsAreFound) {
               S_FALSE);
 }
 
-INSTANTIATE_TEST_SUITE_P(Capabilities, CapabilitiesCorpus, ::testing::ValuesIn(CorpusFiles("caps")),
+INSTANTIATE_TEST_SUITE_P(Capabilities, CapabilitiesCorpus, ::testing::ValuesIn(Files("caps")),
                          FileName);

@@ -9,6 +9,7 @@
 
 #include "filterpipeline/filterutilities/xpsfilterprintticket.h"
 #include "mediasizetesting.h"
+#include "platform/com/unicode.h"
 #include "privatedatatesting.h"
 
 namespace {
@@ -71,24 +72,22 @@ protected:
     PageMediaSizeData m_media;
 };
 
-TEST_F(PageImageableTest, PortraitKeepsTheMediaSizeAndStartsAtLeftTop) {
-    UseTicket(L"Portrait");
-    EXPECT_EQ(Imageable(), (Record{210000, 297000, 1000, 2000, 206000, 291000}));
-}
-
-TEST_F(PageImageableTest, ReversePortraitStartsAtRightBottom) {
-    UseTicket(L"ReversePortrait");
-    EXPECT_EQ(Imageable(), (Record{210000, 297000, 3000, 4000, 206000, 291000}));
-}
-
-TEST_F(PageImageableTest, LandscapeTurnsTheSizeAndStartsAtBottomLeft) {
-    UseTicket(L"Landscape");
-    EXPECT_EQ(Imageable(), (Record{297000, 210000, 4000, 1000, 291000, 206000}));
-}
-
-TEST_F(PageImageableTest, ReverseLandscapeStartsAtTopRight) {
-    UseTicket(L"ReverseLandscape");
-    EXPECT_EQ(Imageable(), (Record{297000, 210000, 2000, 3000, 291000, 206000}));
+// Each orientation turns the media size and takes its origin from another pair of margins.
+TEST_F(PageImageableTest, EachOrientationTurnsTheSizeAndPicksItsOrigin) {
+    const struct {
+        const wchar_t* orientation;
+        Record expected;
+    } rows[] = {
+        {L"Portrait", {210000, 297000, 1000, 2000, 206000, 291000}},
+        {L"ReversePortrait", {210000, 297000, 3000, 4000, 206000, 291000}},
+        {L"Landscape", {297000, 210000, 4000, 1000, 291000, 206000}},
+        {L"ReverseLandscape", {297000, 210000, 2000, 3000, 291000, 206000}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(platform::WideToUtf8(row.orientation));
+        UseTicket(row.orientation);
+        EXPECT_EQ(Imageable(), row.expected);
+    }
 }
 
 TEST_F(PageImageableTest, WithoutAnOrientationTheTicketIsPortrait) {

@@ -421,21 +421,6 @@ TEST(PageMediaSizeTicketTest, AFormOfTheDictionaryReplacesTheMediaSize) {
     SysFreeString(option);
 }
 
-TEST(PageMediaSizeTicketTest, AUserFormIsAPrivateOptionOfThePublicFeature) {
-    auto ticket = MakeTicket();
-    ASSERT_TRUE(ticket);
-    Form form = MakeForm(25005, 258, 1000, 2000, 70001);
-    EXPECT_EQ(Helper::AddOrReplacePageMediaSize(*ticket, true, form), S_OK);
-    RawXml xml(XmlOf(*ticket));
-    EXPECT_EQ(xml.Strings("//psf:Feature/@name"), std::vector<std::string>{"psk:PageMediaSize"});
-    EXPECT_EQ(xml.Strings("//psf:Option/@name"),
-              std::vector<std::string>{"zk:UserForm_258_1000x2000"});
-    EXPECT_EQ(xml.Count("//psf:Option[@name='zk:UserForm_258_1000x2000']"), 1u)
-        << "the prefix is the private-keywords namespace";
-    EXPECT_EQ(xml.Strings("//psf:ScoredProperty/psf:Value"),
-              (std::vector<std::string>{"100000", "200000"}));
-}
-
 TEST(PageMediaSizeTicketTest, ACustomSizeRefersToParameterInits) {
     auto ticket = MakeTicket(Feature(L"PageMediaSize", L"ISOA4"));
     ASSERT_TRUE(ticket);

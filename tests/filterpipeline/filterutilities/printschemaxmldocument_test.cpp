@@ -31,46 +31,47 @@ PrintSchemaXmlDocument TicketDocument(const std::wstring& xml) {
 
 // --- Construction and prefixes ---
 
-TEST(PrintSchemaDocumentPrefixes, StandardTicketWithoutPrivateNamespace) {
-    PrintSchemaXmlDocument document = TicketDocument(Ticket(L""));
-    EXPECT_EQ(Wide(document.GetFrameworkNsPrefix()), L"psf:");
-    EXPECT_EQ(Wide(document.GetKeywordsNsPrefix()), L"psk:");
-    EXPECT_EQ(Wide(document.GetUserKeywordsNsPrefix()), L"ns0000:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaNsPrefix()), L"xsd:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaInstanceNsPrefix()), L"xsi:");
-    EXPECT_EQ(Wide(document.GetNsPrefix(PrintSchema::MsPrintTicketFrameworkNamespace)), L"psf:");
-    EXPECT_EQ(Wide(document.GetNsPrefix(PrintSchema::MsPrintTicketKeywordsNamespace)), L"psk:");
-    EXPECT_EQ(Wide(document.GetNsPrefix(PrintSchema::MsPrintTicketUserKeywordsNamespace)),
-              L"ns0000:");
-    EXPECT_TRUE(document.HasDomDocument());
-    ASSERT_NE(document.GetRootNode(), nullptr);
-    CComBSTR rootName;
-    document.GetRootNode()->get_nodeName(&rootName);
-    EXPECT_EQ(Wide(rootName), L"psf:PrintTicket");
-}
-
-TEST(PrintSchemaDocumentPrefixes, AnyPrefixesAreDiscoveredAndUsedForSelection) {
-    const std::wstring xml = L"<p:PrintTicket xmlns:p='" + kFramework + L"' xmlns:k='" + kKeywords +
-                             L"' xmlns:xs='" + kSchema + L"' xmlns:i='" + kInstance +
-                             L"'><p:Feature name='k:A'/></p:PrintTicket>";
-    CComPtr<IXMLDOMDocument2> dom = LoadXml(xml);
-    PrintSchemaXmlDocument document(L"PrintTicket", dom);
-    EXPECT_EQ(Wide(document.GetFrameworkNsPrefix()), L"p:");
-    EXPECT_EQ(Wide(document.GetKeywordsNsPrefix()), L"k:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaNsPrefix()), L"xs:");
-    EXPECT_EQ(Wide(document.GetXmlSchemaInstanceNsPrefix()), L"i:");
-    EXPECT_EQ(Wide(Property(dom, L"SelectionNamespaces")), L"xmlns:p='" + kFramework + L"'");
-    EXPECT_EQ(Wide(Property(dom, L"SelectionLanguage")), L"XPath");
+// The prefixes are whatever the document declares (absent optional namespaces give null, the
+// user keywords fall back to "ns0000:"), and queries select with the framework's.
+TEST(PrintSchemaDocumentPrefixes, ThePrefixesAreTheDocumentsOwn) {
+    auto text = [](const CComBSTR& prefix) {
+        return prefix.m_str == nullptr ? std::wstring(L"<null>") : Wide(prefix);
+    };
+    const struct {
+        const char* name;
+        std::wstring xml;
+        std::vector<std::wstring> prefixes;  // framework, keywords, user, schema, instance
+    } rows[] = {
+        {"standard", Ticket(L""), {L"psf:", L"psk:", L"ns0000:", L"xsd:", L"xsi:"}},
+        {"any prefixes",
+         L"<p:PrintTicket xmlns:p='" + kFramework + L"' xmlns:k='" + kKeywords + L"' xmlns:xs='" +
+             kSchema + L"' xmlns:i='" + kInstance + L"'><p:Feature name='k:A'/></p:PrintTicket>",
+         {L"p:", L"k:", L"ns0000:", L"xs:", L"i:"}},
+        {"framework only",
+         L"<psf:PrintTicket xmlns:psf='" + kFramework + L"'/>",
+         {L"psf:", L"<null>", L"ns0000:", L"<null>", L"<null>"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CComPtr<IXMLDOMDocument2> dom = LoadXml(row.xml);
+        PrintSchemaXmlDocument document(L"PrintTicket", dom);
+        EXPECT_EQ(
+            (std::vector<std::wstring>{
+                text(document.GetFrameworkNsPrefix()), text(document.GetKeywordsNsPrefix()),
+                text(document.GetUserKeywordsNsPrefix()), text(document.GetXmlSchemaNsPrefix()),
+                text(document.GetXmlSchemaInstanceNsPrefix())}),
+            row.prefixes);
+        EXPECT_EQ(text(document.GetNsPrefix(PrintSchema::MsPrintTicketFrameworkNamespace)),
+                  row.prefixes[0]);
+        EXPECT_EQ(text(document.GetNsPrefix(PrintSchema::MsPrintTicketUserKeywordsNamespace)),
+                  row.prefixes[2]);
+        EXPECT_EQ(Wide(Property(dom, L"SelectionNamespaces")),
+                  L"xmlns:" + row.prefixes[0].substr(0, row.prefixes[0].size() - 1) + L"='" +
+                      kFramework + L"'");
+        EXPECT_EQ(Wide(Property(dom, L"SelectionLanguage")), L"XPath");
+    }
+    PrintSchemaXmlDocument document = TicketDocument(rows[1].xml);
     EXPECT_EQ(document.QueryNode(L"//p:Feature[@name = 'k:A']"), S_OK);
-}
-
-TEST(PrintSchemaDocumentPrefixes, UndeclaredOptionalNamespacesStayNull) {
-    PrintSchemaXmlDocument document =
-        TicketDocument(L"<psf:PrintTicket xmlns:psf='" + kFramework + L"'/>");
-    EXPECT_EQ(document.GetKeywordsNsPrefix().m_str, nullptr);
-    EXPECT_EQ(document.GetXmlSchemaNsPrefix().m_str, nullptr);
-    EXPECT_EQ(document.GetXmlSchemaInstanceNsPrefix().m_str, nullptr);
-    EXPECT_EQ(Wide(document.GetUserKeywordsNsPrefix()), L"ns0000:");
 }
 
 TEST(PrintSchemaDocumentPrefixes, InvalidNamespaceSelectorThrowsInvalidArg) {
@@ -182,35 +183,30 @@ TEST(PrintSchemaDocumentErrors, ThrowsCarryTheQualifiedMethodName) {
 
 // --- Rejections ---
 
-TEST(PrintSchemaDocumentRejection, WrongRootThrowsTheSuccessValuedCode) {
-    CComPtr<IXMLDOMDocument2> dom = LoadXml(Capabilities(L""));
-    EXPECT_EQ(ThrownHresult([&] { PrintSchemaXmlDocument document(L"PrintTicket", dom); }),
-              S_FALSE);
-    CComPtr<IXMLDOMDocument2> foreign = LoadXml(L"<html><body/></html>");
-    EXPECT_EQ(ThrownHresult([&] { PrintTicketXmlDocument document(foreign); }), S_FALSE);
-    // The root element in another namespace is not the Print Schema root.
-    CComPtr<IXMLDOMDocument2> other = LoadXml(L"<psf:PrintTicket xmlns:psf='urn:other'/>");
-    EXPECT_EQ(ThrownHresult([&] { PrintTicketXmlDocument document(other); }), S_FALSE);
-}
-
-TEST(PrintSchemaDocumentRejection, DefaultNamespaceFrameworkThrowsEFail) {
-    CComPtr<IXMLDOMDocument2> dom =
-        LoadXml(L"<PrintTicket xmlns='" + kFramework + L"' xmlns:psk='" + kKeywords + L"'/>");
-    EXPECT_EQ(ThrownHresult([&] { PrintTicketXmlDocument document(dom); }), E_FAIL);
-}
-
-TEST(PrintSchemaDocumentRejection, RootIsLookedUpAnywhereInTheDocument) {
-    // The expected element is searched with "//": below a foreign wrapper it is still found, and
-    // its own declarations give the prefixes.
-    CComPtr<IXMLDOMDocument2> dom = LoadXml(
-        L"<x:Wrapper xmlns:x='urn:x'><psf:PrintTicket "
-        L"xmlns:psf='" +
-        kFramework + L"'/></x:Wrapper>");
-    EXPECT_EQ(ThrownHresult([&] {
-                  PrintSchemaXmlDocument document(L"PrintTicket", dom);
-                  EXPECT_EQ(Wide(document.GetFrameworkNsPrefix()), L"psf:");
-              }),
-              std::nullopt);
+// The root is looked for anywhere in the document ("//"); a wrong root throws the
+// success-valued S_FALSE, a framework namespace declared as the default throws E_FAIL.
+TEST(PrintSchemaDocumentRejection, TheRootIsCheckedWhereverItIs) {
+    const struct {
+        const char* name;
+        std::wstring xml;
+        std::optional<HRESULT> thrown;
+    } rows[] = {
+        {"capabilities root", Capabilities(L""), S_FALSE},
+        {"foreign document", L"<html><body/></html>", S_FALSE},
+        {"root in another namespace", L"<psf:PrintTicket xmlns:psf='urn:other'/>", S_FALSE},
+        {"framework as the default namespace",
+         L"<PrintTicket xmlns='" + kFramework + L"' xmlns:psk='" + kKeywords + L"'/>", E_FAIL},
+        {"below a foreign wrapper",
+         L"<x:Wrapper xmlns:x='urn:x'><psf:PrintTicket xmlns:psf='" + kFramework +
+             L"'/></x:Wrapper>",
+         std::nullopt},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CComPtr<IXMLDOMDocument2> dom = LoadXml(row.xml);
+        EXPECT_EQ(ThrownHresult([&] { PrintSchemaXmlDocument document(L"PrintTicket", dom); }),
+                  row.thrown);
+    }
 }
 
 TEST(PrintSchemaDocumentRejection, EmptyWrapperFailsEveryQuery) {

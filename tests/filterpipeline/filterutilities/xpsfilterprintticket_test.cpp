@@ -98,23 +98,6 @@ TEST(TypedViewScopes, PlatformScopesAndFeatureNamesMapOntoSlots) {
     EXPECT_EQ(Base::GetFeatureScopeFromName(L""), Base::EFilterPtScopeJob);
 }
 
-TEST(TypedViewScopes, TheChangeCounterStartsUninitialised) {
-    XpsFilterPrintTicketBase::PtChangeCounter counter;
-    EXPECT_FALSE(counter.IsInitialized());
-    EXPECT_EQ(counter.Get(), -1);
-    counter.Increment();
-    EXPECT_TRUE(counter.IsInitialized());
-    EXPECT_EQ(counter.Get(), 0);
-    XpsFilterPrintTicketBase::PtChangeCounter copy = counter;
-    EXPECT_TRUE(copy == counter);
-    copy.Increment();
-    EXPECT_TRUE(copy != counter);
-    copy.Set(-1);
-    EXPECT_FALSE(copy.IsInitialized());
-    counter.Reset();
-    EXPECT_TRUE(copy == counter);
-}
-
 TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
     EXPECT_EQ(view.GetScope(), kPTJobScope);
     EXPECT_EQ(view.GetFilterScope(), XpsFilterPrintTicketBase::EFilterPtScopeJob);
@@ -210,17 +193,6 @@ TEST_F(TypedViewTest, LookupsWithoutTicketsAndBadArguments) {
 
 // --- Orientation: caching and status ---
 
-TEST_F(TypedViewTest, TwoCallsWithoutInitializeDoOneLookup) {
-    Initialize(kPTPageScope, L"", L"", L"",
-               PrivateTicket(Feature(L"PageOrientation", L"Landscape")));
-    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
-    SetOrientationOption(3, L"psk:ReverseLandscape");
-    // The DOM changed, the view was not re-initialised: the cached answer stands.
-    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
-    Reinitialize(kPTPageScope);
-    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::ReverseLandscape);
-}
-
 TEST_F(TypedViewTest, AnAbsentOrientationIsTheDefaultAndAskedAgain) {
     Initialize(kPTPageScope, L"", L"", L"",
                PrivateTicket(Feature(L"PageOrientation", L"Landscape")));
@@ -265,28 +237,6 @@ TEST_F(TypedViewTest, AnUnknownOrientationIsThrownOrReturnedInStatus) {
     Reinitialize(kPTPageScope);
     EXPECT_EQ(view.GetOrientation(nullptr, &status), PrintSchema::PageOrientation::Portrait);
     EXPECT_EQ(status, E_FAIL);
-}
-
-TEST(TypedViewStatus, TheStandardStatusConvention) {
-    StatusView view;
-    bool found = true;
-    HRESULT status = E_FAIL;
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(kNotFound, &found, &status), S_OK);
-    EXPECT_FALSE(found);
-    EXPECT_EQ(status, S_FALSE);
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(kNotFound, nullptr, nullptr), S_OK);
-
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(S_OK, &found, &status), S_OK);
-    EXPECT_TRUE(found);
-    EXPECT_EQ(status, S_OK);
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(S_FALSE, &found, nullptr), S_FALSE);
-    EXPECT_TRUE(found);
-
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(E_OUTOFMEMORY, &found, &status), S_OK);
-    EXPECT_FALSE(found);
-    EXPECT_EQ(status, E_OUTOFMEMORY);
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(E_FAIL, &found, nullptr), E_FAIL);
-    EXPECT_EQ(view.DoStandardStatusReturnProcessing(E_FAIL, nullptr, nullptr), E_FAIL);
 }
 
 // --- Media size ---

@@ -1,6 +1,7 @@
 // dom_stream_test.cpp: the document's output forms in the MSXML stand-in: the `xml` property, the
 // IStream view (UTF-8 with a declaration), and save() to files, streams and other documents.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -94,7 +95,8 @@ TEST(DomOutput, AnotherDocumentLoadsFromTheStream) {
 TEST(DomOutput, SaveWritesUtf8ToFilesStreamsAndDocuments) {
     auto doc = Parsed(L"<?xml version=\"1.0\"?><a>\u00E9</a>");
     std::string expected = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a>\xC3\xA9</a>\r\n";
-    fs::path file = fs::temp_directory_path() / "msxml_dom_save_test.xml";
+    fs::path file =
+        fs::temp_directory_path() / ("msxml_dom_save_" + std::to_string(getpid()) + ".xml");
     ASSERT_EQ(doc->save(CComVariant(CComBSTR(file.c_str()))), S_OK);
     EXPECT_EQ(ReadFile(file.string()), expected);
     fs::remove(file);

@@ -171,54 +171,6 @@ TEST(DomXPath, ListedNodesStayValidWhileRemovedOneByOne) {
     EXPECT_EQ(Length(none), 0);
 }
 
-TEST(DomXPath, CompiledExpressionsAreCachedPerThread) {
-    auto doc = Parsed(kTicket);
-    SetNamespaces(doc, kFrameworkNs);
-    // A text no other test uses, so that its first use here is its first compilation.
-    const wchar_t* query =
-        L"//psf:Feature[@name = \"psk:PageOrientation\"]/psf:Option[@name != \"cached\"]";
-    auto before = platform::DomXPathCompilationCount();
-    for (int i = 0; i < 100; ++i) {
-        CComPtr<IXMLDOMNode> node;
-        ASSERT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_OK);
-    }
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
-
-    // The cache holds across SelectionNamespaces changes: prefixes resolve at evaluation.
-    SetNamespaces(doc, L"xmlns:psf='urn:something-else'");
-    CComPtr<IXMLDOMNode> node;
-    EXPECT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_FALSE);
-    SetNamespaces(doc, kFrameworkNs);
-    EXPECT_EQ(doc->selectSingleNode(CComBSTR(query), &node), S_OK);
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
-
-    // The same text on another node of the document reuses the compiled form as well.
-    CComPtr<IXMLDOMElement> root;
-    ASSERT_EQ(doc->get_documentElement(&root), S_OK);
-    CComPtr<IXMLDOMNodeList> list;
-    EXPECT_EQ(root->selectNodes(CComBSTR(query), &list), S_OK);
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
-
-    // So does the next document (the next page's ticket), with prefixes of its own.
-    auto next = Parsed(
-        L"<p:PrintTicket xmlns:p='http://schemas.microsoft.com/windows/2003/08/printing/"
-        L"printschemaframework'><p:Feature name='psk:PageOrientation'><p:Option name='b'/>"
-        L"</p:Feature></p:PrintTicket>");
-    SetNamespaces(next, kFrameworkNs);
-    CComPtr<IXMLDOMNode> option;
-    ASSERT_EQ(next->selectSingleNode(CComBSTR(query), &option), S_OK);
-    EXPECT_EQ(Name(option.p), L"p:Option");
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
-    // Each document still evaluates with its own prefixes: the first one's declarations changed
-    // in between do not leak into the other.
-    SetNamespaces(next, L"xmlns:psf='urn:other'");
-    CComPtr<IXMLDOMNode> none;
-    EXPECT_EQ(next->selectSingleNode(CComBSTR(query), &none), S_FALSE);
-    CComPtr<IXMLDOMNode> again;
-    EXPECT_EQ(doc->selectSingleNode(CComBSTR(query), &again), S_OK);
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 1u);
-}
-
 TEST(DomXPath, ChangeStampMovesWithEveryObservableChange) {
     auto doc = Parsed(kTicket);
     const unsigned long long first = platform::DomDocumentChangeStamp(doc);
@@ -283,24 +235,6 @@ TEST(DomXPath, DescendantStepsSelectAsWritten) {
     EXPECT_EQ(first, outer);  // the first in document order
     CComPtr<IXMLDOMNode> none;
     EXPECT_EQ(doc->selectSingleNode(CComBSTR(L"//a[@n = 'x'"), &none), E_FAIL);
-}
-
-TEST(DomXPath, ExpressionCacheIsBounded) {
-    // Texts no other test uses: the cache is the thread's, shared with every test before.
-    auto doc = Parsed(L"<r><bounded/></r>");
-    auto before = platform::DomXPathCompilationCount();
-    for (int i = 0; i < 300; ++i) {
-        std::wstring query = L"/r/bounded[" + std::to_wstring(i + 1) + L"]";
-        CComPtr<IXMLDOMNode> node;
-        doc->selectSingleNode(CComBSTR(query.c_str()), &node);
-    }
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 300u);
-    // The oldest entries were dropped to keep the cache bounded; the newest remain.
-    CComPtr<IXMLDOMNode> node;
-    doc->selectSingleNode(CComBSTR(L"/r/bounded[300]"), &node);
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 300u);
-    doc->selectSingleNode(CComBSTR(L"/r/bounded[1]"), &node);
-    EXPECT_EQ(platform::DomXPathCompilationCount() - before, 301u);
 }
 
 TEST(DomXPath, ContextNodesOfEveryKindCanBeQueried) {

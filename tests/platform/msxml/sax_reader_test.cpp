@@ -2,6 +2,7 @@
 // FixedPage-like document, attributes and namespace features, chunked characters, inputs of
 // every kind, aborting by a failing handler, malformed input and DTDs.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -269,7 +270,8 @@ TEST(SaxReader, EveryInputKindIsAccepted) {
     }
     {
         SaxRun run;
-        std::filesystem::path file = std::filesystem::temp_directory_path() / "msxml_sax_input.xml";
+        std::filesystem::path file = std::filesystem::temp_directory_path() /
+                                     ("msxml_sax_input_" + std::to_string(getpid()) + ".xml");
         std::FILE* out = std::fopen(file.c_str(), "wb");
         ASSERT_NE(out, nullptr);
         std::fwrite(bytes.data(), 1, bytes.size(), out);

@@ -9,56 +9,6 @@
 #include "platform/printpipeline/filterpipeline.h"
 #include "platform/printpipeline/printstreams.h"
 
-TEST(FilterPipelineInterfaces, CarryTheWindowsIids) {
-    using platform::GuidToString;
-    EXPECT_EQ(GuidToString(__uuidof(IPrintPipelineFilter)),
-              "{CDB62FC0-8BED-434E-86FB-A2CAE55F19EA}");
-    EXPECT_EQ(GuidToString(IID_IPrintReadStreamFactory), "{ACB971E3-DF8D-4FC2-BEE6-0609D15F3CF9}");
-    EXPECT_EQ(GuidToString(IID_IXpsDocumentProvider), "{B8CF8530-5562-47C4-AB67-B1F69ECF961E}");
-    EXPECT_EQ(GuidToString(IID_IXpsDocumentConsumer), "{4368D8A2-4181-4A9F-B295-3D9A38BB9BA0}");
-    EXPECT_EQ(GuidToString(IID_IXpsDocument), "{E8D907DB-62A9-4A95-ABE7-E01763DD30F8}");
-    EXPECT_EQ(GuidToString(IID_IFixedDocumentSequence), "{8028D181-2C32-4249-8493-1BFB22045574}");
-    EXPECT_EQ(GuidToString(IID_IFixedDocument), "{F222CA9F-9968-4DB9-81BD-ABAEBF15F93F}");
-    EXPECT_EQ(GuidToString(IID_IFixedPage), "{3D9F6448-7E95-4CB5-94FB-0180C2883A57}");
-    EXPECT_EQ(GuidToString(IID_IPartBase), "{36D51E28-369E-43BA-A666-9540C62C3F58}");
-    EXPECT_EQ(GuidToString(__uuidof(IPartPrintTicket)), "{4A0F50F6-F9A2-41F0-99E7-5AE955BE8E9E}");
-    EXPECT_EQ(GuidToString(IID_IInterFilterCommunicator), "{4DAF1E69-81FD-462D-940F-8CD3DDF56FCA}");
-}
-
-TEST(FilterPipelineInterfaces, AllIidsAreDistinct) {
-    const IID* ids[] = {&IID_IPrintReadStream,
-                        &IID_IPrintWriteStream,
-                        &IID_IPrintReadStreamFactory,
-                        &IID_IInterFilterCommunicator,
-                        &IID_IPrintPipelineManagerControl,
-                        &IID_IPrintPipelinePropertyBag,
-                        &IID_IPrintPipelineFilter,
-                        &IID_IXpsDocumentProvider,
-                        &IID_IXpsDocumentConsumer,
-                        &IID_IXpsDocument,
-                        &IID_IFixedDocumentSequence,
-                        &IID_IFixedDocument,
-                        &IID_IPartBase,
-                        &IID_IFixedPage,
-                        &IID_IPartImage,
-                        &IID_IPartFont,
-                        &IID_IPartFont2,
-                        &IID_IPartThumbnail,
-                        &IID_IPartPrintTicket,
-                        &IID_IPartColorProfile,
-                        &IID_IPartResourceDictionary,
-                        &IID_IXpsPartIterator,
-                        &IID_IPartDiscardControl,
-                        &IID_IImgErrorInfo,
-                        &IID_IErrorInfo,
-                        &IID_IUnknown};
-    for (const IID* a : ids) {
-        int same = 0;
-        for (const IID* b : ids) same += (*a == *b) ? 1 : 0;
-        EXPECT_EQ(same, 1) << platform::GuidToString(*a);
-    }
-}
-
 TEST(PrintReadStreamOnBytes, ReadsSeeksAndReportsEndOfFile) {
     CComPtr<IPrintReadStream> stream;
     ASSERT_EQ(platform::CreatePrintReadStreamOnBytes("abcdef", 6, &stream), S_OK);

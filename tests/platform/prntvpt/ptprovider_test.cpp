@@ -116,18 +116,6 @@ protected:
     HPTPROVIDER provider_ = nullptr;
 };
 
-TEST(PrintTicketProviderCodes, HaveTheWindowsValues) {
-    EXPECT_EQ(static_cast<uint32_t>(E_PRINTTICKET_FORMAT), 0x80040003u);
-    EXPECT_EQ(static_cast<uint32_t>(E_PRINTCAPABILITIES_FORMAT), 0x80040004u);
-    EXPECT_EQ(static_cast<uint32_t>(E_DELTA_PRINTTICKET_FORMAT), 0x80040005u);
-    EXPECT_EQ(static_cast<uint32_t>(E_PRINTDEVICECAPABILITIES_FORMAT), 0x80040006u);
-    EXPECT_EQ(S_PT_NO_CONFLICT, 0x00040001);
-    EXPECT_EQ(S_PT_CONFLICT_RESOLVED, 0x00040002);
-    EXPECT_EQ(kPTPageScope, 0);
-    EXPECT_EQ(kPTDocumentScope, 1);
-    EXPECT_EQ(kPTJobScope, 2);
-}
-
 TEST(PrintTicketProviderHandles, OpenCheckArgumentsAndVersion) {
     HPTPROVIDER provider = reinterpret_cast<HPTPROVIDER>(0x10);
     EXPECT_EQ(PTOpenProvider(nullptr, 1, &provider), E_POINTER);

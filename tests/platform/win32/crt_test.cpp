@@ -8,23 +8,25 @@
 
 #include "platform/win32/crt.h"
 
-TEST(Vsnprintf, ShorterOutputIsTerminated) {
-    char buffer[8];
-    std::memset(buffer, 'x', sizeof buffer);
-    EXPECT_EQ(_snprintf(buffer, sizeof buffer, "%d", 123), 3);
-    EXPECT_STREQ(buffer, "123");
-}
-
-TEST(Vsnprintf, ExactFitIsNotTerminated) {
-    char buffer[4] = {'x', 'x', 'x', 'x'};
-    EXPECT_EQ(_snprintf(buffer, 3, "abc"), 3);
-    EXPECT_EQ(std::memcmp(buffer, "abcx", 4), 0);
-}
-
-TEST(Vsnprintf, TruncationReturnsMinusOne) {
-    char buffer[5] = {'x', 'x', 'x', 'x', 'x'};
-    EXPECT_EQ(_snprintf(buffer, 4, "%s", "abcdefgh"), -1);
-    EXPECT_EQ(std::memcmp(buffer, "abcdx", 5), 0);
+// Shorter output is terminated, an exact fit is not, truncation returns -1.
+TEST(Vsnprintf, TerminationAndReturnFollowTheMicrosoftRuntime) {
+    const struct {
+        const char* name;
+        std::size_t capacity;
+        const char* text;
+        int returned;
+        const char* buffer;  // the five bytes after the call
+    } rows[] = {
+        {"shorter", 5, "123", 3, "123\0x"},
+        {"exact fit", 3, "abc", 3, "abcxx"},
+        {"truncated", 4, "abcdefgh", -1, "abcdx"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        char buffer[5] = {'x', 'x', 'x', 'x', 'x'};
+        EXPECT_EQ(_snprintf(buffer, row.capacity, "%s", row.text), row.returned);
+        EXPECT_EQ(std::memcmp(buffer, row.buffer, 5), 0);
+    }
 }
 
 TEST(Vsnprintf, SizeQueryAndBadArguments) {

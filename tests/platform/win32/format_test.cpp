@@ -87,6 +87,8 @@ TEST(FormatEngine, FlagsWidthPrecisionAndStar) {
     EXPECT_EQ(N("[%5d|%-5d|%05d|%+d|% d]", 42, 42, 42, 42, 42), "[   42|42   |00042|+42| 42]");
     EXPECT_EQ(N("[%*d|%-*d|%.*f]", 4, 7, 3, 7, 2, 3.14159), "[   7|7  |3.14]");
     EXPECT_EQ(N("[%*s]", -4, "a"), "[a   ]");
+    // A precision of zero from the arguments prints nothing; a negative one means none.
+    EXPECT_EQ(N("[%.*s|%.*s]", 0, "abc", -1, "abc"), "[|abc]");
     EXPECT_EQ(N("[%.2s|%6.2s]", "abcdef", "abcdef"), "[ab|    ab]");
     EXPECT_EQ(W(L"[%5s|%-5s]", L"ab", L"ab"), L"[   ab|ab   ]");
     EXPECT_EQ(N("%#x|%#o", 255u, 8u), "0xff|010");

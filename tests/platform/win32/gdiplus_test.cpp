@@ -41,11 +41,3 @@ TEST(Gdiplus, BadStartups) {
     output.NotificationUnhook(hookToken);
     Gdiplus::GdiplusShutdown(token);
 }
-
-TEST(Gdiplus, StatusValuesAreTheWindowsOnes) {
-    EXPECT_EQ(Gdiplus::Win32Error, 7);
-    EXPECT_EQ(Gdiplus::FileNotFound, 10);
-    EXPECT_EQ(Gdiplus::AccessDenied, 12);
-    EXPECT_EQ(Gdiplus::UnsupportedGdiplusVersion, 17);
-    EXPECT_EQ(Gdiplus::GdiplusNotInitialized, 18);
-}

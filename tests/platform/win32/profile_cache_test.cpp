@@ -45,19 +45,6 @@ protected:
     fs::path m_directory;
 };
 
-TEST_F(ProfileCache, SettledFileIsParsedOnceForManyReads) {
-    const std::wstring file = Write("settled.ini", "[12]\nText=CONFIDENTIAL\nDENSITY=30\n");
-    Settle();
-    EXPECT_EQ(Value(file, L"12", L"Text"), L"CONFIDENTIAL");
-    const std::uint64_t parsed = platform::ProfileFilesParsed();
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(GetPrivateProfileIntW(L"12", L"DENSITY", -1, file.c_str()), 30u);
-        EXPECT_EQ(Value(file, L"12", L"text"), L"CONFIDENTIAL");
-        EXPECT_EQ(Value(file, L"12", L"Missing"), L"<none>");
-    }
-    EXPECT_EQ(platform::ProfileFilesParsed(), parsed);
-}
-
 TEST_F(ProfileCache, FreshFileIsReadAgainUntilSettled) {
     // Two same-size versions written within one tick of the file clock may share a stamp: a
     // file that has just changed is never trusted from the cache.

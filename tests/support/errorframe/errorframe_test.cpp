@@ -111,10 +111,6 @@ TEST_F(ErrorFrame, NoLineWhenTheManagerDoesNotWantIt) {
     EXPECT_TRUE(capture.Messages().empty());
 }
 
-TEST_F(ErrorFrame, ModuleCategoriesStartEmpty) {
-    EXPECT_TRUE(ModuleDebugMessageCategories().IsEmpty());
-}
-
 TEST_F(ErrorFrame, DebuggerHookRunsBeforeTheThrow) {
     DebugMessageManager::Configuration config;
     config.state = DebugMessageManager::kStateRunning;

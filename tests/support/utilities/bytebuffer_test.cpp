@@ -3,20 +3,6 @@
 
 #include "support/utilities/bytebuffer.h"
 
-TEST(ByteBuffer, IsAVector) {
-    ByteBuffer buffer{std::allocator<unsigned char>()};
-    EXPECT_TRUE(buffer.empty());
-    EXPECT_EQ(buffer.getLpbyte(), nullptr);
-    ByteBuffer filled(3, 0xAB);
-    EXPECT_EQ(filled.size(), 3u);
-    filled.resize(5);
-    EXPECT_EQ(filled[4], 0);
-    ByteBuffer copy;
-    copy = filled;
-    filled.clear();
-    EXPECT_EQ(copy.size(), 5u);
-}
-
 TEST(ByteBuffer, DwordIsLittleEndianFirstFourBytes) {
     ByteBuffer buffer;
     const unsigned char bytes[] = {0x78, 0x56, 0x34, 0x12, 0xFF};

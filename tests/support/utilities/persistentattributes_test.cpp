@@ -323,34 +323,4 @@ TEST(PersistentAttributesTest, HostileCountsDoNotAllocateOrRead) {
     EXPECT_FALSE(PersistentAttributes(list, false, nullptr).IsValid());
 }
 
-TEST(PersistentAttributesTest, RandomDamageNeverReadsOutOfBounds) {
-    const ByteBuffer good = SampleBytes();
-    std::mt19937 random(20240531);
-    std::uniform_int_distribution<std::size_t> position(0, good.size() - 1);
-    std::uniform_int_distribution<int> byte(0, 255);
-    int accepted = 0;
-    for (int round = 0; round < 3000; ++round) {
-        ByteBuffer bytes = good;
-        int changes = 1 + round % 4;
-        for (int i = 0; i < changes; ++i) {
-            bytes[position(random)] = static_cast<unsigned char>(byte(random));
-        }
-        if (round % 3 == 0) bytes.resize(position(random));
-        PersistentAttributes attributes(bytes, false, nullptr);
-        AttributeBytesRawList list;
-        attributes.GetAttributeBytesListForNameSpace(AttributeBytesNameSpacesId(1), list);
-        if (attributes.IsValid()) {
-            ++accepted;
-            // Whatever was accepted can be written again.
-            PersistentAttributesWriter again(attributes.GetWriterDriverVersion());
-            again.SetAttributeBytesListForNameSpace(AttributeBytesNameSpacesId(1), list);
-            ByteBuffer rewritten;
-            EXPECT_EQ(again.Serialise(rewritten), S_OK);
-        } else {
-            EXPECT_TRUE(list.IsEmpty());
-        }
-    }
-    EXPECT_LT(accepted, 3000);
-}
-
 }  // namespace

@@ -43,17 +43,48 @@ protected:
 
 }  // namespace
 
-TEST_F(Utf8IniTest, ByteOrderMarkAndCrlf) {
-    std::wstring file =
-        Write("\xEF\xBB\xBF[1]\r\nWatermark Type=0\r\nText=Confidential \xC3\xA9\r\n");
-    EXPECT_EQ(Read(file, L"1", L"Watermark Type"), L"0");
-    EXPECT_EQ(Read(file, L"1", L"Text"), L"Confidential \x00E9");  // no stray CR
-}
-
-TEST_F(Utf8IniTest, ByteOrderMarkBeforeTheFirstSection) {
-    // The mark must not become part of the first section's name.
-    std::wstring file = Write("\xEF\xBB\xBF[Printer]\nDriverName=x\n");
-    EXPECT_EQ(Read(file, L"Printer", L"DriverName"), L"x");
+// How files are spelled: marks, line ends, encodings, case and blanks, quotes and comments.
+TEST_F(Utf8IniTest, EverySpellingOfAFileIsRead) {
+    std::string utf16le("\xFF\xFE", 2);
+    for (wchar_t c : std::wstring(L"[s]\r\nk=\x263A\r\n")) {
+        utf16le.push_back(static_cast<char>(c & 0xFF));
+        utf16le.push_back(static_cast<char>(c >> 8));
+    }
+    const std::string odd =
+        "; comment\n[s]\nq=\"quoted  \"\nsingle='x'\nhalf=\"open\nnoequals\n# hash\nempty=\n"
+        "eq=a=b\n[s]\nq=second\n";
+    const struct {
+        const char* name;
+        std::string bytes;
+        const wchar_t* section;
+        const wchar_t* key;
+        std::wstring value;
+    } rows[] = {
+        {"mark and CRLF", "\xEF\xBB\xBF[1]\r\nText=Confidential \xC3\xA9\r\n", L"1", L"Text",
+         L"Confidential \x00E9"},
+        {"mark before the first section", "\xEF\xBB\xBF[Printer]\nDriverName=x\n", L"Printer",
+         L"DriverName", L"x"},
+        {"UTF-16 with a mark", utf16le, L"s", L"k", L"\x263A"},
+        {"invalid UTF-8 repaired",
+         "[1]\nText=a\xFF"
+         "b\xC3\n",
+         L"1", L"Text",
+         L"a\xFFFD"
+         L"b\xFFFD"},
+        {"case and blanks", "  [ Section One ]  \n  Some Key  =  spaced value  \n", L"section one",
+         L"SOME KEY", L"spaced value"},
+        {"double quotes, first key wins", odd, L"s", L"q", L"quoted  "},
+        {"single quotes", odd, L"s", L"single", L"x"},
+        {"unclosed quote", odd, L"s", L"half", L"\"open"},
+        {"empty value", odd, L"s", L"empty", L""},
+        {"= in the value", odd, L"s", L"eq", L"a=b"},
+        {"line without =", odd, L"s", L"noequals", L"!@*^%&$#"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string name = "row" + std::to_string(&row - rows) + ".ini";
+        EXPECT_EQ(Read(Write(row.bytes, name.c_str()), row.section, row.key), row.value);
+    }
 }
 
 TEST_F(Utf8IniTest, MissingFileSectionOrKeyGivesTheDefault) {
@@ -64,32 +95,6 @@ TEST_F(Utf8IniTest, MissingFileSectionOrKeyGivesTheDefault) {
     EXPECT_EQ(Read(L"", L"1", L"Text"), L"!@*^%&$#");
     EXPECT_EQ(Read(file, L"2", L"Text", nullptr), L"");
     EXPECT_EQ(Read(file, L"2", L"Text", L"trailing   "), L"trailing");  // blanks stripped
-}
-
-TEST_F(Utf8IniTest, InvalidUtf8IsRepaired) {
-    std::wstring file = Write(
-        "[1]\nText=a\xFF"
-        "b\xC3\n");
-    EXPECT_EQ(Read(file, L"1", L"Text"),
-              L"a\xFFFD"
-              L"b\xFFFD");
-}
-
-TEST_F(Utf8IniTest, NamesIgnoreCaseAndWhiteSpace) {
-    std::wstring file = Write("  [ Section One ]  \n  Some Key  =  spaced value  \n");
-    EXPECT_EQ(Read(file, L"section one", L"SOME KEY"), L"spaced value");
-}
-
-TEST_F(Utf8IniTest, QuotesCommentsAndOddLines) {
-    std::wstring file = Write(
-        "; comment\n[s]\nq=\"quoted  \"\nsingle='x'\nhalf=\"open\nnoequals\n# hash\nempty=\n"
-        "eq=a=b\n[s]\nq=second\n");
-    EXPECT_EQ(Read(file, L"s", L"q"), L"quoted  ");  // the first section and key win
-    EXPECT_EQ(Read(file, L"s", L"single"), L"x");
-    EXPECT_EQ(Read(file, L"s", L"half"), L"\"open");
-    EXPECT_EQ(Read(file, L"s", L"empty"), L"");
-    EXPECT_EQ(Read(file, L"s", L"eq"), L"a=b");
-    EXPECT_EQ(Read(file, L"s", L"noequals"), L"!@*^%&$#");
 }
 
 TEST_F(Utf8IniTest, ValueTruncation) {
@@ -129,16 +134,6 @@ TEST_F(Utf8IniTest, NullSectionListsTheSections) {
     int n = m_ini.GetPrivateProfileStringW(nullptr, L"ignored", L"", out.data(), 32, file.c_str());
     EXPECT_EQ(n, 8);
     EXPECT_EQ(out.substr(0, 9), std::wstring(L"one\0two\0\0", 9));
-}
-
-TEST_F(Utf8IniTest, Utf16FilesWithAMark) {
-    std::string utf16le("\xFF\xFE", 2);
-    for (wchar_t c : std::wstring(L"[s]\r\nk=\x263A\r\n")) {
-        utf16le.push_back(static_cast<char>(c & 0xFF));
-        utf16le.push_back(static_cast<char>(c >> 8));
-    }
-    std::wstring file = Write(utf16le);
-    EXPECT_EQ(Read(file, L"s", L"k"), L"\x263A");
 }
 
 TEST_F(Utf8IniTest, BackslashesInTheFileName) {
