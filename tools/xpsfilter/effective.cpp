@@ -138,17 +138,11 @@ std::string JsonOrNull(const std::string& text) {
     return text.empty() ? "null" : xpsfilter::JsonString(text);
 }
 
-int Effective(const EffectiveOptions& options) {
-    if (options.page == 0) throw EffectiveError{xpsfilter::kExitUsage, "pages are counted from 1"};
+// The manager a filter that merges has: merging on, the default ticket installed. Returns how
+// messages name the default ticket.
+std::string InitialiseMergingManager(PrintTicketManager& manager, const EffectiveOptions& options,
+                                     HANDLE token) {
     const std::string defaultTicket = ReadDefaultTicket(options.ticketFile);
-
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token)) {
-        throw EffectiveError{xpsfilter::kExitInternal, "cannot open the process token"};
-    }
-    std::unique_ptr<void, BOOL (*)(HANDLE)> closeToken(token, &CloseHandle);
-
-    PrintTicketManager manager;
     manager.m_mergeEnabled = true;
     CComPtr<IPrintReadStream> stream;
     if (FAILED(platform::CreatePrintReadStreamOnBytes(defaultTicket.data(), defaultTicket.size(),
@@ -168,45 +162,55 @@ int Effective(const EffectiveOptions& options) {
         throw EffectiveError{xpsfilter::kExitBadTicket,
                              defaultName + " is not a well-formed PrintTicket"};
     }
+    return defaultName;
+}
 
-    // The walk a filter makes: each part's ticket installed in the manager as the part arrives.
-    xpsfilter::JobParts parts(options.input);
+// The tickets of the sequence, the document and the page the walk stopped at.
+struct PageTickets {
     CComPtr<IPartPrintTicket> tickets[3];  // job, document, page
     std::string partNames[3];              // sequence, document, page
+};
+
+// The walk a filter makes: each part's ticket installed in the manager as the part arrives, up
+// to the page asked for.
+PageTickets WalkToPage(PrintTicketManager& manager, const EffectiveOptions& options) {
+    xpsfilter::JobParts parts(options.input);
+    PageTickets found;
     unsigned pages = 0;
-    bool found = false;
-    auto install = [&](HRESULT hr, const std::string& part) {
+    auto install = [&](int level, HRESULT hr) {
         if (FAILED(hr)) {
-            throw EffectiveError{xpsfilter::kExitBadTicket,
-                                 "the ticket of " + part + " cannot be merged (" + Hex(hr) + ")"};
+            throw EffectiveError{
+                xpsfilter::kExitBadTicket,
+                "the ticket of " + found.partNames[level] + " cannot be merged (" + Hex(hr) + ")"};
         }
     };
-    while (!found) {
-        CComPtr<IUnknown> part = parts.Next();
-        if (!part) break;
+    while (CComPtr<IUnknown> part = parts.Next()) {
         if (CComQIPtr<IFixedDocumentSequence> sequence = part) {
-            partNames[0] = xpsfilter::PartUri(sequence.p);
-            tickets[0] = xpsfilter::PartTicket(sequence.p);
-            install(manager.InitializeWithPrintTicket(sequence.p), partNames[0]);
+            found.partNames[0] = xpsfilter::PartUri(sequence.p);
+            found.tickets[0] = xpsfilter::PartTicket(sequence.p);
+            install(0, manager.InitializeWithPrintTicket(sequence.p));
         } else if (CComQIPtr<IFixedDocument> document = part) {
-            partNames[1] = xpsfilter::PartUri(document.p);
-            tickets[1] = xpsfilter::PartTicket(document.p);
-            install(manager.InitializeWithPrintTicket(document.p), partNames[1]);
+            found.partNames[1] = xpsfilter::PartUri(document.p);
+            found.tickets[1] = xpsfilter::PartTicket(document.p);
+            install(1, manager.InitializeWithPrintTicket(document.p));
         } else if (CComQIPtr<IFixedPage> page = part) {
             if (++pages != options.page) continue;
-            partNames[2] = xpsfilter::PartUri(page.p);
-            tickets[2] = xpsfilter::PartTicket(page.p);
-            install(manager.InitializeWithPrintTicket(page.p), partNames[2]);
-            found = true;
+            found.partNames[2] = xpsfilter::PartUri(page.p);
+            found.tickets[2] = xpsfilter::PartTicket(page.p);
+            install(2, manager.InitializeWithPrintTicket(page.p));
+            return found;
         }
     }
-    if (!found) {
-        throw EffectiveError{xpsfilter::kExitUsage, options.input + " has " +
-                                                        std::to_string(pages) + " page" +
-                                                        (pages == 1 ? "" : "s") + ", no page " +
-                                                        std::to_string(options.page)};
-    }
+    throw EffectiveError{xpsfilter::kExitUsage, options.input + " has " + std::to_string(pages) +
+                                                    " page" + (pages == 1 ? "" : "s") +
+                                                    ", no page " + std::to_string(options.page)};
+}
 
+constexpr const char* kLevelNames[] = {"job", "document", "page"};
+
+// The merged page ticket as `ticket show` shows it, each item marked with the level it came
+// from (the lowest level that brings it; a part without a ticket brings none).
+TicketContents EffectiveContents(PrintTicketManager& manager, const PageTickets& page) {
     XpsFilterPrintTicket* view = nullptr;
     HRESULT hr = manager.GetTicket(kPTPageScope, &view);
     if (FAILED(hr) || view == nullptr || view->GetMergedTicket() == nullptr) {
@@ -215,34 +219,35 @@ int Effective(const EffectiveOptions& options) {
     }
     TicketContents contents = xpsfilter::ReadContents(*view->GetMergedTicket());
     contents.view = xpsfilter::ReadView(*view);
-
-    // The levels that bring settings, lowest first: a part without a ticket brings none.
-    static const char* const kLevelNames[] = {"job", "document", "page"};
     std::vector<Level> levels;
     for (int i = 2; i >= 0; --i) {
-        if (!tickets[i]) continue;
-        CComPtr<IXMLDOMDocument2> dom = LoadPart(tickets[i]);
+        if (!page.tickets[i]) continue;
+        CComPtr<IXMLDOMDocument2> dom = LoadPart(page.tickets[i]);
         if (!dom) continue;
-        levels.push_back({kLevelNames[i], xpsfilter::PartUri(tickets[i].p), ContentsOf(dom)});
+        levels.push_back({kLevelNames[i], xpsfilter::PartUri(page.tickets[i].p), ContentsOf(dom)});
     }
     levels.push_back({"default", "", ContentsOf(manager.GetPtrToDefaultPrintTicket())});
     MarkOrigins(contents.features, levels, &TicketContents::features);
     MarkOrigins(contents.parameters, levels, &TicketContents::parameters);
     MarkOrigins(contents.properties, levels, &TicketContents::properties);
+    return contents;
+}
 
+void PrintEffective(const EffectiveOptions& options, const TicketContents& contents,
+                    const PageTickets& page, const std::string& defaultName) {
     auto ticketOf = [&](int i) {
-        return tickets[i] ? xpsfilter::PartUri(tickets[i].p) : std::string();
+        return page.tickets[i] ? xpsfilter::PartUri(page.tickets[i].p) : std::string();
     };
     const std::string title = "page " + std::to_string(options.page) + " of " + options.input;
     if (options.json) {
         const std::string extra =
             "  \"page\": " + std::to_string(options.page) +
-            ",\n  \"pagePart\": " + xpsfilter::JsonString(partNames[2]) +
+            ",\n  \"pagePart\": " + xpsfilter::JsonString(page.partNames[2]) +
             ",\n  \"sources\": {\"default\": " + xpsfilter::JsonString(defaultName) +
             ", \"job\": " + JsonOrNull(ticketOf(0)) + ", \"document\": " + JsonOrNull(ticketOf(1)) +
             ", \"page\": " + JsonOrNull(ticketOf(2)) + "},\n";
         std::cout << xpsfilter::FormatShow(title, contents, true, extra);
-        return xpsfilter::kExitOk;
+        return;
     }
     std::cout << xpsfilter::FormatShow(title, contents, false);
     std::cout << "\nMerged, each level onto the one above:\n";
@@ -251,9 +256,23 @@ int Effective(const EffectiveOptions& options) {
         std::string label = kLevelNames[i];
         label.resize(10, ' ');
         std::cout << "  " << label
-                  << (tickets[i] ? ticketOf(i) : "(none: " + partNames[i] + " has no ticket)")
+                  << (page.tickets[i] ? ticketOf(i)
+                                      : "(none: " + page.partNames[i] + " has no ticket)")
                   << "\n";
     }
+}
+
+int Effective(const EffectiveOptions& options) {
+    if (options.page == 0) throw EffectiveError{xpsfilter::kExitUsage, "pages are counted from 1"};
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token)) {
+        throw EffectiveError{xpsfilter::kExitInternal, "cannot open the process token"};
+    }
+    std::unique_ptr<void, BOOL (*)(HANDLE)> closeToken(token, &CloseHandle);
+    PrintTicketManager manager;
+    const std::string defaultName = InitialiseMergingManager(manager, options, token);
+    const PageTickets page = WalkToPage(manager, options);
+    PrintEffective(options, EffectiveContents(manager, page), page, defaultName);
     return xpsfilter::kExitOk;
 }
 
