@@ -123,6 +123,39 @@ void ReportOptions(const OptionsTicket& ticket) {
     }
 }
 
+// What the printer's PPD (named by the PPD variable CUPS sets) says: the pipeline, the printer,
+// its registry (made the printer registry of this process).
+PpdSettings PrinterSettings() {
+    PpdSettings ppd;
+    if (const char* ppdPath = std::getenv("PPD"); ppdPath != nullptr && *ppdPath != '\0') {
+        ppd = ReadPpdSettings(ppdPath, DataFolder());
+    } else {
+        ReportDebug("no PPD: the built-in pass-through pipeline runs");
+    }
+    if (!ppd.printerRegistry.empty()) setenv("FU_PRINTER_REGISTRY", ppd.printerRegistry.c_str(), 1);
+    return ppd;
+}
+
+// The printer's pipeline with the filter that merges the options into the job ticket in front.
+pipelinehost::PipelineConfig PipelineWithOptionsFilter(
+    const PpdSettings& ppd, const CComPtr<JobTicketFilter>& optionsFilter,
+    pipelinehost::FilterRegistry& registry) {
+    using namespace pipelinehost;
+    PipelineConfig config =
+        ppd.pipeline.empty() ? DefaultPipelineConfig() : LoadPipelineConfig(ppd.pipeline);
+    registry.AddBuiltin(kOptionsFilterName, [optionsFilter](IPrintPipelineFilter** filter) {
+        if (filter == nullptr) return E_POINTER;
+        *filter = optionsFilter;
+        (*filter)->AddRef();
+        return S_OK;
+    });
+    FilterEntry optionsEntry;
+    optionsEntry.name = kOptionsFilterName;
+    optionsEntry.builtin = kOptionsFilterName;
+    config.filters.insert(config.filters.begin(), optionsEntry);
+    return config;
+}
+
 int RunFilter(const CupsArguments& arguments) {
     using namespace pipelinehost;
     ScratchFolder scratch;
@@ -139,34 +172,16 @@ int RunFilter(const CupsArguments& arguments) {
         return kExitFailed;
     }
 
-    const fs::path dataFolder = DataFolder();
-    PpdSettings ppd;
-    if (const char* ppdPath = std::getenv("PPD"); ppdPath != nullptr && *ppdPath != '\0') {
-        ppd = ReadPpdSettings(ppdPath, dataFolder);
-    } else {
-        ReportDebug("no PPD: the built-in pass-through pipeline runs");
-    }
-    if (!ppd.printerRegistry.empty()) setenv("FU_PRINTER_REGISTRY", ppd.printerRegistry.c_str(), 1);
+    const PpdSettings ppd = PrinterSettings();
 
     OptionsTicket options = BuildOptionsTicket(arguments.options, arguments.copies, ppd.pageSizes);
     ReportOptions(options);
 
-    PipelineConfig config =
-        ppd.pipeline.empty() ? DefaultPipelineConfig() : LoadPipelineConfig(ppd.pipeline);
     FilterRegistry registry;
     RegisterFilters(registry);
     CComPtr<JobTicketFilter> optionsFilter;
     optionsFilter.Attach(new JobTicketFilter(options.delta));
-    registry.AddBuiltin(kOptionsFilterName, [optionsFilter](IPrintPipelineFilter** filter) {
-        if (filter == nullptr) return E_POINTER;
-        *filter = optionsFilter;
-        (*filter)->AddRef();
-        return S_OK;
-    });
-    FilterEntry optionsEntry;
-    optionsEntry.name = kOptionsFilterName;
-    optionsEntry.builtin = kOptionsFilterName;
-    config.filters.insert(config.filters.begin(), optionsEntry);
+    PipelineConfig config = PipelineWithOptionsFilter(ppd, optionsFilter, registry);
 
     JobOptions job;
     job.input = input.string();
