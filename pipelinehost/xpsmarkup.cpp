@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <optional>
 
 #include "platform/com/unicode.h"
@@ -235,16 +236,17 @@ Listing ParseListing(std::string_view xml, std::string_view partName, bool seque
     if (root->ns && root->ns->prefix)
         qname = std::string(reinterpret_cast<const char*>(root->ns->prefix)) + ":";
     listing.closeTag = "</" + qname + std::string(Name(root)) + ">";
-    xmlBuffer* buffer = xmlBufferCreate();
+    // Freed on every way out: ResolvePartReference throws for a reference above the root.
+    const std::unique_ptr<xmlBuffer, void (*)(xmlBuffer*)> owned(xmlBufferCreate(), xmlBufferFree);
+    if (!owned) throw std::bad_alloc();
+    xmlBuffer* buffer = owned.get();
     for (xmlNode* node = root->children; node != nullptr; node = node->next) {
         if (node->type != XML_ELEMENT_NODE || Name(node) != entryName) continue;
         if (!HasAttribute(node, "Source")) {
-            xmlBufferFree(buffer);
             throw JobError(ErrorKind::BadPackage, what + " has a " + entryName + " without Source");
         }
         std::optional<std::string> part = ResolvePartReference(partName, Attribute(node, "Source"));
         if (!part) {
-            xmlBufferFree(buffer);
             // Say which kind of reference it is: an empty one and a folder are not "outside".
             const std::string source = Attribute(node, "Source");
             const std::string quoted = "\"" + source + "\"";
@@ -260,7 +262,6 @@ Listing ParseListing(std::string_view xml, std::string_view partName, bool seque
             {*part, std::string(reinterpret_cast<const char*>(xmlBufferContent(buffer)),
                                 static_cast<std::size_t>(xmlBufferLength(buffer)))});
     }
-    xmlBufferFree(buffer);
     return listing;
 }
 
