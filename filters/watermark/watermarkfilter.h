@@ -58,7 +58,6 @@ private:
 
     std::string m_fontFile = kDefaultFontFile;
     std::unique_ptr<PartFileWriter> m_fontWriter;
-    bool m_fontFailed = false;
     struct Bitmap {
         std::unique_ptr<PartFileWriter> writer;
         watermark::ImageInfo info;
