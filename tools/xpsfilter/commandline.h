@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,13 @@ enum ExitCode : int {
 };
 
 int ExitCodeFor(pipelinehost::ErrorKind kind);
+
+// An HRESULT as messages show it: 0x80070057.
+inline std::string Hex(HRESULT hr) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
+    return text;
+}
 
 class CommandLine {
 public:

@@ -41,11 +41,7 @@ struct EffectiveError {
     std::string message;
 };
 
-std::string Hex(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
-    return text;
-}
+using xpsfilter::Hex;
 
 std::string ReadDefaultTicket(const std::string& path) {
     if (path.empty()) return std::string(pipelinehost::DefaultPrintTicket());

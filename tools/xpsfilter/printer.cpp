@@ -31,11 +31,7 @@ namespace {
 namespace fs = std::filesystem;
 using FormsInfoRec = PageMediaSizePtPcHelper::FormsInfoRec;
 
-std::string Hex(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
-    return text;
-}
+using xpsfilter::Hex;
 
 // A file that is not text: NUL bytes without the byte-order mark of UTF-16.
 bool LooksBinary(const std::string& bytes) {

@@ -3,17 +3,12 @@
 
 #include <cstdio>
 
+#include "commandline.h"
 #include "ticketcontents.h"
 
 namespace xpsfilter {
 
 namespace {
-
-std::string Hex(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
-    return text;
-}
 
 std::string Number(double value) {
     char text[32];

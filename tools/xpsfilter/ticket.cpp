@@ -53,11 +53,7 @@ struct TicketError {
     std::string message;
 };
 
-std::string Hex(HRESULT hr) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
-    return text;
-}
+using xpsfilter::Hex;
 
 std::string Narrow(const wchar_t* text) {
     return text == nullptr ? std::string() : platform::WideToUtf8(text);
