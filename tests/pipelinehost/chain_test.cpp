@@ -109,6 +109,10 @@ struct FailureCase {
     const char* message;
 };
 
+void PrintTo(const FailureCase& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class FilterFailure : public ::testing::TestWithParam<FailureCase> {};
 
 TEST_P(FilterFailure, StopsEveryFilterAndLeavesNoOutput) {
@@ -135,6 +139,7 @@ TEST_P(FilterFailure, StopsEveryFilterAndLeavesNoOutput) {
 INSTANTIATE_TEST_SUITE_P(
     Modes, FilterFailure,
     ::testing::Values(FailureCase{"Fails", Mode::FailAfterFirstPart, "failed (0x80070005)"},
+                      FailureCase{"FailsHalfWay", Mode::FailAtTenthPage, "failed (0x80070005)"},
                       FailureCase{"Throws", Mode::Throw, "threw: test filter exploded"},
                       FailureCase{"RequestsShutdown", Mode::RequestShutdown,
                                   "stopped the job (0x80004004)"}),

@@ -85,6 +85,7 @@ private:
 enum class Mode {
     PassThrough,
     FailAfterFirstPart,
+    FailAtTenthPage,  // forwards nine pages, then fails: a job stopped half-way
     Throw,
     RequestShutdown,
     Forgetful,
@@ -172,6 +173,9 @@ private:
             if (!part) break;
             ++m_observed->parts;
             if (m_mode == Mode::FailAfterFirstPart) return E_ACCESSDENIED;
+            if (m_mode == Mode::FailAtTenthPage && CComQIPtr<IFixedPage>(part) && ++m_pages == 10) {
+                return E_ACCESSDENIED;
+            }
             if (m_mode == Mode::RequestShutdown && CComQIPtr<IFixedPage>(part)) {
                 m_control->RequestShutdown(E_ABORT, nullptr);
                 return S_OK;
@@ -207,6 +211,7 @@ private:
     CComPtr<IInterFilterCommunicator> m_communicator;
     CComPtr<IPrintPipelineManagerControl> m_control;
     std::atomic<bool> m_stop{false};
+    int m_pages = 0;
 };
 
 // Runs a job through the one filter the factory makes.
