@@ -4,6 +4,7 @@
 // derive from it and only name the root element.
 #pragma once
 
+#include <cwchar>
 #include <vector>
 
 #include "filterpipeline/filterutilities/printschema.h"
@@ -45,6 +46,11 @@ public:
     // Small string helpers shared by the document classes: null counts as empty.
     static bool IsEmptyString(const wchar_t* text) { return text == nullptr || *text == L'\0'; }
     static CComBSTR JoinStrings(const wchar_t* first, const wchar_t* second);
+    // text begins with prefix (both non-null).
+    static bool StartsWithText(const wchar_t* text, const wchar_t* prefix) {
+        return text != nullptr && prefix != nullptr &&
+               std::wcsncmp(text, prefix, std::wcslen(prefix)) == 0;
+    }
     // The node's typed value as text (untyped Print Schema elements give their trimmed text);
     // an empty value leaves text null. Returns the DOM's failure.
     static HRESULT ReadTypedText(IXMLDOMNode* node, CComBSTR& text);

@@ -17,18 +17,10 @@ namespace {
 
 constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
 
-bool IsEmpty(const wchar_t* text) {
-    return PrintSchemaXmlDocument::IsEmptyString(text);
-}
-
-bool StartsWith(const wchar_t* text, const wchar_t* prefix) {
-    return text != nullptr && prefix != nullptr &&
-           std::wcsncmp(text, prefix, std::wcslen(prefix)) == 0;
-}
-
-CComBSTR Join(const wchar_t* first, const wchar_t* second) {
-    return PrintSchemaXmlDocument::JoinStrings(first, second);
-}
+// Short names for the document's own text helpers.
+constexpr auto IsEmpty = &PrintSchemaXmlDocument::IsEmptyString;
+constexpr auto StartsWith = &PrintSchemaXmlDocument::StartsWithText;
+constexpr auto Join = &PrintSchemaXmlDocument::JoinStrings;
 
 }  // namespace
 
