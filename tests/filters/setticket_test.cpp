@@ -465,20 +465,10 @@ TEST_P(CorpusThroughSampleFilters, TicketsChangeAndPagesRenderAsBefore) {
     fs::remove_all(run.dir);
 }
 
-std::vector<std::string> CorpusJobs() {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/xps")) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-INSTANTIATE_TEST_SUITE_P(Corpus, CorpusThroughSampleFilters, ::testing::ValuesIn(CorpusJobs()),
+INSTANTIATE_TEST_SUITE_P(Corpus, CorpusThroughSampleFilters,
+                         ::testing::ValuesIn(testpackages::CorpusNames()),
                          [](const ::testing::TestParamInfo<std::string>& info) {
-                             std::string name;
-                             for (char c : info.param) name += std::isalnum(c) ? c : '_';
-                             return name;
+                             return testpackages::TestNameOf(info.param);
                          });
 
 }  // namespace

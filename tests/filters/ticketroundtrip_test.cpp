@@ -294,15 +294,8 @@ void PrintTo(const RoundTripCase& row, std::ostream* out) {
 
 std::vector<RoundTripCase> Cases() {
     std::vector<RoundTripCase> cases;
-    for (const char* folder : {"xps", "tickets"}) {
-        std::vector<std::string> names;
-        for (const auto& entry :
-             fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/" + folder)) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        for (const std::string& name : names) cases.push_back({name, folder[0] == 't'});
-    }
+    for (const std::string& name : tp::CorpusNames("xps")) cases.push_back({name, false});
+    for (const std::string& name : tp::CorpusNames("tickets")) cases.push_back({name, true});
     return cases;
 }
 
@@ -358,9 +351,8 @@ TEST_P(TicketRoundTrip, EditedTicketsReadBackWhole) {
 
 INSTANTIATE_TEST_SUITE_P(Corpus, TicketRoundTrip, ::testing::ValuesIn(Cases()),
                          [](const ::testing::TestParamInfo<RoundTripCase>& info) {
-                             std::string name = info.param.ticketOnly ? "ticket_" : "package_";
-                             for (char c : info.param.name) name += std::isalnum(c) ? c : '_';
-                             return name;
+                             return (info.param.ticketOnly ? "ticket_" : "package_") +
+                                    tp::TestNameOf(info.param.name);
                          });
 
 }  // namespace

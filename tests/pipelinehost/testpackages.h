@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <zip.h>
 
+#include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -179,6 +181,24 @@ inline std::vector<Item> ReadZip(const std::string& path) {
 
 inline std::string CorpusFile(const std::string& name) {
     return std::string(FU_CORPUS_DIR) + "/xps/" + name;
+}
+
+// The file names of a corpus folder ("xps", "tickets", ...), sorted.
+inline std::vector<std::string> CorpusNames(const std::string& folder = "xps") {
+    std::vector<std::string> names;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(FU_CORPUS_DIR) + "/" + folder)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// A test name made of a file name: letters and digits kept, everything else '_'.
+inline std::string TestNameOf(const std::string& text) {
+    std::string name;
+    for (char c : text) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+    return name;
 }
 
 }  // namespace testpackages

@@ -133,20 +133,9 @@ TEST_P(CorpusInspection, JsonParsesAndPagesMatchARun) {
     fs::remove_all(dir);
 }
 
-std::vector<std::string> CorpusJobs() {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/xps")) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-INSTANTIATE_TEST_SUITE_P(Corpus, CorpusInspection, ::testing::ValuesIn(CorpusJobs()),
+INSTANTIATE_TEST_SUITE_P(Corpus, CorpusInspection, ::testing::ValuesIn(testpackages::CorpusNames()),
                          [](const ::testing::TestParamInfo<std::string>& info) {
-                             std::string name;
-                             for (char c : info.param) name += std::isalnum(c) ? c : '_';
-                             return name;
+                             return testpackages::TestNameOf(info.param);
                          });
 
 }  // namespace

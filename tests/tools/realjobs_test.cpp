@@ -36,11 +36,7 @@ void PrintTo(const JobCase& job, std::ostream* out) {
 }
 
 std::vector<JobCase> Cases() {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/xps")) {
-        names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
+    std::vector<std::string> names = testpackages::CorpusNames();
     names.push_back("samples/sample_job.xps");
     std::vector<JobCase> cases;
     for (const std::string& name : names) {
@@ -195,9 +191,8 @@ TEST_P(RealJob, EveryPipelineKeepsThePagesAsTheyRender) {
 
 INSTANTIATE_TEST_SUITE_P(Corpus, RealJob, ::testing::ValuesIn(Cases()),
                          [](const ::testing::TestParamInfo<JobCase>& info) {
-                             std::string name;
-                             for (char c : info.param.name) name += std::isalnum(c) ? c : '_';
-                             return name + (info.param.indented ? "_indented" : "");
+                             return testpackages::TestNameOf(info.param.name) +
+                                    (info.param.indented ? "_indented" : "");
                          });
 
 }  // namespace
