@@ -12,6 +12,7 @@
 #include <fstream>
 
 #include "pipelinehost/hosterror.h"
+#include "pipelinehost/iteminflater.h"
 #include "pipelinehost/partname.h"
 #include "pipelinehost/xpsmarkup.h"
 #include "pipelinehost/xpsnames.h"
@@ -42,7 +43,9 @@ bool StartsLikeZip(const std::string& path) {
            ((magic[2] == 3 && magic[3] == 4) || (magic[2] == 5 && magic[3] == 6));
 }
 
-// Inflated reader over the items of one part, checking each item's declared size.
+// Inflated reader over the items of one part, checking each item's declared size. Items
+// inflate on the reading thread (ItemInflater); only their compressed bytes are read under the
+// package's lock.
 class SourcePartStream final : public PartStream {
 public:
     SourcePartStream(std::shared_ptr<const SourcePackage> package, const SourcePart& part)
@@ -53,9 +56,8 @@ public:
         std::size_t total = 0;
         while (total < size && m_itemIndex < m_part.items.size()) {
             const ZipItem& item = m_part.items[m_itemIndex];
-            if (!m_file) m_file = m_package->OpenItem(item, false);
-            std::size_t got =
-                m_package->ReadItem(*m_file, static_cast<char*>(buffer) + total, size - total);
+            if (!m_file) m_file = std::make_unique<ItemInflater>(*m_package, item);
+            std::size_t got = m_file->Read(static_cast<char*>(buffer) + total, size - total);
             if (got == 0) {
                 if (m_inItem != item.size) {
                     throw JobError(ErrorKind::NotZip,
@@ -97,16 +99,11 @@ public:
     }
 
 private:
-    void CloseCurrent() {
-        if (m_file) {
-            m_package->CloseItem(*m_file);
-            m_file.reset();
-        }
-    }
+    void CloseCurrent() { m_file.reset(); }
 
     std::shared_ptr<const SourcePackage> m_package;
     const SourcePart& m_part;
-    std::unique_ptr<SourcePackage::ItemFile> m_file;
+    std::unique_ptr<ItemInflater> m_file;
     std::size_t m_itemIndex = 0;
     std::uint64_t m_inItem = 0;
     std::uint64_t m_position = 0;
@@ -115,7 +112,7 @@ private:
 class RawItemReader final : public SourcePackage::RawReader {
 public:
     RawItemReader(std::shared_ptr<const SourcePackage> package, const ZipItem& item)
-        : m_package(std::move(package)), m_file(m_package->OpenItem(item, true)) {}
+        : m_package(std::move(package)), m_file(m_package->OpenItem(item)) {}
     ~RawItemReader() override { m_package->CloseItem(*m_file); }
     std::size_t Read(void* buffer, std::size_t size) override {
         return m_package->ReadItem(*m_file, buffer, size);
@@ -393,12 +390,11 @@ std::unique_ptr<SourcePackage::RawReader> SourcePackage::OpenRaw(const ZipItem& 
     return std::make_unique<RawItemReader>(shared_from_this(), item);
 }
 
-std::unique_ptr<SourcePackage::ItemFile> SourcePackage::OpenItem(const ZipItem& item,
-                                                                 bool raw) const {
+std::unique_ptr<SourcePackage::ItemFile> SourcePackage::OpenItem(const ZipItem& item) const {
     std::lock_guard<std::mutex> lock(m_zipMutex);
     auto file = std::make_unique<ItemFile>();
     file->item = &item;
-    file->file = zip_fopen_index(m_zip, item.index, raw ? ZIP_FL_COMPRESSED : 0);
+    file->file = zip_fopen_index(m_zip, item.index, ZIP_FL_COMPRESSED);
     if (file->file == nullptr) {
         throw JobError(ErrorKind::NotZip,
                        "cannot open ZIP item " + item.name + ": " + zip_strerror(m_zip));

@@ -2,7 +2,8 @@
 // once (libzip), joins interleaved piece items into logical parts, reads the content types and
 // the package relationships, and opens part content lazily: inflated with a bound on the
 // inflated size, or as the raw compressed bytes of one ZIP item for copying. One package is
-// shared by every part object and thread of a job; ZIP access is serialised inside.
+// shared by every part object and thread of a job; reading compressed bytes is serialised
+// inside, inflating is not (each stream inflates on the thread that reads it).
 #pragma once
 
 #include <cstdint>
@@ -113,9 +114,10 @@ public:
     };
     std::unique_ptr<RawReader> OpenRaw(const ZipItem& item) const;
 
-    // Low-level item access used by the streams (serialised).
+    // Low-level access to an item's compressed bytes, used by the raw readers (serialised: the
+    // package's one libzip handle is not shared between threads).
     struct ItemFile;
-    std::unique_ptr<ItemFile> OpenItem(const ZipItem& item, bool raw) const;
+    std::unique_ptr<ItemFile> OpenItem(const ZipItem& item) const;
     std::size_t ReadItem(ItemFile& file, void* buffer, std::size_t size) const;
     void CloseItem(ItemFile& file) const;
 
