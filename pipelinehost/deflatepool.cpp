@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
+#include <memory>
 #include <exception>
 
 #include <zlib.h>
@@ -42,17 +44,24 @@ void Compress(DeflateChunk& chunk) {
         chunk.error = "cannot set the deflate dictionary";
         return;
     }
-    // deflateBound does not count the empty block a sync flush adds.
-    chunk.output.resize(deflateBound(&stream, static_cast<uLong>(input.size())) + 16);
+    // deflateBound does not count the empty block a sync flush adds. The room is not cleared
+    // first (a string's resize would write every byte of it); only what deflate produced is
+    // copied into the chunk's output.
+    std::size_t capacity = deflateBound(&stream, static_cast<uLong>(input.size())) + 16;
+    std::unique_ptr<Bytef[]> room(new Bytef[capacity]);
     stream.next_in = const_cast<Bytef*>(Bytes(input));
     stream.avail_in = static_cast<uInt>(input.size());
     const int flush = chunk.final ? Z_FINISH : Z_SYNC_FLUSH;
     std::size_t produced = 0;
     for (;;) {
-        if (produced == chunk.output.size()) chunk.output.resize(chunk.output.size() * 2);
-        stream.next_out = reinterpret_cast<Bytef*>(chunk.output.data() + produced);
-        stream.avail_out =
-            static_cast<uInt>(std::min<std::size_t>(chunk.output.size() - produced, UINT_MAX));
+        if (produced == capacity) {
+            std::unique_ptr<Bytef[]> larger(new Bytef[capacity * 2]);
+            std::memcpy(larger.get(), room.get(), produced);
+            room = std::move(larger);
+            capacity *= 2;
+        }
+        stream.next_out = room.get() + produced;
+        stream.avail_out = static_cast<uInt>(std::min<std::size_t>(capacity - produced, UINT_MAX));
         const uInt room = stream.avail_out;
         int result = deflate(&stream, flush);
         produced += room - stream.avail_out;
@@ -64,7 +73,7 @@ void Compress(DeflateChunk& chunk) {
         // A sync flush is complete once deflate leaves output space unused.
         if (!chunk.final && stream.avail_in == 0 && stream.avail_out != 0) break;
     }
-    chunk.output.resize(produced);
+    chunk.output.assign(reinterpret_cast<const char*>(room.get()), produced);
 }
 
 }  // namespace

@@ -209,8 +209,8 @@ private:
         }
         if (m_options.output.empty()) throw JobError(ErrorKind::Output, "no output file named");
         m_writer.Attach(m_options.outputFd >= 0
-                            ? new JobWriter(m_options.outputFd, m_options.output, m_status)
-                            : new JobWriter(m_options.output, m_status));
+                            ? new JobWriter(m_options.outputFd, m_options.output, m_status, Threads())
+                            : new JobWriter(m_options.output, m_status, Threads()));
         for (std::size_t i = 0; i + 1 < m_filters.size(); ++i) {
             CComPtr<PartQueue> link;
             link.Attach(new PartQueue(m_options.queueCapacity));
@@ -221,6 +221,10 @@ private:
             report.name = filterEntry.name;
             m_chain->reports.push_back(report);
         }
+    }
+
+    unsigned Threads() const {
+        return m_options.threads > 0 ? m_options.threads : DeflatePool::DefaultThreads();
     }
 
     // The properties every filter finds in its bag.
@@ -239,6 +243,7 @@ private:
         Add(bag, XPS_FP_USER_TOKEN, HandleVariant(m_token.Get()));
         Add(bag, XPS_FP_USER_PRINT_TICKET, CComVariant(static_cast<IUnknown*>(ticketFactory.p)));
         Add(bag, XPS_FP_OUTPUT_FILE, CComVariant(platform::Utf8ToWide(m_options.output).c_str()));
+        Add(bag, L"PageThreads", CComVariant(static_cast<ULONG>(Threads())));
         return bag;
     }
 

@@ -39,6 +39,9 @@ struct JobOptions {
     DWORD jobId = 1;
     ReaderLimits limits;
     std::size_t queueCapacity = 4;
+    // Threads for the job's parallel work: the writer's compression workers, and the page
+    // threads of filters that opt in (the "PageThreads" property). 0: one per core, at most 8.
+    unsigned threads = 0;
     // Called on the calling thread about ten times a second while the job runs.
     std::function<void(std::uint64_t pagesWritten)> progress;
 };

@@ -135,11 +135,12 @@ PartKind KindOf(IUnknown* part) {
 
 }  // namespace
 
-JobWriter::JobWriter(std::string target, std::shared_ptr<JobStatus> status)
-    : m_out(std::move(target)), m_status(std::move(status)) {}
+JobWriter::JobWriter(std::string target, std::shared_ptr<JobStatus> status, unsigned threads)
+    : m_out(std::move(target), threads), m_status(std::move(status)) {}
 
-JobWriter::JobWriter(int streamFd, std::string name, std::shared_ptr<JobStatus> status)
-    : m_out(streamFd, std::move(name)), m_status(std::move(status)) {}
+JobWriter::JobWriter(int streamFd, std::string name, std::shared_ptr<JobStatus> status,
+                     unsigned threads)
+    : m_out(streamFd, std::move(name), threads), m_status(std::move(status)) {}
 
 template <class Body>
 HRESULT JobWriter::Run(Body&& body) {

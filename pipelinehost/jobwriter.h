@@ -30,9 +30,12 @@ namespace pipelinehost {
 
 class JobWriter final : public platform::ComObject<IXpsDocumentConsumer> {
 public:
-    JobWriter(std::string target, std::shared_ptr<JobStatus> status);
+    // `threads`: the package writer's compression workers.
+    JobWriter(std::string target, std::shared_ptr<JobStatus> status,
+              unsigned threads = DeflatePool::DefaultThreads());
     // Writes the package to an open stream as it is made (PackageWriter's streaming form).
-    JobWriter(int streamFd, std::string name, std::shared_ptr<JobStatus> status);
+    JobWriter(int streamFd, std::string name, std::shared_ptr<JobStatus> status,
+              unsigned threads = DeflatePool::DefaultThreads());
 
     HRESULT SendXpsUnknown(IUnknown* unknown) override;
     HRESULT SendXpsDocument(IXpsDocument* document) override;

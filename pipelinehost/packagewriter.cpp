@@ -59,8 +59,8 @@ PackageWriter::PackageWriter(std::string target, unsigned compressionThreads)
     m_zip = std::make_unique<ZipFileWriter>(m_fd);
 }
 
-PackageWriter::PackageWriter(int streamFd, std::string name)
-    : m_target(std::move(name)), m_threads(DeflatePool::DefaultThreads()) {
+PackageWriter::PackageWriter(int streamFd, std::string name, unsigned compressionThreads)
+    : m_target(std::move(name)), m_threads(compressionThreads) {
     m_fd = ::fcntl(streamFd, F_DUPFD_CLOEXEC, 0);
     if (m_fd < 0) {
         Fail(std::string("cannot write to the stream (") + std::strerror(errno) + ")", m_target);

@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "pipelinehost/deflatepool.h"
 #include "pipelinehost/sourcepackage.h"
 
 namespace pipelinehost {
@@ -54,7 +55,8 @@ public:
     // descriptors instead of headers filled in afterwards; `name` names it in messages. The
     // descriptor is duplicated: the caller keeps its own. Nothing can be taken back from a
     // stream, so a failed job leaves what was written so far.
-    PackageWriter(int streamFd, std::string name);
+    PackageWriter(int streamFd, std::string name,
+                  unsigned compressionThreads = DeflatePool::DefaultThreads());
     ~PackageWriter();
     PackageWriter(const PackageWriter&) = delete;
     PackageWriter& operator=(const PackageWriter&) = delete;

@@ -120,7 +120,10 @@ private:
 
 class SpoolWriteStream final : public platform::ComObject<IPrintWriteStream> {
 public:
-    explicit SpoolWriteStream(std::shared_ptr<SpoolBuffer> spool) : m_spool(std::move(spool)) {}
+    // `closed`: called once when the content is complete (a page scans its new markup then).
+    explicit SpoolWriteStream(std::shared_ptr<SpoolBuffer> spool,
+                              std::function<void()> closed = nullptr)
+        : m_spool(std::move(spool)), m_closed(std::move(closed)) {}
 
     HRESULT WriteBytes(const void* buffer, ULONG count, ULONG* written) override {
         if (written == nullptr || (buffer == nullptr && count != 0)) return E_POINTER;
@@ -136,10 +139,15 @@ public:
         *written = count;
         return S_OK;
     }
-    void Close() override { m_spool->Close(); }
+    void Close() override {
+        if (m_spool->Closed()) return;
+        m_spool->Close();
+        if (m_closed) m_closed();
+    }
 
 private:
     std::shared_ptr<SpoolBuffer> m_spool;
+    std::function<void()> m_closed;
 };
 
 HRESULT OpenReadStream(const PartState& state, IPrintReadStream** stream) {
@@ -364,10 +372,27 @@ public:
         *stream = nullptr;
         return Guarded(m_state, [&] {
             auto spool = std::make_shared<SpoolBuffer>();
-            *stream = new SpoolWriteStream(spool);
+            // The new markup's references are read as soon as it is complete, on the thread
+            // that wrote it (a page thread of a filter working in parallel), rather than later
+            // on the thread that sends pages to the writer.
+            CComPtr<IFixedPage> self(this);
+            const SpoolBuffer* written = spool.get();
+            *stream = new SpoolWriteStream(spool, [self, this, written] {
+                if (m_state.spool.get() == written) ScanNewMarkup();
+            });
             m_state.spool = std::move(spool);
             return S_OK;
         });
+    }
+
+    // Reads the references of the markup just written. A failure is left for the writer, which
+    // scans again and reports it.
+    void ScanNewMarkup() noexcept {
+        try {
+            ScanPageMarkup(m_state, m_container);
+        } catch (...) {
+            m_container.scanned = false;
+        }
     }
 
     HRESULT SetPagePart(IUnknown* part) override {
@@ -645,6 +670,17 @@ HRESULT CreateNewPart(const wchar_t* uri, REFIID riid, void** part, IPrintWriteS
     }
 }
 
+void ScanPageMarkup(const PartState& state, ContainerState& container) {
+    std::vector<MarkupReference> refs;
+    std::unique_ptr<PartStream> content = state.OpenContent();
+    ScanMarkupReferences(
+        [&](char* buffer, std::size_t size) { return content->Read(buffer, size); }, state.name,
+        refs);
+    container.markupRefs = std::move(refs);
+    container.scanned = true;
+    container.scannedSpool = state.spool;
+}
+
 std::vector<ResourceRef> CollectPageResources(IHostPart& page) {
     PartState& state = page.State();
     ContainerState& container = *page.Container();
@@ -653,14 +689,7 @@ std::vector<ResourceRef> CollectPageResources(IHostPart& page) {
     for (const ResourceRef& ref : result) keys.insert(PartKey(ref.name));
     if (!state.package || (state.source == nullptr && !state.spool)) return result;
     if (!container.scanned || container.scannedSpool != state.spool) {
-        std::vector<MarkupReference> refs;
-        std::unique_ptr<PartStream> content = state.OpenContent();
-        ScanMarkupReferences(
-            [&](char* buffer, std::size_t size) { return content->Read(buffer, size); }, state.name,
-            refs);
-        container.markupRefs = std::move(refs);
-        container.scanned = true;
-        container.scannedSpool = state.spool;
+        ScanPageMarkup(state, container);
     }
     for (const MarkupReference& ref : container.markupRefs) {
         std::string key = PartKey(ref.part);

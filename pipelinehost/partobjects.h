@@ -119,6 +119,10 @@ CComPtr<IFixedPage> CreatePagePart(std::shared_ptr<const SourcePackage> package,
 // IXpsDocumentConsumer::GetNewEmptyPart for every part kind.
 HRESULT CreateNewPart(const wchar_t* uri, REFIID riid, void** part, IPrintWriteStream** stream);
 
+// Reads the references of the page's current markup into `container` (markupRefs, scanned).
+// Throws JobError.
+void ScanPageMarkup(const PartState& state, ContainerState& container);
+
 // The page's resources: the attached ones, then those its current markup refers to (resolved
 // in its package) that are not attached or deleted. Throws JobError.
 std::vector<ResourceRef> CollectPageResources(IHostPart& page);

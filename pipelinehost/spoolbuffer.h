@@ -16,7 +16,9 @@ namespace pipelinehost {
 
 class SpoolBuffer {
 public:
-    static constexpr std::size_t kMemoryThreshold = 1 << 20;
+    // Large enough for the markup of nearly every page, so that a filter rewriting every page
+    // does not write and read back a temporary file per page.
+    static constexpr std::size_t kMemoryThreshold = 4 << 20;
 
     SpoolBuffer() = default;
     ~SpoolBuffer();

@@ -35,10 +35,20 @@ int main(int argc, char** argv) {
     zip_int64_t count = zip_get_num_entries(in, 0);
     for (zip_int64_t i = 0; i < count; ++i) {
         const char* name = zip_get_name(in, static_cast<zip_uint64_t>(i), 0);
-        // ZIP_FL_RECOMPRESS makes the source hand out the inflated content, which libzip
-        // deflates again with the entry's compression settings when the archive is written.
-        zip_source_t* source = zip_source_zip(out, in, static_cast<zip_uint64_t>(i),
-                                              level < 0 ? 0 : ZIP_FL_RECOMPRESS, 0, -1);
+        // A source over the whole item (start 0, length -1) hands out its compressed bytes; one
+        // over an explicit length hands out the inflated content, which libzip deflates again
+        // with the entry's compression settings when the archive is written.
+        zip_int64_t length = -1;
+        if (level > 0) {
+            zip_stat_t st;
+            zip_stat_init(&st);
+            if (zip_stat_index(in, static_cast<zip_uint64_t>(i), 0, &st) != 0) {
+                std::fprintf(stderr, "zipcopy: cannot read entry %lld\n", static_cast<long long>(i));
+                return 1;
+            }
+            if (st.size > 0) length = static_cast<zip_int64_t>(st.size);
+        }
+        zip_source_t* source = zip_source_zip(out, in, static_cast<zip_uint64_t>(i), 0, 0, length);
         const zip_int64_t added = source == nullptr ? -1 : zip_file_add(out, name, source, 0);
         if (name == nullptr || added < 0 ||
             (level > 0 && zip_set_file_compression(out, static_cast<zip_uint64_t>(added),

@@ -6,9 +6,19 @@
 // ticket manager and forward the part, so a filter that overrides nothing is a pass-through.
 // A filter that needs page tickets calls m_printTicketManager.InitializeWithPrintTicket(page)
 // from its own OnFixedPage.
+//
+// Pages in parallel (opt-in): a filter whose page work is heavy (parsing and rewriting the
+// markup) hands it to SendPageWhenDone from OnFixedPage. The work runs on the filter's page
+// threads while the walk goes on; the pages still leave in the order they came, each after its
+// `finish` step, which runs on the filter thread. docs/framework.md has the rules.
 #pragma once
 
+#include <deque>
+#include <functional>
+#include <memory>
+
 #include "filterpipeline/filterutilities/filterbase.h"
+#include "filterpipeline/filterutilities/pageworkers.h"
 #include "filterpipeline/filterutilities/resourcecache.h"
 
 class XpsFilterBase : public FilterBase {
@@ -29,6 +39,23 @@ protected:
     // Obtains the reader and writer from the communicator. E_PENDING before InitializeFilter.
     virtual HRESULT InitialiseXDIO();
 
+    // Runs `work` on a page thread, then, on the filter thread and after every page handed over
+    // before it has gone, `finish` with work's result (null `work`: S_OK at once; null `finish`:
+    // the result itself), and sends the page on when `finish` succeeded. Pages that are done
+    // leave from here and from later calls; at most twice the page threads wait. Returns the
+    // first failure of a page that left (the walk then stops) or S_OK. `work` may touch only
+    // the page and what it owns; `finish` may do anything the filter thread does.
+    using PageWork = std::function<HRESULT()>;
+    using PageFinish = std::function<HRESULT(HRESULT)>;
+    HRESULT SendPageWhenDone(IFixedPage* page, PageWork work, PageFinish finish);
+    // Waits for the pages handed to SendPageWhenDone and sends them in order. The walk calls it
+    // before any other part is handled and before OnFinalize; a filter calls it before sending
+    // anything itself while pages may be pending.
+    HRESULT SendPendingPages();
+    // The page threads SendPageWhenDone uses: the pipeline's "PageThreads" property (VT_UI4),
+    // else one per core (at most 8). With 1, work runs on the filter thread as it is handed over.
+    unsigned PageThreads() const { return m_pageThreads; }
+
     CComPtr<IXpsDocumentProvider> m_pXpsProvider;
     CComPtr<IXpsDocumentConsumer> m_pXpsConsumer;
     CFileResourceCache m_resourceCache;
@@ -40,4 +67,20 @@ protected:
 private:
     HRESULT Walk();
     HRESULT Dispatch(IUnknown* part);
+    // Reads "PageThreads" from the property bag.
+    void ReadPageThreads();
+    // Finishes and sends the first pending page (waiting for its work when `wait`); S_FALSE
+    // when it is not done yet.
+    HRESULT SendFirstPendingPage(bool wait);
+    // After a failure: waits for the work still running and drops the pending pages unsent.
+    void DropPendingPages();
+
+    struct PendingPage {
+        CComPtr<IFixedPage> page;
+        std::shared_ptr<CPageWorkers::PageWork> work;
+        PageFinish finish;
+    };
+    unsigned m_pageThreads = 1;
+    std::unique_ptr<CPageWorkers> m_pageWorkers;
+    std::deque<PendingPage> m_pendingPages;
 };

@@ -39,47 +39,62 @@ HRESULT WatermarkFilter::InitializeFilter(IInterFilterCommunicator* communicator
     return S_OK;
 }
 
-HRESULT WatermarkFilter::RewritePage(
-    IFixedPage* page,
-    const std::function<std::wstring(double, double, const std::wstring&)>& insert) {
+CComPtr<PageRewriter> WatermarkFilter::TakeRewriter() {
+    {
+        std::lock_guard<std::mutex> lock(m_rewritersMutex);
+        if (!m_idleRewriters.empty()) {
+            CComPtr<PageRewriter> rewriter = std::move(m_idleRewriters.back());
+            m_idleRewriters.pop_back();
+            return rewriter;
+        }
+    }
+    CComPtr<PageRewriter> rewriter;
+    rewriter.Attach(new PageRewriter(nullptr));
+    return rewriter;
+}
+
+void WatermarkFilter::GiveBackRewriter(CComPtr<PageRewriter> rewriter) {
+    rewriter->SetInserter(nullptr);  // it refers to the finished page's locals
+    std::lock_guard<std::mutex> lock(m_rewritersMutex);
+    m_idleRewriters.push_back(std::move(rewriter));
+}
+
+HRESULT WatermarkFilter::RewritePage(IFixedPage* page, const Insert& insert, Rewrite& outcome) {
+    outcome = Rewrite::NoMarkup;
     CComPtr<IPrintReadStream> markup;
     RETURN_IF_FAILED(page->GetStream(&markup));
     CComPtr<IStream> input;
     input.Attach(new CPrintReadStreamToIStream(markup));
 
     bool hadMarkup = false;
-    PageRewriter::Inserter inserter = [&](const PageRewriter::RootInfo& root) {
+    CComPtr<PageRewriter> rewriter = TakeRewriter();
+    rewriter->SetInserter([&](const PageRewriter::RootInfo& root) {
         // Only a FixedPage root gets the watermark; its size comes from its own attributes.
         if (root.width <= 0.0 || root.height <= 0.0) return std::wstring();
         std::wstring text = insert(root.width, root.height, root.prefix);
         hadMarkup = !text.empty();
         return text;
-    };
-    // One rewriter for the job: its output buffer is reused from page to page.
-    if (m_rewriter == nullptr) {
-        m_rewriter.Attach(new PageRewriter(std::move(inserter)));
-    } else {
-        m_rewriter->SetInserter(std::move(inserter));
+    });
+    HRESULT hr = rewriter->Rewrite(input);
+    if (FAILED(hr)) {
+        GiveBackRewriter(std::move(rewriter));
+        if (hr == E_OUTOFMEMORY) return hr;
+        outcome = Rewrite::NotParsed;
+        return S_OK;
     }
-    PageRewriter* rewriter = m_rewriter;
-    const HRESULT parsed = rewriter->Rewrite(input);
-    rewriter->SetInserter(nullptr);  // it refers to this call's locals
-    if (FAILED(parsed)) {
-        if (parsed == E_OUTOFMEMORY) return parsed;
-        ++m_pagesNotParsed;
-        Report("page markup does not parse; the page is passed on unchanged");
-        return S_FALSE;
+    if (hadMarkup) {
+        // The rebuilt page is deflated at the fast level, as it is rewritten on every page.
+        CComPtr<IPrintWriteStream> output;
+        hr = page->SetPartCompression(Compression_Fast);
+        if (SUCCEEDED(hr)) hr = page->GetWriteStream(&output);
+        if (SUCCEEDED(hr)) {
+            hr = rewriter->WriteTo(output);
+            output->Close();
+        }
+        if (SUCCEEDED(hr)) outcome = Rewrite::Marked;
     }
-    if (!hadMarkup) return S_FALSE;
-
-    // The rebuilt page is deflated at the fast level, as it is rewritten on every page.
-    RETURN_IF_FAILED(page->SetPartCompression(Compression_Fast));
-    CComPtr<IPrintWriteStream> output;
-    RETURN_IF_FAILED(page->GetWriteStream(&output));
-    const HRESULT written = rewriter->WriteTo(output);
-    output->Close();
-    RETURN_IF_FAILED(written);
-    return S_OK;
+    GiveBackRewriter(std::move(rewriter));
+    return hr;
 }
 
 PartFileWriter* WatermarkFilter::ImageWriter(const std::wstring& path, watermark::ImageInfo& info) {
@@ -111,14 +126,16 @@ HRESULT WatermarkFilter::OnFixedPage(IFixedPage* page) {
     RETURN_IF_FAILED(m_printTicketManager.GetTicket(kPTPageScope, &ticket));
     bool found = false;
     HRESULT status = S_OK;
-    const WatermarkData data = ticket->GetWatermark(&found, &status);
+    // Each page's work gets its own copy of the settings.
+    const auto settings = std::make_shared<const WatermarkData>(ticket->GetWatermark(&found, &status));
+    const WatermarkData& data = *settings;
     if (FAILED(status)) {
         Report("the watermark settings cannot be read; the page is passed on unchanged");
         return XpsFilterBase::OnFixedPage(page);
     }
 
     PartFileWriter* resource = nullptr;
-    std::function<std::wstring(double, double, const std::wstring&)> insert;
+    Insert insert;
     const bool textType = data.type == PrintSchema::Watermark::WatermarkTypeText ||
                           data.type == PrintSchema::Watermark::WatermarkTypeTextAndTimeStamp;
     // A text with nothing drawable leaves the page as it is, unparsed.
@@ -133,8 +150,8 @@ HRESULT WatermarkFilter::OnFixedPage(IFixedPage* page) {
                 L"watermark-font", kFontUri, IID_IPartFont, kFontContentType, std::move(font));
         }
         resource = m_fontWriter.get();
-        insert = [&](double width, double height, const std::wstring& prefix) {
-            return watermark::TextMarkup(data, width, height, prefix, kFontUri);
+        insert = [settings](double width, double height, const std::wstring& prefix) {
+            return watermark::TextMarkup(*settings, width, height, prefix, kFontUri);
         };
     } else if (data.type == PrintSchema::Watermark::WatermarkTypeBitmap &&
                data.image.bitmapPath != nullptr && data.image.bitmapPath[0] != L'\0') {
@@ -142,20 +159,33 @@ HRESULT WatermarkFilter::OnFixedPage(IFixedPage* page) {
         resource = ImageWriter(std::wstring(data.image.bitmapPath), info);
         if (resource != nullptr) {
             const std::wstring uri = resource->Uri();
-            insert = [&data, info, uri](double width, double height, const std::wstring& prefix) {
-                return watermark::ImageMarkup(data, info, width, height, prefix, uri);
+            insert = [settings, info, uri](double width, double height,
+                                           const std::wstring& prefix) {
+                return watermark::ImageMarkup(*settings, info, width, height, prefix, uri);
             };
         }
     }
     if (!insert) return XpsFilterBase::OnFixedPage(page);
 
-    const HRESULT rewritten = RewritePage(page, insert);
-    RETURN_IF_FAILED(rewritten);
-    if (rewritten == S_OK) {
-        RETURN_IF_FAILED(m_resourceCache.WriteResource(m_pXpsConsumer, page, resource));
-        ++m_pagesMarked;
-    }
-    return XpsFilterBase::OnFixedPage(page);
+    // The page is parsed and rewritten on a page thread; the watermark's resource is attached
+    // and the page sent on the filter thread, in page order.
+    auto outcome = std::make_shared<Rewrite>(Rewrite::NoMarkup);
+    return SendPageWhenDone(
+        page,
+        [this, page, insert = std::move(insert), outcome] {
+            return RewritePage(page, insert, *outcome);
+        },
+        [this, page, resource, outcome](HRESULT rewritten) -> HRESULT {
+            RETURN_IF_FAILED(rewritten);
+            if (*outcome == Rewrite::NotParsed) {
+                ++m_pagesNotParsed;
+                Report("page markup does not parse; the page is passed on unchanged");
+            } else if (*outcome == Rewrite::Marked) {
+                RETURN_IF_FAILED(m_resourceCache.WriteResource(m_pXpsConsumer, page, resource));
+                ++m_pagesMarked;
+            }
+            return S_OK;
+        });
 }
 
 HRESULT CreateWatermarkFilter(IPrintPipelineFilter** filter) {

@@ -6,16 +6,20 @@
 // ImageBrush over an image part (written once per job). The page markup is re-serialised
 // through a SAX handler with the watermark inserted before the page's closing tag. Pages
 // without a watermark, with markup that is not well-formed, or whose bitmap cannot be read are
-// passed on unchanged. docs/watermarkfilter.md has the details.
+// passed on unchanged. Pages are parsed and rewritten on the filter's page threads
+// (XpsFilterBase::SendPageWhenDone) and leave in order. docs/watermarkfilter.md has the details.
 //
 //   <Filter name="watermark" builtin="watermark">
 //     <Parameter name="FontFile" value="/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"/>
 //   </Filter>
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "filterpipeline/filterutilities/xpsfilterbase.h"
 #include "filters/watermark/pagerewriter.h"
@@ -48,11 +52,16 @@ protected:
     HRESULT OnFixedPage(IFixedPage* page) override;
 
 private:
-    // Re-serialises the page with `insert` added; S_FALSE when the markup did not parse (the
-    // page is then left as it was).
-    HRESULT RewritePage(
-        IFixedPage* page,
-        const std::function<std::wstring(double, double, const std::wstring&)>& insert);
+    using Insert = std::function<std::wstring(double, double, const std::wstring&)>;
+    // What rewriting one page came to.
+    enum class Rewrite { Marked, NoMarkup, NotParsed };
+    // Re-serialises the page with `insert` added (on a page thread); the page is left as it was
+    // unless the result is Marked.
+    HRESULT RewritePage(IFixedPage* page, const Insert& insert, Rewrite& outcome);
+    // A rewriter for one page's work, reused from page to page (its output buffer keeps its
+    // capacity); each page thread takes one and gives it back.
+    CComPtr<PageRewriter> TakeRewriter();
+    void GiveBackRewriter(CComPtr<PageRewriter> rewriter);
     // The bitmap's part writer, read once per file; null when the file cannot be used.
     PartFileWriter* ImageWriter(const std::wstring& path, watermark::ImageInfo& info);
 
@@ -63,7 +72,8 @@ private:
         watermark::ImageInfo info;
     };
     std::map<std::wstring, Bitmap> m_bitmaps;
-    CComPtr<PageRewriter> m_rewriter;
+    std::mutex m_rewritersMutex;
+    std::vector<CComPtr<PageRewriter>> m_idleRewriters;
     ULONG m_pagesMarked = 0;
     ULONG m_pagesNotParsed = 0;
 };

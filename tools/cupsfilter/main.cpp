@@ -22,6 +22,7 @@
 #include "filtermessages.h"
 #include "jobticketfilter.h"
 #include "optionsticket.h"
+#include "pipelinehost/allocatortuning.h"
 #include "pipelinehost/jobrunner.h"
 #include "pipelinehost/rawpassthroughfilter.h"
 #include "ppdsettings.h"
@@ -237,6 +238,7 @@ int RunFilter(const CupsArguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    pipelinehost::TuneAllocatorForJobs();
     InstallSignalHandlers();
     std::string error;
     std::optional<CupsArguments> arguments = ParseCupsArguments(argc, argv, error);

@@ -11,6 +11,7 @@
 #include "datafiles.h"
 #include "debuglog.h"
 #include "inputsource.h"
+#include "pipelinehost/allocatortuning.h"
 #include "pipelinehost/temporaryfiles.h"
 #include "platform/win32/kernel.h"
 #include "signalcleanup.h"
@@ -146,6 +147,7 @@ void MakeReproducible() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    pipelinehost::TuneAllocatorForJobs();
     xpsfilter::SignalCleanup::Start();
     xpsfilter::DebugLog::Install(false);
     xpsfilter::DataFiles::UseSamplePrinters();

@@ -30,6 +30,7 @@ struct RunOptions {
     std::string output;
     std::uint64_t maxPartMiB = 1024;
     std::size_t queue = 4;
+    unsigned threads = 0;
     bool quiet = false;
     bool json = false;
 };
@@ -81,6 +82,7 @@ int Run(const RunOptions& options) {
         job.printerName = options.printer;
         job.limits.maxPartSize = options.maxPartMiB << 20;
         job.queueCapacity = options.queue;
+        job.threads = options.threads;
         bool terminal = !options.quiet && ::isatty(STDERR_FILENO) == 1;
         auto started = std::chrono::steady_clock::now();
         if (terminal) {
@@ -152,6 +154,10 @@ void AddRunCommand(xpsfilter::CommandLine& commands) {
     run->add_option("--queue", options->queue, "Parts queued between two filters")
         ->capture_default_str()
         ->check(CLI::Range(1, 1024));
+    run->add_option("--threads", options->threads,
+                    "Threads for compressing and for filters that work on pages in parallel "
+                    "(default: one per core, at most 8)")
+        ->check(CLI::Range(1, 64));
     run->add_flag("-q,--quiet", options->quiet, "No progress line and no summary");
     run->add_flag("--json", options->json, "Print the summary as JSON (also with -q)");
     run->add_option("IN", options->input, "The XPS job to read; - reads standard input")

@@ -56,7 +56,7 @@ _xpsfilter() {
     --scope) COMPREPLY=($(compgen -W "page document job" -- "$cur")); return ;;
     --which) COMPREPLY=($(compgen -W "page job all" -- "$cur")); return ;;
     --as) COMPREPLY=($(compgen -W "page job" -- "$cur")); return ;;
-    --ticket | -o | --output | --size | --max-part-size | --queue)
+    --ticket | -o | --output | --size | --max-part-size | --queue | --threads)
         COMPREPLY=($(compgen -f -- "$cur"))
         return
         ;;
