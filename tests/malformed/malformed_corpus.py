@@ -164,6 +164,20 @@ def set_method(data, name, method):
     return bytes(data)
 
 
+def set_crc(data, name, crc):
+    """Writes another CRC-32 into the item's local and central headers (its data stays valid)."""
+    data = bytearray(data)
+    raw = name.encode()
+    for signature, crc_at, name_len_at, header in ((b"PK\x03\x04", 14, 26, 30), (b"PK\x01\x02", 16, 28, 46)):
+        at = 0
+        while (at := data.find(signature, at)) >= 0:
+            length = struct.unpack_from("<H", data, at + name_len_at)[0]
+            if data[at + header:at + header + length] == raw:
+                struct.pack_into("<I", data, at + crc_at, crc)
+            at += 4
+    return bytes(data)
+
+
 def damage_item(data, name):
     """Overwrites 8 bytes in the middle of an item's compressed data."""
     data = bytearray(data)
@@ -247,6 +261,9 @@ def cases(secret_path, url):
                   lambda w: valid[:-6] + struct.pack("<IH", 0x7FFFFFF0, 0)))
     c.append(Case("damaged deflate data in [Content_Types].xml", 4, r"input error|damaged|CRC",
                   lambda w: damage_item(job(types=CONTENT_TYPES + " " * 3000), "[Content_Types].xml")))
+    c.append(Case("CRC-32 that does not match the data of the fixed document", 4,
+                  r"input error.*FixedDocument.fdoc is damaged: CRC error",
+                  lambda w: set_crc(job(), "Documents/1/FixedDocument.fdoc", 0x12345678)))
     c.append(Case("encrypted item", 5, r"package error.*encrypted",
                   lambda w: set_flag(job(), "Documents/1/FixedDocument.fdoc", 1)))
     c.append(Case("unsupported compression method", 5, r"package error.*compression method",
