@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -232,10 +233,8 @@ struct OptionReader {
     Reader read;
 };
 
-// The options in the order they are applied: where two set the same item, the later one wins,
-// so the IPP options (media, sides, ...) win over the PPD options of the same settings
-// (PageSize, Duplex, ...), which the scheduler derives from them anyway.
-std::vector<OptionReader> Readers(const std::vector<NamedPageSize>& ppdSizes) {
+// The PPD's options (what a PPD-based queue passes for its UI choices).
+std::vector<OptionReader> PpdReaders(const std::vector<NamedPageSize>& ppdSizes) {
     auto mediaSize = [&ppdSizes](std::string_view v) { return MediaSize(v, ppdSizes); };
     return {
         {"PageSize", mediaSize},
@@ -264,6 +263,12 @@ std::vector<OptionReader> Readers(const std::vector<NamedPageSize>& ppdSizes) {
                            v);
          }},
         {"Resolution", Resolution},
+    };
+}
+
+// The IPP job template attributes.
+std::vector<OptionReader> IppReaders(const std::vector<NamedPageSize>& ppdSizes) {
+    return {
         {"media", [&ppdSizes](std::string_view v) { return Media(v, ppdSizes); }},
         {"sides",
          [](std::string_view v) {
@@ -330,6 +335,17 @@ std::vector<OptionReader> Readers(const std::vector<NamedPageSize>& ppdSizes) {
         {"number-up", NumberUp},
         {"page-ranges", PageRanges},
     };
+}
+
+// The options in the order they are applied: where two set the same item, the later one wins,
+// so the IPP options (media, sides, ...) win over the PPD options of the same settings
+// (PageSize, Duplex, ...), which the scheduler derives from them anyway.
+std::vector<OptionReader> Readers(const std::vector<NamedPageSize>& ppdSizes) {
+    std::vector<OptionReader> readers = PpdReaders(ppdSizes);
+    std::vector<OptionReader> ipp = IppReaders(ppdSizes);
+    readers.insert(readers.end(), std::make_move_iterator(ipp.begin()),
+                   std::make_move_iterator(ipp.end()));
+    return readers;
 }
 
 bool HasReader(const std::vector<OptionReader>& readers, std::string_view name) {
