@@ -431,6 +431,9 @@ unsigned long long DomDocumentChangeStamp(IXMLDOMDocument* document);
 // E_NOINTERFACE for a node of another implementation or a namespace declaration, which the caller
 // then reads through get_text; E_OUTOFMEMORY.
 HRESULT DomNodeText(IXMLDOMNode* node, std::wstring& text);
+// The same text as UTF-8, as the tree holds it: no conversion, only a copy into `text` (whose
+// storage is reused). The same errors as DomNodeText.
+HRESULT DomNodeTextUtf8(IXMLDOMNode* node, std::string& text);
 
 // How many XPath expressions this process has compiled (diagnostics: a query repeated on a
 // document is compiled once; see docs/msxml.md for the cache).
