@@ -4,6 +4,7 @@
 
 #include <cwchar>
 #include <iterator>
+#include <new>
 #include <string>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
@@ -179,6 +180,26 @@ PrintSchemaXmlDocument::RootAttributes PrintSchemaXmlDocument::ReadRootAttribute
     if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
     RootAttributes read;
     read.reserve(8);  // a ticket's root: a handful of declarations and "version"
+    // This library's DOM lists the names and values straight from its tree; another DOM is read
+    // through its attribute map.
+    const HRESULT listed = platform::DomElementAttributes(
+        m_rootNode,
+        [](void* context, BSTR name, BSTR value) -> HRESULT {
+            RootAttribute entry;
+            entry.name.Attach(name);
+            entry.value.Attach(value);
+            try {
+                static_cast<RootAttributes*>(context)->push_back(std::move(entry));
+            } catch (const std::bad_alloc&) {
+                return E_OUTOFMEMORY;
+            }
+            return S_OK;
+        },
+        &read);
+    if (listed != E_NOINTERFACE) {
+        THROW_COM_IF_FAILED(listed, kMethod, "");
+        return read;
+    }
     CComPtr<IXMLDOMNamedNodeMap> attributes;
     THROW_COM_IF_FAILED(m_rootNode->get_attributes(&attributes), kMethod, "");
     if (!attributes) return read;

@@ -69,6 +69,28 @@ HRESULT PrintTicketXmlDocument::SetJobZorunDriverDataInPrintTicket(DEVMODEW* dev
     }
 }
 
+// The last base64 text this thread decoded successfully, as UTF-8, and its bytes. Page after
+// page a job's tickets carry the same device mode text while the rest of the ticket changes;
+// decoding is a function of the text alone, so an equal text gives the remembered bytes. A text
+// that failed to decode is never remembered. Buffers grown past kKeptChars by an unusual ticket
+// are let go after the call.
+struct DecodedBase64 {
+    static constexpr std::size_t kKeptChars = 64 * 1024;
+    std::string text;
+    ByteBuffer bytes;
+    bool valid = false;
+
+    static DecodedBase64& Current() {
+        thread_local DecodedBase64 last;
+        return last;
+    }
+    void Forget() {
+        valid = false;
+        if (text.capacity() > kKeptChars) std::string().swap(text);
+        if (bytes.capacity() > kKeptChars) ByteBuffer().swap(bytes);
+    }
+};
+
 // Reads the base64 Value of the private ParameterInit `name` into `out`; `out` stays empty when
 // the ticket has no such ParameterInit. Text that is not base64 (a truncated text among them)
 // empties `out` and throws E_FAIL.
@@ -78,17 +100,30 @@ static void ReadBase64ParameterInit(PrintTicketXmlDocument& ticket, const wchar_
     CComPtr<IXMLDOMNode> value;
     if (ticket.GetParameterInitValueNodeIfExists(prefix, name, &value) != S_OK || !value) return;
 
+    // This library's DOM gives the text as it holds it (UTF-8): compared with the last decoded
+    // text before anything is converted or decoded.
+    DecodedBase64& last = DecodedBase64::Current();
+    thread_local std::string utf8;
+    const HRESULT readUtf8 = platform::DomNodeTextUtf8(value, utf8);
+    if (readUtf8 == S_OK && last.valid && utf8 == last.text) {
+        out = last.bytes;
+        return;
+    }
+    if (readUtf8 != S_OK && readUtf8 != E_NOINTERFACE) THROW_COM(readUtf8, method, "");
+
     // The text goes into a buffer the thread keeps: a device mode's base64 is kilobytes, read
     // page after page. A node of another DOM is read through get_text. A buffer grown past
     // kKeptChars by an unusual ticket is let go after the call.
-    constexpr std::size_t kKeptChars = 64 * 1024;
+    constexpr std::size_t kKeptChars = DecodedBase64::kKeptChars;
     thread_local std::wstring buffer;
     struct ReleaseLarge {
         std::wstring& kept;
+        std::string& keptUtf8;
         ~ReleaseLarge() {
             if (kept.capacity() > kKeptChars) std::wstring().swap(kept);
+            if (keptUtf8.capacity() > kKeptChars) std::string().swap(keptUtf8);
         }
-    } releaseLarge{buffer};
+    } releaseLarge{buffer, utf8};
     CComBSTR foreign;
     const wchar_t* text = nullptr;
     int length = 0;
@@ -111,6 +146,13 @@ static void ReadBase64ParameterInit(PrintTicketXmlDocument& ticket, const wchar_
         THROW_COM(E_FAIL, method, "the %S text is not base64", name);
     }
     out.resize(static_cast<std::size_t>(decoded));
+    // Remembered only for text read from this library's DOM, whose UTF-8 was compared above.
+    last.Forget();
+    if (readUtf8 == S_OK && utf8.size() <= kKeptChars && out.size() <= kKeptChars) {
+        last.text = utf8;
+        last.bytes = out;
+        last.valid = true;
+    }
 }
 
 void PrintTicketXmlDocument::GetJobZorunDriverDataFromPrintTicket(ByteBuffer& devmode) {

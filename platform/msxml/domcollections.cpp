@@ -461,3 +461,52 @@ HRESULT AttributeMap::QueryBase(REFIID iid, void** object) {
 }
 
 }  // namespace platform::msxml
+
+namespace platform {
+
+HRESULT DomElementAttributes(IXMLDOMNode* element, DomAttributeSink sink, void* context) {
+    if (element == nullptr || sink == nullptr) return E_INVALIDARG;
+    msxml::NodeCore* core = msxml::NodeCore::From(element);
+    if (core == nullptr || core->Node()->type != XML_ELEMENT_NODE) return E_NOINTERFACE;
+    try {
+        xmlNode* owner = core->Node();
+        // Declarations: the name and value their wrappers give, without making the wrappers.
+        for (const xmlNs* d = owner->nsDef; d != nullptr; d = d->next) {
+            const std::string_view prefix = msxml::View(d->prefix);
+            BSTR name = prefix.empty() ? msxml::AllocBstr("xmlns")
+                                       : msxml::AllocBstr("xmlns:" + std::string(prefix));
+            BSTR value = name == nullptr ? nullptr : msxml::AllocBstr(msxml::View(d->href));
+            if (name == nullptr || value == nullptr) {
+                SysFreeString(name);
+                return E_OUTOFMEMORY;
+            }
+            FU_RETURN_IF_FAILED(sink(context, name, value));
+        }
+        // Other attributes: read through their own nodes, as the attribute map gives them.
+        for (xmlAttr* a = owner->properties; a != nullptr; a = a->next) {
+            CComPtr<IXMLDOMNode> attribute;
+            FU_RETURN_IF_FAILED(core->GetTree()->Wrap(msxml::AsNode(a), &attribute));
+            VARIANT value;
+            VariantInit(&value);
+            FU_RETURN_IF_FAILED(attribute->get_nodeValue(&value));
+            BSTR text = nullptr;
+            if (value.vt == VT_BSTR) {
+                text = value.bstrVal;
+            } else {
+                VariantClear(&value);
+            }
+            BSTR name = nullptr;
+            const HRESULT named = attribute->get_nodeName(&name);
+            if (FAILED(named)) {
+                SysFreeString(text);
+                return named;
+            }
+            FU_RETURN_IF_FAILED(sink(context, name, text));
+        }
+        return S_OK;
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+}  // namespace platform

@@ -482,6 +482,17 @@ HRESULT NodeCore::GetText(std::wstring& text) {
     return AssignWide(text, TextView(scratch)) ? S_OK : E_OUTOFMEMORY;
 }
 
+HRESULT NodeCore::GetTextUtf8(std::string& text) {
+    std::string scratch;
+    const std::string_view view = TextView(scratch);
+    if (view.data() == scratch.data()) {
+        text.swap(scratch);
+    } else {
+        text.assign(view.data(), view.size());
+    }
+    return S_OK;
+}
+
 HRESULT NodeCore::PutText(BSTR text) {
     Utf8 value = ToUtf8(text);
     switch (m_node->type) {
@@ -691,6 +702,17 @@ HRESULT DomNodeText(IXMLDOMNode* node, std::wstring& text) {
     if (core == nullptr) return E_NOINTERFACE;
     try {
         return core->GetText(text);
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+HRESULT DomNodeTextUtf8(IXMLDOMNode* node, std::string& text) {
+    if (node == nullptr) return E_INVALIDARG;
+    msxml::NodeCore* core = msxml::NodeCore::From(node);
+    if (core == nullptr) return E_NOINTERFACE;
+    try {
+        return core->GetTextUtf8(text);
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;
     }

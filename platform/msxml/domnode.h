@@ -88,6 +88,8 @@ public:
     HRESULT GetText(BSTR* text);
     // The same text into a string the caller reuses (platform::DomNodeText).
     HRESULT GetText(std::wstring& text);
+    // The same text in UTF-8 (the tree's own encoding), written into `text`.
+    HRESULT GetTextUtf8(std::string& text);
     HRESULT PutText(BSTR text);
     HRESULT GetSpecified(VARIANT_BOOL* specified);
     HRESULT GetNodeTypedValue(VARIANT* value);

@@ -431,6 +431,20 @@ unsigned long long DomDocumentChangeStamp(IXMLDOMDocument* document);
 // E_NOINTERFACE for a node of another implementation or a namespace declaration, which the caller
 // then reads through get_text; E_OUTOFMEMORY.
 HRESULT DomNodeText(IXMLDOMNode* node, std::wstring& text);
+// The same text as UTF-8, as the tree holds it: no conversion, only a copy into `text` (whose
+// storage is reused). The same errors as DomNodeText.
+HRESULT DomNodeTextUtf8(IXMLDOMNode* node, std::string& text);
+
+// Receives one attribute of DomElementAttributes: its nodeName and its nodeValue (null when the
+// value is not a string), both owned by the sink from then on. A failure stops the listing.
+using DomAttributeSink = HRESULT (*)(void* context, BSTR name, BSTR value);
+// The attributes of an element of this library's DOM, in the order its attribute map lists them
+// (namespace declarations first, then the other attributes), each as the name and value its node
+// gives, without a node object made for each declaration: for code that reads a root's
+// declarations page after page. E_INVALIDARG for a null element or sink; E_NOINTERFACE for a node
+// of another implementation or one that is not an element, which the caller then reads through
+// the attribute map; E_OUTOFMEMORY; or the sink's failure.
+HRESULT DomElementAttributes(IXMLDOMNode* element, DomAttributeSink sink, void* context);
 
 // How many XPath expressions this process has compiled (diagnostics: a query repeated on a
 // document is compiled once; see docs/msxml.md for the cache).

@@ -271,6 +271,46 @@ TEST(JobZorunDriverData, RoundTripsByteForByte) {
     EXPECT_EQ(back, devmode);
 }
 
+// Page after page the same device mode text is read from ticket after ticket; each read gives
+// its own ticket's bytes whatever was read before it (the same text again, a text one character
+// apart, a text that is not base64, the same text in another ticket).
+TEST(JobZorunDriverData, EachTicketGivesItsOwnBytesWhateverWasReadBefore) {
+    const ByteBuffer first = DevmodeWithAttributes(SampleAttributes());
+    ByteBuffer second = first;
+    second[kPublic + 3] ^= 0x5A;
+    struct Row {
+        const char* name;
+        std::wstring payload;
+        const ByteBuffer* expected;  // null: not base64, E_FAIL
+    };
+    const Row rows[] = {
+        {"first", FramedPayload(first), &first},
+        {"first again", FramedPayload(first), &first},
+        {"second", FramedPayload(second), &second},
+        {"not base64 (cut to a length no base64 text has)",
+         FramedPayload(first).substr(0, FramedPayload(first).size() - 3), nullptr},
+        {"first after a failure", FramedPayload(first), &first},
+        {"second after first", FramedPayload(second), &second},
+        {"second again", FramedPayload(second), &second},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto ticket = TicketDocument(
+            PrivateTicket(Feature(L"PageOrientation", L"Portrait") +
+                          PrivateParameterInit(L"JobZorunDriverData", row.payload)));
+        ASSERT_TRUE(ticket);
+        ByteBuffer back(7, 0x33);
+        if (row.expected == nullptr) {
+            EXPECT_EQ(ThrownHresult([&] { ticket->GetJobZorunDriverDataFromPrintTicket(back); }),
+                      E_FAIL);
+            EXPECT_TRUE(back.empty());
+        } else {
+            ticket->GetJobZorunDriverDataFromPrintTicket(back);
+            EXPECT_EQ(back, *row.expected);
+        }
+    }
+}
+
 TEST(JobZorunDriverData, ACrcMismatchEmptiesTheBufferAndThrows) {
     ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
     std::wstring payload = FramedPayload(devmode);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "msxml_test_support.h"
 
@@ -462,4 +463,117 @@ TEST(DomTree, NullArgumentsAreRefused) {
     EXPECT_EQ(doc->get_parseError(nullptr), E_INVALIDARG);
     EXPECT_EQ(r->replaceChild(nullptr, nullptr, nullptr), E_INVALIDARG);
     EXPECT_EQ(r->removeChild(nullptr, nullptr), E_INVALIDARG);
+}
+
+namespace {
+
+// What the attribute map lists for an element: nodeName=nodeValue, in order.
+std::vector<std::wstring> AttributesThroughMap(IXMLDOMNode* element) {
+    std::vector<std::wstring> listed;
+    CComPtr<IXMLDOMNamedNodeMap> map;
+    EXPECT_EQ(element->get_attributes(&map), S_OK);
+    for (;;) {
+        CComPtr<IXMLDOMNode> attribute;
+        if (map->nextNode(&attribute) != S_OK || !attribute) break;
+        CComVariant value;
+        EXPECT_EQ(attribute->get_nodeValue(&value), S_OK);
+        listed.push_back(Name(attribute.p) + L"=" +
+                         (value.vt == VT_BSTR ? Str(value.bstrVal) : L"<not a string>"));
+    }
+    return listed;
+}
+
+HRESULT CollectAttribute(void* context, BSTR name, BSTR value) {
+    auto* listed = static_cast<std::vector<std::wstring>*>(context);
+    listed->push_back(Str(name) + L"=" + (value == nullptr ? L"<not a string>" : Str(value)));
+    SysFreeString(name);
+    SysFreeString(value);
+    return S_OK;
+}
+
+HRESULT StopAtFirst(void*, BSTR name, BSTR value) {
+    SysFreeString(name);
+    SysFreeString(value);
+    return E_ABORT;
+}
+
+}  // namespace
+
+// platform::DomElementAttributes lists what the attribute map lists, in the same order, for
+// declarations (default and prefixed), plain and qualified attributes, escaped and non-ASCII
+// values, and declarations added or removed after the load.
+TEST(DomTree, ElementAttributesListedAsTheAttributeMapListsThem) {
+    struct Row {
+        const char* name;
+        const wchar_t* xml;
+        const wchar_t* edit;  // an attribute set on the root after loading, or null
+    };
+    const Row rows[] = {
+        {"no attributes", L"<r/>", nullptr},
+        {"plain attributes", L"<r a='1' b=''/>", nullptr},
+        {"declarations then attributes",
+         L"<p:r version='1' xmlns:p='urn:p' xmlns='urn:d' xmlns:q='urn:q' q:x='y'/>", nullptr},
+        {"escaped and non-ASCII values", L"<r a='&lt;&amp;&#233;&#x10348;' xmlns:n='urn:\x00e9'/>",
+         nullptr},
+        {"a declaration added after loading", L"<r a='1'/>", L"xmlns:added"},
+        {"an attribute added after loading", L"<r xmlns:p='urn:p'/>", L"late"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto doc = Parsed(row.xml);
+        CComPtr<IXMLDOMElement> root;
+        ASSERT_EQ(doc->get_documentElement(&root), S_OK);
+        if (row.edit != nullptr) {
+            ASSERT_EQ(root->setAttribute(CComBSTR(row.edit), CComVariant(L"urn:added")), S_OK);
+        }
+        std::vector<std::wstring> direct;
+        ASSERT_EQ(platform::DomElementAttributes(root, CollectAttribute, &direct), S_OK);
+        EXPECT_EQ(direct, AttributesThroughMap(root));
+    }
+
+    auto doc = Parsed(L"<r a='1'><!--c--></r>");
+    CComPtr<IXMLDOMElement> root;
+    ASSERT_EQ(doc->get_documentElement(&root), S_OK);
+    std::vector<std::wstring> none;
+    EXPECT_EQ(platform::DomElementAttributes(nullptr, CollectAttribute, &none), E_INVALIDARG);
+    EXPECT_EQ(platform::DomElementAttributes(root, nullptr, &none), E_INVALIDARG);
+    EXPECT_EQ(platform::DomElementAttributes(root, StopAtFirst, nullptr), E_ABORT);
+    CComPtr<IXMLDOMNode> comment;
+    ASSERT_EQ(root->get_firstChild(&comment), S_OK);
+    EXPECT_EQ(platform::DomElementAttributes(comment, CollectAttribute, &none), E_NOINTERFACE);
+    EXPECT_TRUE(none.empty());
+}
+
+// platform::DomNodeTextUtf8 gives get_text's characters in UTF-8, whether the node holds one
+// text node (read in place) or gathers several, and with white space trimmed or preserved as
+// get_text does.
+TEST(DomTree, NodeTextUtf8IsGetTextInUtf8) {
+    struct Row {
+        const char* name;
+        const wchar_t* xml;
+        const wchar_t* path;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"one text node", L"<r><v>QUJD</v></r>", L"/r/v", "QUJD"},
+        {"surrounding white space trimmed", L"<r><v>  a b \n</v></r>", L"/r/v", "a b"},
+        {"preserved white space", L"<r><v xml:space='preserve'> a </v></r>", L"/r/v", " a "},
+        {"several children gathered", L"<r><v>a<i>b</i><![CDATA[c]]></v></r>", L"/r/v", "abc"},
+        {"non-ASCII", L"<r><v>\x00e9&#x10348;</v></r>", L"/r/v", "\xc3\xa9\xf0\x90\x8d\x88"},
+        {"an attribute", L"<r a='x&amp;y'/>", L"/r/@a", "x&y"},
+        {"empty element", L"<r><v/></r>", L"/r/v", ""},
+    };
+    std::string text = "left over from before";
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto doc = Parsed(row.xml);
+        CComPtr<IXMLDOMNode> node = Select(doc, row.path);
+        ASSERT_NE(node, nullptr);
+        ASSERT_EQ(platform::DomNodeTextUtf8(node, text), S_OK);
+        EXPECT_EQ(text, row.expected);
+        std::wstring wide;
+        ASSERT_EQ(platform::DomNodeText(node, wide), S_OK);
+        EXPECT_EQ(wide, Text(node.p));
+    }
+    EXPECT_EQ(platform::DomNodeTextUtf8(nullptr, text), E_INVALIDARG);
 }
