@@ -87,18 +87,39 @@ TEST_F(Utf8IniTest, EverySpellingOfAFileIsRead) {
     }
 }
 
-TEST_F(Utf8IniTest, MissingFileSectionOrKeyGivesTheDefault) {
+TEST_F(Utf8IniTest, MissingFilesSectionsAndKeysGiveTheDefault) {
     std::wstring file = Write("[1]\nText=a\n");
-    EXPECT_EQ(Read(file, L"2", L"Text"), L"!@*^%&$#");
-    EXPECT_EQ(Read(file, L"1", L"Font"), L"!@*^%&$#");
-    EXPECT_EQ(Read(L"/nonexistent/dir/x.ini", L"1", L"Text"), L"!@*^%&$#");
-    EXPECT_EQ(Read(L"", L"1", L"Text"), L"!@*^%&$#");
-    EXPECT_EQ(Read(file, L"2", L"Text", nullptr), L"");
-    EXPECT_EQ(Read(file, L"2", L"Text", L"trailing   "), L"trailing");  // blanks stripped
+    std::filesystem::create_directories(m_dir / "Zorun");
+    std::ofstream(m_dir / "Zorun" / "ZrnWmV5.ini") << "[1]\nText=hi\n";
+    std::string garbage;
+    for (int i = 0; i < 5000; ++i) garbage.push_back(static_cast<char>((i * 7919) & 0xFF));
+    const std::wstring dir = platform::Utf8ToWide(m_dir.string());
+    const struct {
+        const char* name;
+        std::wstring file;
+        const wchar_t *section, *key, *fallback, *expected;
+    } rows[] = {{"missing section", file, L"2", L"Text", L"!", L"!"},
+                {"missing key", file, L"1", L"Font", L"!", L"!"},
+                {"missing file", L"/nonexistent/dir/x.ini", L"1", L"Text", L"!", L"!"},
+                {"no file name", L"", L"1", L"Text", L"!", L"!"},
+                {"a directory", dir, L"s", L"k", L"!", L"!"},
+                {"garbage", Write(garbage, "garbage.ini"), L"1", L"Text", L"!", L"!"},
+                {"null default", file, L"2", L"Text", nullptr, L""},
+                {"default blanks stripped", file, L"2", L"Text", L"trailing   ", L"trailing"},
+                {"backslashes in the file name", dir + L"\\Zorun\\ZrnWmV5.ini", L"1", L"Text", L"!",
+                 L"hi"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(Read(row.file, row.section, row.key, row.fallback), row.expected);
+    }
+    std::wstring out(64, L'?');  // listing a garbage file reads no further than its end
+    EXPECT_GE(
+        m_ini.GetPrivateProfileStringW(nullptr, nullptr, L"", out.data(), 64, rows[5].file.c_str()),
+        0);
 }
 
-TEST_F(Utf8IniTest, ValueTruncation) {
-    std::wstring file = Write("[s]\nk=abcdefgh\n");
+TEST_F(Utf8IniTest, TruncationAndListsOfKeysAndSections) {
+    std::wstring file = Write("[s]\nk=abcdefgh\n[t]\na=1\nbb=2\n[u]\n");
     int n = 0;
     EXPECT_EQ(Read(file, L"s", L"k", L"", 5, &n), L"abcd");
     EXPECT_EQ(n, 4);  // size - 1
@@ -109,46 +130,22 @@ TEST_F(Utf8IniTest, ValueTruncation) {
     EXPECT_EQ(one[0], L'\0');
     EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", nullptr, 10, file.c_str()), 0);
     EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", one, 0, file.c_str()), 0);
-}
-
-TEST_F(Utf8IniTest, NullKeyListsTheKeys) {
-    std::wstring file = Write("[s]\na=1\nbb=2\n[t]\nc=3\n");
-    std::wstring out(32, L'?');
-    int n = m_ini.GetPrivateProfileStringW(L"s", nullptr, L"", out.data(), 32, file.c_str());
-    EXPECT_EQ(n, 5);
-    EXPECT_EQ(out.substr(0, 6), std::wstring(L"a\0bb\0\0", 6));
-    // Too small: the last name is cut and followed by two NULs; returns size - 2.
-    n = m_ini.GetPrivateProfileStringW(L"s", nullptr, L"", out.data(), 4, file.c_str());
-    EXPECT_EQ(n, 2);
-    EXPECT_EQ(out.substr(0, 4), std::wstring(L"a\0\0\0", 4));
-    // A missing section lists nothing.
-    n = m_ini.GetPrivateProfileStringW(L"zz", nullptr, L"", out.data(), 32, file.c_str());
-    EXPECT_EQ(n, 0);
-    EXPECT_EQ(out[0], L'\0');
-    EXPECT_EQ(out[1], L'\0');
-}
-
-TEST_F(Utf8IniTest, NullSectionListsTheSections) {
-    std::wstring file = Write("[one]\nx=1\n[two]\n");
-    std::wstring out(32, L'?');
-    int n = m_ini.GetPrivateProfileStringW(nullptr, L"ignored", L"", out.data(), 32, file.c_str());
-    EXPECT_EQ(n, 8);
-    EXPECT_EQ(out.substr(0, 9), std::wstring(L"one\0two\0\0", 9));
-}
-
-TEST_F(Utf8IniTest, BackslashesInTheFileName) {
-    std::filesystem::create_directories(m_dir / "Zorun");
-    std::ofstream(m_dir / "Zorun" / "ZrnWmV5.ini") << "[1]\nText=hi\n";
-    std::wstring windowsStyle = platform::Utf8ToWide(m_dir.string()) + L"\\Zorun\\ZrnWmV5.ini";
-    EXPECT_EQ(Read(windowsStyle, L"1", L"Text"), L"hi");
-}
-
-TEST_F(Utf8IniTest, DirectoriesAndGarbageAreNotFiles) {
-    EXPECT_EQ(Read(platform::Utf8ToWide(m_dir.string()), L"s", L"k"), L"!@*^%&$#");
-    std::string garbage;
-    for (int i = 0; i < 5000; ++i) garbage.push_back(static_cast<char>((i * 7919) & 0xFF));
-    std::wstring file = Write(garbage);
-    std::wstring out(64, L'?');
-    EXPECT_GE(m_ini.GetPrivateProfileStringW(nullptr, nullptr, L"", out.data(), 64, file.c_str()),
-              0);
+    // A null key lists the section's keys, a null section the sections, each name followed by a
+    // NUL and the list by another; too small a buffer cuts the last name and returns size - 2.
+    const struct {
+        const wchar_t* section;
+        unsigned long size;
+        int count;
+        std::wstring list;
+    } lists[] = {{L"t", 32, 5, std::wstring(L"a\0bb\0\0", 6)},
+                 {L"t", 4, 2, std::wstring(L"a\0\0\0", 4)},
+                 {L"zz", 32, 0, std::wstring(L"\0\0", 2)},
+                 {nullptr, 32, 6, std::wstring(L"s\0t\0u\0\0", 7)}};
+    for (const auto& row : lists) {
+        std::wstring out(32, L'?');
+        EXPECT_EQ(m_ini.GetPrivateProfileStringW(row.section, nullptr, L"", out.data(), row.size,
+                                                 file.c_str()),
+                  row.count);
+        EXPECT_EQ(out.substr(0, row.list.size()), row.list);
+    }
 }
