@@ -56,7 +56,8 @@ TEST(HResults, FromLastErrorsAndGdiStatuses) {
         SetLastError(error);
         EXPECT_EQ(GetLastErrorAsHResult(), hr) << error;
     }
-    const std::pair<int, HRESULT> statuses[] = {// clang-format off
+    // clang-format off
+    const std::pair<int, HRESULT> statuses[] = {
         {Ok, S_OK}, {GenericError, E_FAIL}, {InvalidParameter, E_INVALIDARG},
         {OutOfMemory, HRESULT(0x8007000E)}, {ObjectBusy, E_PENDING},
         {InsufficientBuffer, HRESULT(0x8007000E)}, {NotImplemented, E_NOTIMPL},
