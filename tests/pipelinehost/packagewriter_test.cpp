@@ -26,9 +26,11 @@ namespace {
 using namespace pipelinehost;
 
 std::string Text(std::size_t size, unsigned seed) {
-    static const char* kWords[] = {"Path ",         "Glyphs ",  "Fill=\"#FF000000\" ",
-                                   "Data=\"M 0,0 ", "L 10,",    "20 ",
-                                   "Z\" ",          "<Canvas>", "</Canvas>\n"};
+    // clang-format off
+    static const char* kWords[] = {
+        "Path ", "Glyphs ", "Fill=\"#FF000000\" ", "Data=\"M 0,0 ", "L 10,", "20 ", "Z\" ",
+        "<Canvas>", "</Canvas>\n"};
+    // clang-format on
     std::mt19937 random(seed);
     std::string text;
     while (text.size() < size) text += kWords[random() % 9];

@@ -50,8 +50,10 @@ TEST(RealDebugMessage, FitsExactlyTruncatesOrRefuses) {
 
 TEST(HResults, FromLastErrorsAndGdiStatuses) {
     using namespace Gdiplus;
+    // clang-format off
     const std::pair<DWORD, HRESULT> errors[] = {
         {0, 0}, {5, HRESULT(0x80070005)}, {0x12345, HRESULT(0x80072345)}, {0x80004005u, E_FAIL}};
+    // clang-format on
     for (const auto& [error, hr] : errors) {
         SetLastError(error);
         EXPECT_EQ(GetLastErrorAsHResult(), hr) << error;

@@ -37,21 +37,14 @@ std::string Decode(const std::wstring& text) {
 }  // namespace
 
 TEST(Base64, VectorsFlagsAndLineBreaks) {
-    const struct {
-        std::string plain;
-        unsigned long flags;
-        std::wstring encoded;
-    } rows[] = {{"", 2, L""},
-                {"f", 2, L"Zg=="},
-                {"fo", 2, L"Zm8="},
-                {"foo", 2, L"Zm9v"},
-                {"foob", 2, L"Zm9vYg=="},
-                {"fooba", 2, L"Zm9vYmE="},
-                {"foobar", 2, L"Zm9vYmFy"},
-                {"f", ATL_BASE64_FLAG_NOPAD | 2, L"Zg"},
-                {"fo", ATL_BASE64_FLAG_NOPAD | 2, L"Zm8"},
-                {std::string(60, 'x'), 0, std::wstring(76, L'?') + L"\r\n" + L"eHh4"},
-                {std::string(1000, 'Z'), 2, std::wstring(1336, L'?')}};
+    // clang-format off
+    const struct { std::string plain; unsigned long flags; std::wstring encoded; } rows[] = {
+        {"", 2, L""}, {"f", 2, L"Zg=="}, {"fo", 2, L"Zm8="}, {"foo", 2, L"Zm9v"},
+        {"foob", 2, L"Zm9vYg=="}, {"fooba", 2, L"Zm9vYmE="}, {"foobar", 2, L"Zm9vYmFy"},
+        {"f", ATL_BASE64_FLAG_NOPAD | 2, L"Zg"}, {"fo", ATL_BASE64_FLAG_NOPAD | 2, L"Zm8"},
+        {std::string(60, 'x'), 0, std::wstring(76, L'?') + L"\r\n" + L"eHh4"},
+        {std::string(1000, 'Z'), 2, std::wstring(1336, L'?')}};
+    // clang-format on
     for (const auto& row : rows) {
         SCOPED_TRACE(row.plain.substr(0, 8) + " flags " + std::to_string(row.flags));
         std::wstring text = Encode(row.plain, row.flags);
@@ -99,7 +92,10 @@ TEST(Base64, UndecodableTextFailsWhereverItFalls) {
 TEST(Base64, ArgumentsAndCapacityAreChecked) {
     wchar_t out[4];
     unsigned char bytes[5];
-    const unsigned char data[] = {1, 2, 3};
+    // clang-format off
+    const unsigned char data[] = {
+        1, 2, 3};
+    // clang-format on
     int length = 3;
     EXPECT_EQ(Base64Encode(data, 3, out, &length, 2), 0);
     EXPECT_EQ(length, 4);  // the capacity needed

@@ -22,6 +22,7 @@ struct ManagerState {
 };
 
 TEST(DebugMessageManager, ConfigurationFromTheEnvironment) {
+    // clang-format off
     const struct {
         const char* name;
         std::optional<std::string> categories, switches;
@@ -29,13 +30,14 @@ TEST(DebugMessageManager, ConfigurationFromTheEnvironment) {
         DWORD error;
         std::uint64_t mask;
         std::string flags;  // exceptions, functions, files, performance, break
-    } rows[] = {{"nothing set", std::nullopt, std::nullopt, false, 0, 0, "11100"},
-                {"switches listed", "0x400000", "exceptions, files,performance", true, 0, 0x400000,
-                 "10110"},
-                {"all categories, default switches", "all", std::nullopt, true, 0, ~0ull, "11100"},
-                {"all switches and break", "12", "all,break", true, 0, 12, "11111"},
-                {"bad categories", "lots", std::nullopt, false, ERROR_INVALID_DATA, 0, "-"},
-                {"bad switch", "1", "exceptions,colours", false, ERROR_INVALID_DATA, 0, "-"}};
+    } rows[] = {
+        {"nothing set", std::nullopt, std::nullopt, false, 0, 0, "11100"},
+        {"switches listed", "0x400000", "exceptions, files,performance", true, 0, 0x400000, "10110"},
+        {"all categories, default switches", "all", std::nullopt, true, 0, ~0ull, "11100"},
+        {"all switches and break", "12", "all,break", true, 0, 12, "11111"},
+        {"bad categories", "lots", std::nullopt, false, ERROR_INVALID_DATA, 0, "-"},
+        {"bad switch", "1", "exceptions,colours", false, ERROR_INVALID_DATA, 0, "-"}};
+    // clang-format on
     platform::DebugOutputCapture capture;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -25,24 +25,13 @@ TEST(Crc32, StandardCheckValues) {
 }
 
 TEST(Number, ParsesDecimalTextWhateverTheLocale) {
-    const struct {
-        const wchar_t* text;
-        double value;
-        bool valid;
-    } rows[] = {{L"12.5", 12.5, true},
-                {L"  -3.25 ", -3.25, true},
-                {L"+7", 7.0, true},
-                {L"1e3", 1000.0, true},
-                {L" 42 ", 42.0, true},
-                {L"12abc", 12.0, false},
-                {L"", 0, false},
-                {L"abc", 0, false},
-                {L"-", 0, false},
-                {L"+-1", 0, false},
-                {L"\x0661", 0, false},
-                {L"1e-999", 0, true},
-                {L"1e999", INFINITY, true},
-                {L"-1e999", -INFINITY, true}};
+    // clang-format off
+    const struct { const wchar_t* text; double value; bool valid; } rows[] = {
+        {L"12.5", 12.5, true}, {L"  -3.25 ", -3.25, true}, {L"+7", 7.0, true},
+        {L"1e3", 1000.0, true}, {L" 42 ", 42.0, true}, {L"12abc", 12.0, false}, {L"", 0, false},
+        {L"abc", 0, false}, {L"-", 0, false}, {L"+-1", 0, false}, {L"\x0661", 0, false},
+        {L"1e-999", 0, true}, {L"1e999", INFINITY, true}, {L"-1e999", -INFINITY, true}};
+    // clang-format on
     std::string saved = std::setlocale(LC_NUMERIC, nullptr);
     if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr)
         std::setlocale(LC_NUMERIC, "fr_FR.UTF-8");
@@ -76,14 +65,12 @@ TEST(Dimension, ConvertsBetweenUnits) {
                                 Dimension::HundredthsOfMillimeter, Dimension::ThousandthsOfInch}),
               std::vector<int>({6, 8, 9, 10}));
     Dimension letterWidth(2159.0, Dimension::TenthsOfMillimeter);
+    // clang-format off
     const std::pair<Dimension::UnitsEnum, double> rows[] = {
-        {Dimension::Microns, 215900.0},
-        {Dimension::Inches, 8.5},
-        {Dimension::Points, 612.0},
-        {Dimension::Pixels96, 816.0},
-        {Dimension::Millimeters, 215.9},
-        {Dimension::Centimeters, 21.59},
-        {static_cast<Dimension::UnitsEnum>(-1), 0.0}};
+        {Dimension::Microns, 215900.0}, {Dimension::Inches, 8.5}, {Dimension::Points, 612.0},
+        {Dimension::Pixels96, 816.0}, {Dimension::Millimeters, 215.9},
+        {Dimension::Centimeters, 21.59}, {static_cast<Dimension::UnitsEnum>(-1), 0.0}};
+    // clang-format on
     for (const auto& [unit, value] : rows) {
         EXPECT_DOUBLE_EQ(letterWidth.GetDoubleValue(unit), value) << unit;
     }

@@ -94,20 +94,22 @@ TEST_F(Utf8IniTest, MissingFilesSectionsAndKeysGiveTheDefault) {
     std::string garbage;
     for (int i = 0; i < 5000; ++i) garbage.push_back(static_cast<char>((i * 7919) & 0xFF));
     const std::wstring dir = platform::Utf8ToWide(m_dir.string());
+    // clang-format off
     const struct {
         const char* name;
         std::wstring file;
         const wchar_t *section, *key, *fallback, *expected;
-    } rows[] = {{"missing section", file, L"2", L"Text", L"!", L"!"},
-                {"missing key", file, L"1", L"Font", L"!", L"!"},
-                {"missing file", L"/nonexistent/dir/x.ini", L"1", L"Text", L"!", L"!"},
-                {"no file name", L"", L"1", L"Text", L"!", L"!"},
-                {"a directory", dir, L"s", L"k", L"!", L"!"},
-                {"garbage", Write(garbage, "garbage.ini"), L"1", L"Text", L"!", L"!"},
-                {"null default", file, L"2", L"Text", nullptr, L""},
-                {"default blanks stripped", file, L"2", L"Text", L"trailing   ", L"trailing"},
-                {"backslashes in the file name", dir + L"\\Zorun\\ZrnWmV5.ini", L"1", L"Text", L"!",
-                 L"hi"}};
+    } rows[] = {
+        {"missing section", file, L"2", L"Text", L"!", L"!"},
+        {"missing key", file, L"1", L"Font", L"!", L"!"},
+        {"missing file", L"/nonexistent/dir/x.ini", L"1", L"Text", L"!", L"!"},
+        {"no file name", L"", L"1", L"Text", L"!", L"!"},
+        {"a directory", dir, L"s", L"k", L"!", L"!"},
+        {"garbage", Write(garbage, "garbage.ini"), L"1", L"Text", L"!", L"!"},
+        {"null default", file, L"2", L"Text", nullptr, L""},
+        {"default blanks stripped", file, L"2", L"Text", L"trailing   ", L"trailing"},
+        {"backslashes in the file name", dir + L"\\Zorun\\ZrnWmV5.ini", L"1", L"Text", L"!", L"hi"}};
+    // clang-format on
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(Read(row.file, row.section, row.key, row.fallback), row.expected);
@@ -132,15 +134,17 @@ TEST_F(Utf8IniTest, TruncationAndListsOfKeysAndSections) {
     EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", one, 0, file.c_str()), 0);
     // A null key lists the section's keys, a null section the sections, each name followed by a
     // NUL and the list by another; too small a buffer cuts the last name and returns size - 2.
+    // clang-format off
     const struct {
         const wchar_t* section;
         unsigned long size;
         int count;
         std::wstring list;
-    } lists[] = {{L"t", 32, 5, std::wstring(L"a\0bb\0\0", 6)},
-                 {L"t", 4, 2, std::wstring(L"a\0\0\0", 4)},
-                 {L"zz", 32, 0, std::wstring(L"\0\0", 2)},
-                 {nullptr, 32, 6, std::wstring(L"s\0t\0u\0\0", 7)}};
+    } lists[] = {
+        {L"t", 32, 5, std::wstring(L"a\0bb\0\0", 6)}, {L"t", 4, 2, std::wstring(L"a\0\0\0", 4)},
+        {L"zz", 32, 0, std::wstring(L"\0\0", 2)},
+        {nullptr, 32, 6, std::wstring(L"s\0t\0u\0\0", 7)}};
+    // clang-format on
     for (const auto& row : lists) {
         std::wstring out(32, L'?');
         EXPECT_EQ(m_ini.GetPrivateProfileStringW(row.section, nullptr, L"", out.data(), row.size,
