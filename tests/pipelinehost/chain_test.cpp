@@ -162,21 +162,22 @@ TEST(FilterChain, AFilterThatNeverReportsFinishedFailsTheJob) {
 
 TEST(FilterChain, UnknownBuiltinAndMissingModuleAreConfigurationErrors) {
     std::string input = testpackages::WriteZip("chain_cfg.xps", testpackages::SmallJob(1));
-    FilterRegistry registry;
-    PipelineConfig config;
-    FilterEntry filterEntry;
-    filterEntry.name = "x";
-    filterEntry.builtin = "nonesuch";
-    config.filters.push_back(filterEntry);
-    JobResult result = RunJob(config, registry, Options(input, testpackages::TempPath("c.xps")));
-    ASSERT_TRUE(result.error.has_value());
-    EXPECT_EQ(result.error->Kind(), ErrorKind::Config);
-    config.filters[0].builtin.clear();
-    config.filters[0].dll = "/nonexistent/libfilter.so";
-    result = RunJob(config, registry, Options(input, testpackages::TempPath("c.xps")));
-    ASSERT_TRUE(result.error.has_value());
-    EXPECT_EQ(result.error->Kind(), ErrorKind::Config);
-    EXPECT_NE(std::string(result.error->what()).find("cannot load"), std::string::npos);
+    for (const auto& [builtin, dll] :
+         {std::pair<std::string, std::string>{"nonesuch", ""}, {"", "/nonexistent/libfilter.so"}}) {
+        SCOPED_TRACE(builtin + dll);
+        Chain chain({});
+        chain.config.filters.push_back(FilterEntry{});
+        chain.config.filters[0].name = "x";
+        chain.config.filters[0].builtin = builtin;
+        chain.config.filters[0].dll = dll;
+        JobResult result =
+            RunJob(chain.config, chain.registry, Options(input, testpackages::TempPath("c.xps")));
+        ASSERT_TRUE(result.error.has_value());
+        EXPECT_EQ(result.error->Kind(), ErrorKind::Config);
+        EXPECT_NE(std::string(result.error->what()).find(dll.empty() ? "nonesuch" : "cannot load"),
+                  std::string::npos)
+            << result.error->what();
+    }
 }
 
 TEST(PipelineConfiguration, ReadsFiltersInOrderWithParameters) {

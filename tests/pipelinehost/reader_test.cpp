@@ -18,20 +18,6 @@ namespace {
 
 using namespace pipelinehost;
 
-std::string UriOf(IUnknown* part) {
-    if (CComQIPtr<IFixedDocumentSequence> seq = part) {
-        CComBSTR uri;
-        seq->GetUri(&uri);
-        return platform::WideToUtf8(uri.m_str ? uri.m_str : L"");
-    }
-    if (CComQIPtr<IFixedDocument> doc = part) {
-        CComBSTR uri;
-        doc->GetUri(&uri);
-        return platform::WideToUtf8(uri.m_str ? uri.m_str : L"");
-    }
-    return PartNameOf(part);
-}
-
 template <class Part>
 std::string TicketUri(Part* part) {
     CComPtr<IPartPrintTicket> ticket;
@@ -113,7 +99,7 @@ TEST(JobReaderWalk, YieldsPartsInDocumentOrderWithTicketsAtEveryLevel) {
     EXPECT_EQ(TicketUri(sequence.p), "/Metadata/Job_PT.xml");
     EXPECT_EQ(TicketUri(document.p), "/Metadata/MXDC_Empty_PT.xml");
     EXPECT_EQ(TicketUri(page.p), "/Documents/1/Metadata/Page1_PT.xml");
-    EXPECT_EQ(UriOf(page), "/Documents/1/Pages/1.fpage");
+    EXPECT_EQ(PartNameOf(page), "/Documents/1/Pages/1.fpage");
 
     std::vector<std::string> resources;
     CComPtr<IXpsPartIterator> iterator;
@@ -289,69 +275,40 @@ std::string JobWithOddItem(const std::string& fileName, zip_int32_t method, bool
 // Packages a user can be handed that the reader refuses, each with the reason it gives.
 TEST(SourcePackages, DamagedPackagesAreRefusedWithTheirReason) {
     using namespace testpackages;
-    auto with = [](std::vector<Entry> extra) {
+    // A one-page job with the given items added, written under the given name.
+    auto with = [](const std::string& name, std::vector<Entry> extra) {
         std::vector<Entry> job = SmallJob(1);
         job.insert(job.end(), extra.begin(), extra.end());
-        return job;
+        return WriteZip(name, job);
     };
     const std::string job = WriteZip("whole.xps", SmallJob(1));
-    std::string bytes;
-    {
-        std::ifstream in(job, std::ios::binary);
-        bytes.assign(std::istreambuf_iterator<char>(in), {});
-    }
-    const std::string text = TempPath("text.xps");
+    std::ifstream in(job, std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(in), {});
+    const std::string text = TempPath("text.xps"), truncated = TempPath("truncated.xps");
     std::ofstream(text) << "not a package";
-    const std::string truncated = TempPath("truncated.xps");
     std::ofstream(truncated, std::ios::binary) << bytes.substr(0, bytes.size() - 30);
     ReaderLimits tiny;
     tiny.maxPartSize = 8;
-
-    const struct {
-        const char* name;
-        std::string path;
-        ReaderLimits limits;
-        const char* reason;
-    } rows[] = {
+    const std::string a = "Resources/a.png";
+    // clang-format off
+    const struct { const char* name; std::string path; ReaderLimits limits; const char* reason; } rows[] = {
         {"missing file", TempPath("none.xps"), {}, "cannot open"},
         {"a folder", ProcessTempDir().string(), {}, "is not a regular file"},
-        {"not a ZIP", text, {}, "is not a ZIP archive"},
-        {"truncated ZIP", truncated, {}, "truncated or damaged"},
+        {"not a ZIP", text, {}, "is not a ZIP archive"}, {"truncated ZIP", truncated, {}, "truncated or damaged"},
         {"encrypted item", JobWithOddItem("aes.xps", ZIP_CM_STORE, true), {}, "is encrypted"},
-        {"bzip2 item",
-         JobWithOddItem("bzip2.xps", ZIP_CM_BZIP2, false),
-         {},
-         "unsupported compression method"},
+        {"bzip2 item", JobWithOddItem("bzip2.xps", ZIP_CM_BZIP2, false), {}, "unsupported compression method"},
         {"part above the size limit", job, tiny, "above the limit"},
         {"pieced part above the size limit",
-         WriteZip("bigpieces.xps", with({{"Resources/a.png/[0].piece", "12345"},
-                                         {"Resources/a.png/[1].last.piece", "6789"}})),
-         [] {
-             ReaderLimits limits;
-             limits.maxPartSize = 8;
-             return limits;
-         }(),
+         with("bigpieces.xps", {{a + "/[0].piece", "12345"}, {a + "/[1].last.piece", "6789"}}), tiny,
          "above the limit"},
-        {"last piece missing",
-         WriteZip("incomplete.xps", with({{"Resources/a.png/[0].piece", "x"}})),
-         {},
-         "is incomplete"},
-        {"piece twice",
-         WriteZip("twice.xps", with({{"Resources/a.png/[0].piece", "x"},
-                                     {"Resources/a.png/[0].last.piece", "y"}})),
-         {},
+        {"last piece missing", with("incomplete.xps", {{a + "/[0].piece", "x"}}), {}, "is incomplete"},
+        {"piece twice", with("twice.xps", {{a + "/[0].piece", "x"}, {a + "/[0].last.piece", "y"}}), {},
          "out of order or duplicated"},
-        {"pieces after the last",
-         WriteZip("after.xps", with({{"Resources/a.png/[0].last.piece", "x"},
-                                     {"Resources/a.png/[1].piece", "y"}})),
-         {},
-         "has pieces after its last piece"},
-        {"whole and in pieces",
-         WriteZip("both.xps",
-                  with({{"Resources/a.png", "x"}, {"Resources/a.png/[0].last.piece", "y"}})),
-         {},
-         "stored both whole and as pieces"},
-    };
+        {"pieces after the last", with("after.xps", {{a + "/[0].last.piece", "x"}, {a + "/[1].piece", "y"}}),
+         {}, "has pieces after its last piece"},
+        {"whole and in pieces", with("both.xps", {{a, "x"}, {a + "/[0].last.piece", "y"}}), {},
+         "stored both whole and as pieces"}};
+    // clang-format on
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         try {
