@@ -20,6 +20,7 @@ namespace {
 
 using pipelinehost::ZipFileWriter;
 using testpackages::Item;
+using testpackages::PythonReads;
 using testpackages::ReadZip;
 
 std::uint32_t Crc(const std::string& bytes) {
@@ -39,15 +40,6 @@ std::string Deflate(const std::string& bytes) {
     out.resize(stream.total_out);
     deflateEnd(&stream);
     return out;
-}
-
-bool PythonReads(const std::string& path, std::size_t items) {
-    if (std::system("python3 -c 'import zipfile' >/dev/null 2>&1") != 0) return true;
-    std::string command =
-        "python3 -c 'import sys, zipfile; z = zipfile.ZipFile(sys.argv[1]); "
-        "sys.exit(z.testzip() is not None or len(z.infolist()) != int(sys.argv[2]))' '" +
-        path + "' " + std::to_string(items);
-    return std::system(command.c_str()) == 0;
 }
 
 class ZipFile {
