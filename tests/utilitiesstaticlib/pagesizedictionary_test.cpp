@@ -94,6 +94,7 @@ TEST(PageSizeDictionaryTest, FormRecordSizesFindTheirEntries) {
     EXPECT_TRUE(a4->IsPredefinedMsOptionName());
     EXPECT_EQ(a4->GetDevmodePaperId(), 9);
     EXPECT_EQ(a4->GetWidth().GetDoubleValue(Dimension::Millimeters), 210.0);
+    EXPECT_EQ(a4->GetHeight().GetDoubleValue(Dimension::Millimeters), 297.0);
     const PageSizeDictionaryEntry* ledger =
         dictionary.GetPageSizeEntryRefs(Tenths(4318), Tenths(2794))[0];
     EXPECT_FALSE(ledger->IsPredefinedMsOptionName());  // the driver's own name

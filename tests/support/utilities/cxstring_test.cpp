@@ -46,7 +46,8 @@ TEST(CXString, TextResults) {
         ROW(CXString().SpanExcluding(L"a"), L""), ROW(CXString(L"aab").SpanIncluding(L"a"), L"aa"),
         ROW(CXString(L"Mixed Case").MakeUpper(), L"MIXED CASE"),
         ROW(CXString(L"Mixed Case").MakeLower(), L"mixed case"),
-        ROW(CXString(L"  Mixed Case\t\r\n").Trim(), L"Mixed Case")});
+        ROW(CXString(L"  Mixed Case\t\r\n").Trim(), L"Mixed Case"), ROW(a + L'!', L"ab!"),
+        ROW(CXString(L"abc", 2), L"ab"), ROW(CXString(L"abc", -1), L""), ROW(CXString(L"ab") += L'c', L"abc")});
     // clang-format on
     a += a;
     a += static_cast<const wchar_t*>(nullptr);
@@ -78,6 +79,10 @@ TEST(CXString, SearchCompareReplaceDelete) {
                 ROW(t.Replace(static_cast<const wchar_t*>(nullptr), L"q"), 0),
                 ROW(t.Replace(L"nothing", L"q"), 0), ROW(t.Compare(L"xyz"), 0),
                 ROW(v.Replace(L"a", L"aa"), 1), ROW(v.Compare(L"aab"), 0),
+                ROW(CXString(L"a.b.c").Replace(L'.', L'/'), 2), ROW(s.FindOneOf(L"c/"), 1),
+                ROW(s.FindOneOf(L"xyz"), -1), ROW(s.FindOneOf(L""), -1), ROW(L"a/b/c" == s, true),
+                ROW(s != CXString(L"a/b"), true), ROW(s != L"a/b/c", false), ROW(L"a" != s, true),
+                ROW(s < CXString(L"b"), true), ROW(CXString(L"b") < s, false),
                 // Delete returns the new length; out-of-range arguments delete nothing.
                 ROW(d.Delete(1, 2), 4), ROW(d.Compare(L"adef"), 0), ROW(d.Delete(2, 100), 2),
                 ROW(d.Delete(5, 1), 2), ROW(d.Delete(-1, 1), 2), ROW(d.Delete(0, 0), 2),
@@ -89,6 +94,12 @@ TEST(CXString, BuffersTakeTheLengthFromTheNulOrAsSet) {
     std::wcscpy(s.GetBuffer(10), L"hello");
     EXPECT_EQ(s.GetLength(), 5);
     EXPECT_EQ(s, L"hello");
+    s.GetBuffer(10)[1] = L'\0';
+    s.ReleaseBuffer();  // the length from the NUL
+    EXPECT_EQ(s, L"h");
+    std::wcscpy(s.GetBuffer(10), L"hello");
+    s.ReleaseBuffer(2);  // the length as given
+    EXPECT_EQ(s, L"he");
     CXString t(L"keep");
     t.GetBuffer(50);  // nothing written: the old text stays
     EXPECT_EQ(t, L"keep");
@@ -173,6 +184,8 @@ TEST(ByteBuffer, DwordsAndAnsiText) {
     EXPECT_EQ(bytes("\xFE\xFF\xFF\xFF", 4).getDword(), 0xFFFFFFFEu);
     EXPECT_EQ(bytes("\x78\x56", 2).getDword(), 0x5678u);
     EXPECT_EQ(ByteBuffer().getDword(), 0u);
+    EXPECT_EQ(ByteBuffer(std::allocator<unsigned char>()).getLpbyte(), nullptr);  // empty
+    EXPECT_EQ(*bytes("ab", 2).getLpbyte(), 'a');
     EXPECT_TRUE(
         bytes(nullptr, 10).appendLpbyte(reinterpret_cast<const unsigned char*>("a"), 0).empty());
     EXPECT_EQ(bytes("caf\xC3\xA9\0tail", 10).getAsStringValueFromAnsiBuffer(), L"caf\x00E9");
