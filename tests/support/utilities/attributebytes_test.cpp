@@ -82,22 +82,20 @@ TEST(AttributeBytesIndexedListTest, FindsTheFirstByFeatureIdAndKeepsStoredOrder)
 
 TEST(AttributeBytesReaderTest, TypedReadsDefaultsAndSpecifiedFlags) {
     AttributeBytesReader reader(Indexed(TicketSettings()));
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureFitToOutputPaper, ValueUnspecified),
-              ValueFitToOutputPaperOn);
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureScalingMode, ValueScalingModeNone),
-              ValueScalingModeNone);
+    auto option = [&](long feature, tagValueEnum fallback) {
+        return reader.GetOptionValueFromAttributeBytes(feature, fallback);
+    };
+    EXPECT_EQ(option(FeatureFitToOutputPaper, ValueUnspecified), ValueFitToOutputPaperOn);
+    EXPECT_EQ(option(FeatureScalingMode, ValueScalingModeNone), ValueScalingModeNone);
     // An attribute of another type gives the default; an unspecified one still has its value.
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureWatermarkPlacement,
-                                                      ValueWatermarkBehindContent),
+    EXPECT_EQ(option(FeatureWatermarkPlacement, ValueWatermarkBehindContent),
               ValueWatermarkBehindContent);
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureNUpPagesPerSheet, ValueNUp1),
-              ValueNUp6);
+    EXPECT_EQ(option(FeatureNUpPagesPerSheet, ValueNUp1), ValueNUp6);
     EXPECT_EQ(reader.GetIntegerValueFromAttributeBytes(FeatureBooklet, -1), -1);
     EXPECT_EQ(reader.GetIntegerValueFromAttributeBytes(FeatureBookletGutter, 0), 12700);
     EXPECT_EQ(reader.GetStringValueFromAttributeBytes(FeatureWatermarkPlacement, L"none"),
               CXString(L"not an option"));
-    EXPECT_EQ(reader.GetStringValueFromAttributeBytes(FeatureWatermark, L"none"),
-              CXString(L"none"));
+    EXPECT_EQ(reader.GetStringValueFromAttributeBytes(FeatureWatermark, L"none"), L"none");
     EXPECT_TRUE(reader.IsSpecifiedInAttributeBytes(FeatureBookletGutter));
     EXPECT_FALSE(reader.IsSpecifiedInAttributeBytes(FeatureBookletCreep));
     EXPECT_FALSE(reader.IsSpecifiedInAttributeBytes(FeatureNUpPagesPerSheet));
