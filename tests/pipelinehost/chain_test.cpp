@@ -45,16 +45,6 @@ JobOptions Options(const std::string& input, const std::string& output) {
     return options;
 }
 
-bool NoLeftovers(const std::string& output) {
-    std::filesystem::path target(output);
-    for (const auto& entry : std::filesystem::directory_iterator(target.parent_path())) {
-        std::string name = entry.path().filename().string();
-        if (name == target.filename().string()) return false;
-        if (name.rfind("." + target.filename().string() + ".", 0) == 0) return false;
-    }
-    return true;
-}
-
 TEST(FilterChain, ThreePassThroughFiltersCopyTheJob) {
     std::string input = testpackages::WriteZip("chain_ok.xps", testpackages::SmallJob(12));
     std::string output = testpackages::TempPath("chain_ok_out.xps");
@@ -133,7 +123,7 @@ TEST_P(FilterFailure, StopsEveryFilterAndLeavesNoOutput) {
     for (const char* name : {"first", "culprit", "last"}) {
         EXPECT_EQ(chain.observed[name]->shutdownOperations.load(), 1) << name;
     }
-    EXPECT_TRUE(NoLeftovers(output));
+    EXPECT_TRUE(testpackages::NothingLeftOf(output));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -157,26 +147,27 @@ TEST(FilterChain, AFilterThatNeverReportsFinishedFailsTheJob) {
               std::string::npos);
     EXPECT_EQ(result.filters[0].filterFinishedCalls, 1u);
     EXPECT_EQ(result.filters[1].filterFinishedCalls, 0u);
-    EXPECT_TRUE(NoLeftovers(output));
+    EXPECT_TRUE(testpackages::NothingLeftOf(output));
 }
 
 TEST(FilterChain, UnknownBuiltinAndMissingModuleAreConfigurationErrors) {
     std::string input = testpackages::WriteZip("chain_cfg.xps", testpackages::SmallJob(1));
-    FilterRegistry registry;
-    PipelineConfig config;
-    FilterEntry filterEntry;
-    filterEntry.name = "x";
-    filterEntry.builtin = "nonesuch";
-    config.filters.push_back(filterEntry);
-    JobResult result = RunJob(config, registry, Options(input, testpackages::TempPath("c.xps")));
-    ASSERT_TRUE(result.error.has_value());
-    EXPECT_EQ(result.error->Kind(), ErrorKind::Config);
-    config.filters[0].builtin.clear();
-    config.filters[0].dll = "/nonexistent/libfilter.so";
-    result = RunJob(config, registry, Options(input, testpackages::TempPath("c.xps")));
-    ASSERT_TRUE(result.error.has_value());
-    EXPECT_EQ(result.error->Kind(), ErrorKind::Config);
-    EXPECT_NE(std::string(result.error->what()).find("cannot load"), std::string::npos);
+    for (const auto& [builtin, dll] :
+         {std::pair<std::string, std::string>{"nonesuch", ""}, {"", "/nonexistent/libfilter.so"}}) {
+        SCOPED_TRACE(builtin + dll);
+        Chain chain({});
+        chain.config.filters.push_back(FilterEntry{});
+        chain.config.filters[0].name = "x";
+        chain.config.filters[0].builtin = builtin;
+        chain.config.filters[0].dll = dll;
+        JobResult result =
+            RunJob(chain.config, chain.registry, Options(input, testpackages::TempPath("c.xps")));
+        ASSERT_TRUE(result.error.has_value());
+        EXPECT_EQ(result.error->Kind(), ErrorKind::Config);
+        EXPECT_NE(std::string(result.error->what()).find(dll.empty() ? "nonesuch" : "cannot load"),
+                  std::string::npos)
+            << result.error->what();
+    }
 }
 
 TEST(PipelineConfiguration, ReadsFiltersInOrderWithParameters) {

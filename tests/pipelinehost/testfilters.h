@@ -114,27 +114,19 @@ public:
         if (communicator == nullptr || bag == nullptr || control == nullptr) return E_POINTER;
         m_communicator = communicator;
         m_control = control;
-        for (const wchar_t* name : {L"PrinterName", L"Greeting"}) {
+        // Text properties by value, the others by their variant type; whether the token works.
+        std::lock_guard<std::mutex> lock(m_observed->mutex);
+        for (const wchar_t* name : {L"PrinterName", L"Greeting", L"PrintJobId", L"PrinterHandle",
+                                    L"UserSecurityToken", L"PerUserPrintTicket"}) {
             CComVariant value;
-            if (SUCCEEDED(bag->GetProperty(name, &value)) && value.vt == VT_BSTR) {
-                std::lock_guard<std::mutex> lock(m_observed->mutex);
-                m_observed->properties[name] = value.bstrVal;
+            if (FAILED(bag->GetProperty(name, &value))) continue;
+            m_observed->properties[name] =
+                value.vt == VT_BSTR ? std::wstring(value.bstrVal) : std::to_wstring(value.vt);
+            if (std::wstring(name) == L"UserSecurityToken") {
+                bool usable = SetThreadToken(nullptr, reinterpret_cast<HANDLE>(value.intPtrVal));
+                SetThreadToken(nullptr, nullptr);
+                m_observed->properties[L"TokenUsable"] = usable ? L"yes" : L"no";
             }
-        }
-        for (const wchar_t* name :
-             {L"PrintJobId", L"PrinterHandle", L"UserSecurityToken", L"PerUserPrintTicket"}) {
-            CComVariant value;
-            if (SUCCEEDED(bag->GetProperty(name, &value))) {
-                std::lock_guard<std::mutex> lock(m_observed->mutex);
-                m_observed->properties[name] = std::to_wstring(value.vt);
-            }
-        }
-        CComVariant token;
-        if (SUCCEEDED(bag->GetProperty(L"UserSecurityToken", &token))) {
-            bool usable = SetThreadToken(nullptr, reinterpret_cast<HANDLE>(token.intPtrVal)) != 0;
-            SetThreadToken(nullptr, nullptr);
-            std::lock_guard<std::mutex> lock(m_observed->mutex);
-            m_observed->properties[L"TokenUsable"] = usable ? L"yes" : L"no";
         }
         return S_OK;
     }

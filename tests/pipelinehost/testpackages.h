@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -45,6 +46,31 @@ public:
 };
 inline const bool kTempDirCleanupRegistered =
     (::testing::AddGlobalTestEnvironment(new TempDirCleanup), true);
+
+// Whether neither the output `target` nor a temporary file of its name (".<name>...") is in its
+// folder: what a failed job or writer must leave.
+inline bool NothingLeftOf(const std::string& target) {
+    std::filesystem::path path(target);
+    for (const auto& entry : std::filesystem::directory_iterator(path.parent_path())) {
+        std::string name = entry.path().filename().string();
+        if (name == path.filename().string() ||
+            name.rfind("." + path.filename().string(), 0) == 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Whether Python's zipfile, an independent reader, finds the archive sound with `items` items
+// (true when Python is not installed).
+inline bool PythonReads(const std::string& path, std::size_t items) {
+    if (std::system("python3 -c 'import zipfile' >/dev/null 2>&1") != 0) return true;
+    std::string command =
+        "python3 -c 'import sys, zipfile; z = zipfile.ZipFile(sys.argv[1]); "
+        "sys.exit(z.testzip() is not None or len(z.infolist()) != int(sys.argv[2]))' '" +
+        path + "' " + std::to_string(items);
+    return std::system(command.c_str()) == 0;
+}
 
 // Writes the entries, in order, as a ZIP file; returns its path.
 inline std::string WriteZip(const std::string& fileName, const std::vector<Entry>& entries) {

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "pipelinehost/zipfilewriter.h"
@@ -20,6 +21,7 @@ namespace {
 
 using pipelinehost::ZipFileWriter;
 using testpackages::Item;
+using testpackages::PythonReads;
 using testpackages::ReadZip;
 
 std::uint32_t Crc(const std::string& bytes) {
@@ -39,15 +41,6 @@ std::string Deflate(const std::string& bytes) {
     out.resize(stream.total_out);
     deflateEnd(&stream);
     return out;
-}
-
-bool PythonReads(const std::string& path, std::size_t items) {
-    if (std::system("python3 -c 'import zipfile' >/dev/null 2>&1") != 0) return true;
-    std::string command =
-        "python3 -c 'import sys, zipfile; z = zipfile.ZipFile(sys.argv[1]); "
-        "sys.exit(z.testzip() is not None or len(z.infolist()) != int(sys.argv[2]))' '" +
-        path + "' " + std::to_string(items);
-    return std::system(command.c_str()) == 0;
 }
 
 class ZipFile {
@@ -74,14 +67,9 @@ TEST(ZipFileWriter, ItemsReadBackWithTheirMethodsTimesAndContent) {
         ASSERT_GE(file.Fd(), 0);
         const std::string text = testpackages::Page(std::string(5000, 'a'));
         const std::string large(600 * 1024, 'b');  // larger than the write buffer
-        std::tm when{};
-        when.tm_year = 2021 - 1900;
-        when.tm_mon = 5;
-        when.tm_mday = 14;
-        when.tm_hour = 9;
-        when.tm_min = 30;
-        when.tm_sec = 42;
-        when.tm_isdst = -1;
+        std::tm when{};                            // 2021-06-14 09:30:42 local time
+        std::tie(when.tm_year, when.tm_mon, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec,
+                 when.tm_isdst) = std::make_tuple(121, 5, 14, 9, 30, 42, -1);
         const std::time_t mtime = std::mktime(&when);
         {
             ZipFileWriter zip(file.Fd(), streaming);

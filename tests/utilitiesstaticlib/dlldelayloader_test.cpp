@@ -76,18 +76,29 @@ protected:
     TestLoader m_loader;
 };
 
-TEST_F(DllDelayLoaderTest, FoundBesideThisLibraryAndLogged) {
-    std::string name = ProbeName("beside");
-    CopyProbe(m_self.parent_path() / name);
-    CapturedMessages messages;
-    HMODULE module = Request(name);
-    ASSERT_NE(module, nullptr);
-    EXPECT_EQ(ModuleFileName(module), (m_self.parent_path() / name).string());
-    EXPECT_TRUE(messages.Contains("@@@>> " + m_self.filename().string() + ": Delay loading DLL: " +
-                                  name + " (" + (m_self.parent_path() / name).string() + ")"))
-        << messages.Text();
-    EXPECT_FALSE(messages.Contains("Delay loading DLL: " + m_driverDirectory.string()));
-    EXPECT_EQ(m_loader.GetLoadedLibraryNames(), std::vector<std::string>{name});
+// Beside this library first, then the driver directory's "3" subfolder (not the directory
+// itself); each attempt is logged with the path tried.
+TEST_F(DllDelayLoaderTest, FoundBesideThisLibraryOrInTheDriverDirectorySubfolder3) {
+    for (const bool beside : {true, false}) {
+        SCOPED_TRACE(beside ? "beside" : "driver directory");
+        TestLoader loader;
+        loader.OnProcessAttach(m_selfModule);
+        std::string name = ProbeName("found");
+        fs::path expected = beside ? m_self.parent_path() / name : m_driverDirectory / "3" / name;
+        CopyProbe(expected);
+        CopyProbe(m_driverDirectory / name);
+        CapturedMessages messages;
+        HMODULE module = Request(loader, name);
+        ASSERT_NE(module, nullptr);
+        EXPECT_EQ(ModuleFileName(module), expected.string());
+        std::string first = "@@@>> " + m_self.filename().string() + ": Delay loading DLL: " + name;
+        EXPECT_TRUE(messages.Contains(first + (beside ? " (" + expected.string() + ")" : "")))
+            << messages.Text();
+        EXPECT_EQ(
+            messages.Contains("Delay loading DLL: " + m_driverDirectory.string() + "\\3\\" + name),
+            !beside);
+        EXPECT_EQ(loader.GetLoadedLibraryNames(), std::vector<std::string>{name});
+    }
 }
 
 TEST_F(DllDelayLoaderTest, AlreadyLoadedLibraryIsReferencedNotSearchedAndRecordedOnce) {
@@ -108,23 +119,6 @@ TEST_F(DllDelayLoaderTest, AlreadyLoadedLibraryIsReferencedNotSearchedAndRecorde
     EXPECT_TRUE(platform::IsModuleLoaded(name.c_str()));
     EXPECT_TRUE(FreeLibrary(loaded));
     EXPECT_FALSE(platform::IsModuleLoaded(name.c_str()));
-}
-
-TEST_F(DllDelayLoaderTest, FoundInTheDriverDirectorySubfolder3OnTheSecondAttempt) {
-    std::string name = ProbeName("driver");
-    CopyProbe(m_driverDirectory / "3" / name);
-    CopyProbe(m_driverDirectory / name);  // the driver directory itself is not searched
-    CapturedMessages messages;
-    HMODULE module = Request(name);
-    ASSERT_NE(module, nullptr);
-    EXPECT_EQ(ModuleFileName(module), (m_driverDirectory / "3" / name).string());
-    EXPECT_TRUE(
-        messages.Contains("@@@>> " + m_self.filename().string() + ": Delay loading DLL: " + name))
-        << "the first attempt is logged too";
-    EXPECT_TRUE(
-        messages.Contains("Delay loading DLL: " + m_driverDirectory.string() + "\\3\\" + name))
-        << messages.Text();
-    EXPECT_EQ(m_loader.GetLoadedLibraryNames(), std::vector<std::string>{name});
 }
 
 TEST_F(DllDelayLoaderTest, CoreLibraryAbsentFromBothPlacesThrows) {
@@ -221,10 +215,11 @@ TEST_F(DllDelayLoaderTest, DriverDirectoryPathLimitIs260Characters) {
 }
 
 TEST_F(DllDelayLoaderTest, HookActsOnlyOnPreLoadLibraryAndOnlyWhileAttached) {
-    std::string name = ProbeName("notify");
-    CopyProbe(m_self.parent_path() / name);
+    std::string first = ProbeName("first"), second = ProbeName("second");
+    CopyProbe(m_self.parent_path() / first);
+    CopyProbe(m_self.parent_path() / second);
     DelayLoadInfo info{};
-    info.szDll = name.c_str();
+    info.szDll = first.c_str();
     for (unsigned notification : {dliStartProcessing, dliNotePreGetProcAddress, dliFailLoadLib,
                                   dliFailGetProc, dliNoteEndProcessing}) {
         EXPECT_EQ(m_loader.Notify(notification, &info), nullptr);
@@ -232,28 +227,21 @@ TEST_F(DllDelayLoaderTest, HookActsOnlyOnPreLoadLibraryAndOnlyWhileAttached) {
     EXPECT_EQ(m_loader.Notify(dliNotePreLoadLibrary, nullptr), nullptr);
     TestLoader detached;
     EXPECT_FALSE(detached.IsEnabled());
-    EXPECT_EQ(Request(detached, name), nullptr);
+    EXPECT_EQ(Request(detached, first), nullptr);
     EXPECT_TRUE(m_loader.GetLoadedLibraryNames().empty());
-}
-
-TEST_F(DllDelayLoaderTest, AfterReleaseTheHookDoesNothing) {
-    std::string first = ProbeName("first"), second = ProbeName("second");
-    CopyProbe(m_self.parent_path() / first);
-    CopyProbe(m_self.parent_path() / second);
+    // After release: nothing loaded, not even the failure exception; a second release is harmless.
     ASSERT_NE(Request(first), nullptr);
     m_loader.Release();
     EXPECT_TRUE(m_loader.IsReleased());
     EXPECT_EQ(Request(second), nullptr);
-    EXPECT_EQ(Request(ProbeName("absent")), nullptr);  // not even the failure exception
+    EXPECT_EQ(Request(ProbeName("absent")), nullptr);
     EXPECT_EQ(m_loader.GetLoadedLibraryNames(), std::vector<std::string>{first});
-    m_loader.Release();  // a second release does nothing
-}
-
-TEST_F(DllDelayLoaderTest, ProcessLoaderIsAttachedToTheModuleItIsLinkedInto) {
+    m_loader.Release();
+    // The process loader is attached to the module it is linked into: the test program here.
     DllDelayLoader& process = DllDelayLoader::GetProcessLoader();
     EXPECT_TRUE(process.IsEnabled());
     EXPECT_FALSE(process.IsReleased());
-    EXPECT_EQ(process.GetModule(), GetModuleHandleA(nullptr));  // the test program here
+    EXPECT_EQ(process.GetModule(), GetModuleHandleA(nullptr));
     EXPECT_STREQ(process.GetUtilityLibraryFileName(), "libzorunutilities.so.0");
 }
 

@@ -40,29 +40,21 @@ inline void CopyProbe(const fs::path& path) {
 // Switches performance-measurement messages on and collects what reaches the debug sink.
 class CapturedMessages {
 public:
-    CapturedMessages() : m_saved(GetDebugMessageManager().GetConfiguration()) {
+    CapturedMessages() {
         DebugMessageManager::Configuration on = m_saved;
         on.state = DebugMessageManager::kStateRunning;
         on.error = 0;
         on.categories = DebugMessageCategories(~0ull);
         on.performanceMeasurement = true;
         GetDebugMessageManager().Configure(on);
-        m_previous = platform::SetDebugOutputSink([this](std::string_view text) {
-            m_text += text;
-            m_text += "\n";
-        });
     }
-    ~CapturedMessages() {
-        platform::SetDebugOutputSink(m_previous);
-        GetDebugMessageManager().Configure(m_saved);
-    }
-    const std::string& Text() const { return m_text; }
-    bool Contains(const std::string& text) const { return m_text.find(text) != std::string::npos; }
+    ~CapturedMessages() { GetDebugMessageManager().Configure(m_saved); }
+    std::string Text() const { return m_capture.Text(); }
+    bool Contains(const std::string& text) const { return Text().find(text) != std::string::npos; }
 
 private:
-    DebugMessageManager::Configuration m_saved;
-    platform::DebugOutputSink m_previous;
-    std::string m_text;
+    DebugMessageManager::Configuration m_saved = GetDebugMessageManager().GetConfiguration();
+    platform::DebugOutputCapture m_capture;
 };
 
 }  // namespace loadertest

@@ -44,7 +44,7 @@ Dimension Microns(double value) {
     return Dimension(value, Dimension::Microns);
 }
 
-std::vector<std::wstring> Names(const std::vector<const PageSizeDictionaryEntry*>& entries) {
+std::vector<std::wstring> NamesOf(const std::vector<const PageSizeDictionaryEntry*>& entries) {
     std::vector<std::wstring> names;
     for (const PageSizeDictionaryEntry* entry : entries) {
         names.emplace_back(entry->GetMsPageMediaSizeOptionName());
@@ -62,36 +62,46 @@ TEST(PageSizeDictionaryTest, OpensTheCoreLibraryThroughTheDelayLoader) {
     EXPECT_EQ(std::count(recorded.begin(), recorded.end(), ZORUNCORE_LIBRARY_FILE_NAME), 1);
 }
 
+// Lengths are cut to whole tenths of a millimetre, in any unit; bad lengths find nothing.
 TEST(PageSizeDictionaryTest, FormRecordSizesFindTheirEntries) {
     PageSizeDictionary dictionary(nullptr);
-    std::vector<const PageSizeDictionaryEntry*> a4 =
-        dictionary.GetPageSizeEntryRefs(Tenths(2100), Tenths(2970));
-    ASSERT_EQ(a4.size(), 1u);
-    EXPECT_EQ(a4[0]->GetValueId().GetValueEnum(), DataModelIds::ValuePageSizeISOA4);
-    EXPECT_EQ(a4[0]->GetMsPageMediaSizeOptionName(), CXString(L"ISOA4"));
-    EXPECT_TRUE(a4[0]->IsPredefinedMsOptionName());
-    EXPECT_EQ(a4[0]->GetDevmodePaperId(), 9);
-    EXPECT_EQ(a4[0]->GetWidth().GetDoubleValue(Dimension::Millimeters), 210.0);
-
-    EXPECT_EQ(Names(dictionary.GetPageSizeEntryRefs(Tenths(2159), Tenths(2794))),
-              (std::vector<std::wstring>{L"NorthAmericaLetter", L"NorthAmericaNote"}));
-    std::vector<const PageSizeDictionaryEntry*> ledger =
-        dictionary.GetPageSizeEntryRefs(Tenths(4318), Tenths(2794));
-    ASSERT_EQ(ledger.size(), 1u);
-    EXPECT_FALSE(ledger[0]->IsPredefinedMsOptionName());  // the driver's own name
-    EXPECT_EQ(ledger[0]->GetValueId().GetValueEnum(), DataModelIds::ValuePageSizeLedger);
-}
-
-TEST(PageSizeDictionaryTest, LengthsAreCutToTenthsOfAMillimetreInAnyUnit) {
-    PageSizeDictionary dictionary(nullptr);
-    EXPECT_EQ(Names(dictionary.GetPageSizeEntryRefs(Microns(210050), Microns(297099))),
-              std::vector<std::wstring>{L"ISOA4"});
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Microns(210100), Microns(297000)).empty());
-    EXPECT_EQ(Names(dictionary.GetPageSizeEntryRefs(Dimension(8.5, Dimension::Inches),
-                                                    Dimension(14, Dimension::Inches))),
-              std::vector<std::wstring>{L"NorthAmericaLegal"});
-    EXPECT_EQ(Names(dictionary.GetPageSizeEntryRefs(Dimension(4, Dimension::Inches), Microns(0))),
-              std::vector<std::wstring>{L"Roll04Inch"});
+    using Names = std::vector<std::wstring>;
+    const Dimension odd(2100, static_cast<Dimension::UnitsEnum>(42));
+    // clang-format off
+    const struct {
+        const char* name;
+        Dimension width, height;
+        Names found;
+    } rows[] = {
+        {"A4", Tenths(2100), Tenths(2970), {L"ISOA4"}},
+        {"letter and note", Tenths(2159), Tenths(2794), {L"NorthAmericaLetter", L"NorthAmericaNote"}},
+        {"micrometres cut", Microns(210050), Microns(297099), {L"ISOA4"}},
+        {"a tenth more", Microns(210100), Microns(297000), {}},
+        {"inches", Dimension(8.5, Dimension::Inches), Dimension(14, Dimension::Inches), {L"NorthAmericaLegal"}},
+        {"a roll", Dimension(4, Dimension::Inches), Microns(0), {L"Roll04Inch"}},
+        {"zero width", Tenths(0), Tenths(2970), {}}, {"negative width", Tenths(-2100), Tenths(2970), {}},
+        {"negative height", Tenths(2100), Tenths(-2970), {}}, {"NaN", Tenths(std::nan("")), Tenths(2970), {}},
+        {"infinity", Tenths(INFINITY), Tenths(2970), {}}, {"huge", Tenths(1e300), Tenths(1e300), {}},
+        {"unknown unit", odd, Tenths(2970), {}}};
+    // clang-format on
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(NamesOf(dictionary.GetPageSizeEntryRefs(row.width, row.height)), row.found);
+    }
+    const PageSizeDictionaryEntry* a4 =
+        dictionary.GetPageSizeEntryRefs(Tenths(2100), Tenths(2970))[0];
+    EXPECT_EQ(a4->GetValueId().GetValueEnum(), DataModelIds::ValuePageSizeISOA4);
+    EXPECT_TRUE(a4->IsPredefinedMsOptionName());
+    EXPECT_EQ(a4->GetDevmodePaperId(), 9);
+    EXPECT_EQ(a4->GetWidth().GetDoubleValue(Dimension::Millimeters), 210.0);
+    EXPECT_EQ(a4->GetHeight().GetDoubleValue(Dimension::Millimeters), 297.0);
+    const PageSizeDictionaryEntry* ledger =
+        dictionary.GetPageSizeEntryRefs(Tenths(4318), Tenths(2794))[0];
+    EXPECT_FALSE(ledger->IsPredefinedMsOptionName());  // the driver's own name
+    EXPECT_EQ(ledger->GetValueId().GetValueEnum(), DataModelIds::ValuePageSizeLedger);
+    EXPECT_EQ(dictionary.GetPageSizeEntryRef(ValueId(DataModelIds::ValueAny)), nullptr);
+    EXPECT_EQ(dictionary.GetPageSizeEntryRefByOptionName(nullptr), nullptr);
+    EXPECT_EQ(dictionary.GetPageSizeEntryRefByOptionName(L"A4"), nullptr);
 }
 
 TEST(PageSizeDictionaryTest, EveryEntryWithASizeIsFoundByIt) {
@@ -111,23 +121,6 @@ TEST(PageSizeDictionaryTest, EveryEntryWithASizeIsFoundByIt) {
         ++found;
     }
     EXPECT_EQ(found, 175);
-}
-
-TEST(PageSizeDictionaryTest, BadLengthsFindNothing) {
-    PageSizeDictionary dictionary(nullptr);
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Tenths(0), Tenths(2970)).empty());
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Tenths(-2100), Tenths(2970)).empty());
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Tenths(2100), Tenths(-2970)).empty());
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Tenths(std::nan("")), Tenths(2970)).empty());
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Tenths(INFINITY), Tenths(2970)).empty());
-    EXPECT_TRUE(dictionary.GetPageSizeEntryRefs(Tenths(1e300), Tenths(1e300)).empty());
-    EXPECT_TRUE(dictionary
-                    .GetPageSizeEntryRefs(Dimension(2100, static_cast<Dimension::UnitsEnum>(42)),
-                                          Tenths(2970))
-                    .empty());
-    EXPECT_EQ(dictionary.GetPageSizeEntryRef(ValueId(DataModelIds::ValueAny)), nullptr);
-    EXPECT_EQ(dictionary.GetPageSizeEntryRefByOptionName(nullptr), nullptr);
-    EXPECT_EQ(dictionary.GetPageSizeEntryRefByOptionName(L"A4"), nullptr);
 }
 
 class GermanNames : public ProductStringLoader {

@@ -63,34 +63,47 @@ TEST_F(ErrorFrame, EmptyMessageLogsExactlyOneThrowingLine) {
     EXPECT_EQ(capture.Messages()[0], expected);
 }
 
-TEST_F(ErrorFrame, MessageIsFormattedWithWindowsRules) {
+// What each kind of throw logs (function and file names switched off) and carries.
+TEST_F(ErrorFrame, EveryThrowLogsItsKindAndMessage) {
+    const CXString unformattable(kUnformattableMessageText);
+    const struct {
+        const char* name;
+        void (*thrower)();
+        const wchar_t* function;
+        CXString message;
+        std::string logged;
+    } rows[] = {
+        {"formatted with Windows rules",
+         [] { THROW_COM(E_FAIL, L"A::B", "node %S (%ld)", L"Feature", 12); }, L"A::B",
+         L"node Feature (12)", "*Throwing* ZorunComException: node Feature (12)\n"},
+        {"formatter failure: the fixed text",
+         [] { THROW_COM(E_OUTOFMEMORY, L"A::B", "%n", nullptr); }, L"A::B", unformattable,
+         "*Throwing* ZorunComException: " + unformattable.ToUtf8() + "\n"},
+        {"null pointer", [] { THROW_NULL_POINTER(L"Reader::GetOemDevmode", ""); },
+         L"Reader::GetOemDevmode", L"", "*Throwing* ExceptionInvalidArgumentNullPointer: \n"},
+        {"delay load", [] { THROW_DELAY_LOAD_FAILURE(L"ThrowDelayLoadFailure", ""); },
+         L"ThrowDelayLoadFailure", L"", "*Throwing* ExceptionDelayLoadDllLoadFailure: \n"}};
     Run(0x400000, false, false);
-    platform::DebugOutputCapture capture;
-    try {
-        THROW_COM(E_FAIL, L"A::B", "node %S (%ld)", L"Feature", 12);
-    } catch (const ZorunComException& e) {
-        EXPECT_EQ(e.GetMessage(), L"node Feature (12)");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        platform::DebugOutputCapture capture;
+        try {
+            row.thrower();
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const ZorunException& e) {
+            EXPECT_EQ(e.GetMessage(), row.message);
+            EXPECT_EQ(e.GetFunction(), row.function);
+        }
+        EXPECT_EQ(capture.Text(), row.logged);
     }
-    // Function and file names switched off: the fields are empty.
-    EXPECT_EQ(capture.Text(), "*Throwing* ZorunComException: node Feature (12)\n");
-}
-
-TEST_F(ErrorFrame, FormatterFailureGivesTheFixedText) {
-    Run(0x400000);
-    platform::DebugOutputCapture capture;
-    try {
-        THROW_COM(E_OUTOFMEMORY, L"A::B", "%n", nullptr);
-    } catch (const ZorunComException& e) {
-        EXPECT_EQ(e.GetHresult(), E_OUTOFMEMORY);
-        EXPECT_EQ(e.GetMessage(), CXString(kUnformattableMessageText));
-        EXPECT_EQ(e.GetMessage().Find(L"A message argument was supplied, but the resulting string "
-                                      L"is empty."),
-                  0);
-        EXPECT_EQ(e.GetMessage().Right(23), L"number indicated above.");
-    }
-    EXPECT_EQ(capture.CountStartingWith(std::string("*Throwing* ZorunComException: ") +
-                                        kUnformattableMessageText),
-              1u);
+    EXPECT_EQ(unformattable.Find(L"A message argument was supplied, but the resulting string "
+                                 L"is empty."),
+              0);
+    EXPECT_EQ(unformattable.Right(23), L"number indicated above.");
+    EXPECT_EQ(Catch([] { THROW_COM(E_OUTOFMEMORY, L"A::B", "%n", nullptr); }).GetHresult(),
+              E_OUTOFMEMORY);
+    EXPECT_THROW(THROW_NULL_POINTER(L"f", ""), ExceptionInvalidArgumentNullPointer);
+    EXPECT_THROW(THROW_DELAY_LOAD_FAILURE(L"f", ""), ExceptionDelayLoadDllLoadFailure);
 }
 
 TEST_F(ErrorFrame, NoLineWhenTheManagerDoesNotWantIt) {
@@ -128,24 +141,17 @@ TEST_F(ErrorFrame, DebuggerHookRunsBeforeTheThrow) {
     EXPECT_EQ(messages[1].rfind("DebugBreak: no debugger attached", 0), 0u);
 }
 
-TEST_F(ErrorFrame, ExceptionSnapshotsTheExecutionContexts) {
+TEST_F(ErrorFrame, MacrosPassTheHresultAsGivenAndSnapshotTheContexts) {
     ExecutionContextLifetime lifetime(std::make_unique<BasicExecutionContext>(
         31636, L"XpsFilterBase::StartOperation", L"xpsfilterbase.cpp", 1, false, L""));
-    ZorunComException e = Catch([] { THROW_COM(E_FAIL, L"A::B", ""); });
-    ASSERT_EQ(e.GetExecutionContexts().size(), 1u);
-    EXPECT_EQ(e.GetExecutionContexts()[0]->Describe().Find(L"#31636 XpsFilterBase::StartOperation"),
-              0);
-}
-
-TEST_F(ErrorFrame, TheHresultTravelsAsGiven) {
     // The document classes reject a wrong root element with the success-valued S_FALSE.
     ZorunComException e = Catch([] { THROW_COM(S_FALSE, L"A::B", ""); });
     EXPECT_EQ(e.GetHresult(), S_FALSE);
-}
-
-TEST_F(ErrorFrame, IfFailedAndIfNullMacros) {
+    ASSERT_EQ(e.GetExecutionContexts().size(), 1u);
+    EXPECT_EQ(e.GetExecutionContexts()[0]->Describe().Find(L"#31636 XpsFilterBase::StartOperation"),
+              0);
     EXPECT_NO_THROW(THROW_COM_IF_FAILED(S_FALSE, L"A::B", ""));
-    ZorunComException e = Catch([] { THROW_COM_IF_FAILED(0x80070490, L"A::B", "absent"); });
+    e = Catch([] { THROW_COM_IF_FAILED(0x80070490, L"A::B", "absent"); });
     EXPECT_EQ(e.GetHresult(), static_cast<HRESULT>(0x80070490));
     EXPECT_EQ(e.GetMessage(), L"absent");
     int value = 0;
@@ -155,17 +161,13 @@ TEST_F(ErrorFrame, IfFailedAndIfNullMacros) {
         THROW_COM_IF_NULL(missing, L"A::B", "");
     });
     EXPECT_EQ(e.GetHresult(), E_POINTER);
-    // The HRESULT expression is evaluated once.
-    int calls = 0;
+    int calls = 0;  // the HRESULT expression is evaluated once
     auto failing = [&] {
         ++calls;
         return E_FAIL;
     };
     EXPECT_THROW(THROW_COM_IF_FAILED(failing(), L"A::B", ""), ZorunComException);
     EXPECT_EQ(calls, 1);
-}
-
-TEST_F(ErrorFrame, ReturnIfFailed) {
     auto step = [](HRESULT first, bool& reachedEnd) -> HRESULT {
         RETURN_IF_FAILED(first);
         reachedEnd = true;
@@ -176,29 +178,4 @@ TEST_F(ErrorFrame, ReturnIfFailed) {
     EXPECT_FALSE(reached);
     EXPECT_EQ(step(S_FALSE, reached), S_OK);
     EXPECT_TRUE(reached);
-}
-
-TEST_F(ErrorFrame, NullPointerVariant) {
-    Run(0x400000, false, false);
-    platform::DebugOutputCapture capture;
-    try {
-        THROW_NULL_POINTER(L"PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode", "");
-        ADD_FAILURE();
-    } catch (const ExceptionInvalidArgumentNullPointer& e) {
-        EXPECT_EQ(e.GetFunction(),
-                  L"PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode");
-    }
-    EXPECT_EQ(capture.Text(), "*Throwing* ExceptionInvalidArgumentNullPointer: \n");
-}
-
-TEST_F(ErrorFrame, DelayLoadVariant) {
-    Run(0x400000, false, false);
-    platform::DebugOutputCapture capture;
-    try {
-        THROW_DELAY_LOAD_FAILURE(L"ThrowDelayLoadDllLoadFailureException", "");
-        ADD_FAILURE();
-    } catch (const ExceptionDelayLoadDllLoadFailure& e) {
-        EXPECT_TRUE(e.GetMessage().IsEmpty());
-    }
-    EXPECT_EQ(capture.Text(), "*Throwing* ExceptionDelayLoadDllLoadFailure: \n");
 }

@@ -16,6 +16,14 @@ namespace {
 
 using namespace DataModelIds;
 
+using Item = AttributeBytesItem;
+
+AttributeBytesRawList List(std::initializer_list<Item> items) {
+    AttributeBytesRawList list;
+    for (const Item& item : items) list.Add(item);
+    return list;
+}
+
 AttributeBytesIndexedList Indexed(const AttributeBytesRawList& raw) {
     AttributeBytesIndexedList list;
     list.ImportFromRawList(raw);
@@ -24,114 +32,84 @@ AttributeBytesIndexedList Indexed(const AttributeBytesRawList& raw) {
 
 // A ticket's driver settings as the typed ticket view reads them.
 AttributeBytesRawList TicketSettings() {
-    AttributeBytesRawList dimensions;
-    dimensions.Add(AttributeBytesItem::MakeDimension(FeaturePaperWidth, 2970.0,
-                                                     Dimension::TenthsOfMillimeter));
-    dimensions.Add(
-        AttributeBytesItem::MakeDimension(FeaturePaperHeight, 16.5354, Dimension::Inches));
-    AttributeBytesRawList paper;
-    paper.Add(AttributeBytesItem::MakeInteger(FeaturePaperSize, 70001));  // a user's own paper
-    paper.Add(AttributeBytesItem::MakeCollection(FeatureCustomPaperDimensions, dimensions));
-    AttributeBytesRawList settings;
-    settings.Add(AttributeBytesItem::MakeCollection(FeatureOutputPaper, paper));
-
-    AttributeBytesRawList list;
-    list.Add(AttributeBytesItem::MakeOptionValue(FeatureFitToOutputPaper, ValueFitToOutputPaperOn));
-    list.Add(AttributeBytesItem::MakeCollection(FeatureOutputPaperSettings, settings));
-    list.Add(AttributeBytesItem::MakeBoolean(FeatureBooklet, true));
-    list.Add(AttributeBytesItem::MakeOptionValue(FeatureBookletBindingEdge, ValueBindingEdgeRight));
-    list.Add(AttributeBytesItem::MakeInteger(FeatureBookletGutter, 12700));
-    list.Add(AttributeBytesItem::MakeInteger(FeatureBookletCreep, 300, false));
-    list.Add(AttributeBytesItem::MakeOptionValue(FeatureNUpPagesPerSheet, ValueNUp6, false));
-    list.Add(AttributeBytesItem::MakeString(FeatureWatermarkPlacement, L"not an option"));
-    return list;
+    AttributeBytesRawList dimensions =
+        List({Item::MakeDimension(FeaturePaperWidth, 2970.0, Dimension::TenthsOfMillimeter),
+              Item::MakeDimension(FeaturePaperHeight, 16.5354, Dimension::Inches)});
+    AttributeBytesRawList paper =
+        List({Item::MakeInteger(FeaturePaperSize, 70001),  // a user's own paper
+              Item::MakeCollection(FeatureCustomPaperDimensions, dimensions)});
+    return List({Item::MakeOptionValue(FeatureFitToOutputPaper, ValueFitToOutputPaperOn),
+                 Item::MakeCollection(FeatureOutputPaperSettings,
+                                      List({Item::MakeCollection(FeatureOutputPaper, paper)})),
+                 Item::MakeBoolean(FeatureBooklet, true),
+                 Item::MakeOptionValue(FeatureBookletBindingEdge, ValueBindingEdgeRight),
+                 Item::MakeInteger(FeatureBookletGutter, 12700),
+                 Item::MakeInteger(FeatureBookletCreep, 300, false),
+                 Item::MakeOptionValue(FeatureNUpPagesPerSheet, ValueNUp6, false),
+                 Item::MakeString(FeatureWatermarkPlacement, L"not an option")});
 }
 
-TEST(AttributeBytesIndexedListTest, FindsByFeatureIdAndKeepsStoredOrder) {
+TEST(AttributeBytesIndexedListTest, FindsTheFirstByFeatureIdAndKeepsStoredOrder) {
     AttributeBytesIndexedList list = Indexed(TicketSettings());
-    EXPECT_FALSE(list.IsEmpty());
     EXPECT_EQ(list.GetCount(), 8u);
     ASSERT_NE(list.Find(FeatureBookletGutter), nullptr);
     EXPECT_EQ(list.Find(FeatureBookletGutter)->GetInteger(), 12700);
     EXPECT_EQ(list.Find(FeatureScalingMode), nullptr);
     EXPECT_EQ(list.GetRawList()[0].GetFeatureId(), FeatureFitToOutputPaper);
     EXPECT_TRUE(list.GetRawList() == TicketSettings());
-
     // Importing replaces; importing a list's own contents works.
     list.ImportFromRawList(list.GetRawList());
     EXPECT_EQ(list.GetCount(), 8u);
-    AttributeBytesRawList one;
-    one.Add(AttributeBytesItem::MakeBoolean(FeatureEdgeToEdge, true));
-    list.ImportFromRawList(one);
-    EXPECT_EQ(list.GetCount(), 1u);
+    list.ImportFromRawList(List({Item::MakeInteger(FeatureScalingPercentage, 50),
+                                 Item::MakeInteger(FeatureScalingPercentage, 75)}));
+    EXPECT_EQ(list.GetCount(), 2u);
+    EXPECT_EQ(list.Find(FeatureScalingPercentage)->GetInteger(), 50);
     EXPECT_EQ(list.Find(FeatureBookletGutter), nullptr);
     list.Clear();
     EXPECT_TRUE(list.IsEmpty());
-    EXPECT_EQ(list.Find(FeatureEdgeToEdge), nullptr);
-}
-
-TEST(AttributeBytesIndexedListTest, FirstOfTwoAttributesOfOneFeatureCounts) {
-    AttributeBytesRawList raw;
-    raw.Add(AttributeBytesItem::MakeInteger(FeatureScalingPercentage, 50));
-    raw.Add(AttributeBytesItem::MakeInteger(FeatureScalingPercentage, 75));
-    EXPECT_EQ(Indexed(raw).Find(FeatureScalingPercentage)->GetInteger(), 50);
-}
-
-TEST(AttributeBytesItemTest, ValuesOfAnotherTypeReadAsZero) {
-    AttributeBytesItem item = AttributeBytesItem::MakeString(1, L"text");
+    EXPECT_EQ(list.Find(FeatureScalingPercentage), nullptr);
+    // Values of another type read as zero; items differ by type and by the specified flag.
+    Item item = Item::MakeString(1, L"text");
     EXPECT_EQ(item.GetOptionValue(), ValueUnspecified);
     EXPECT_EQ(item.GetInteger(), 0);
     EXPECT_FALSE(item.GetBoolean());
     EXPECT_EQ(item.GetDimensionUnit(), 0);
     EXPECT_TRUE(item.GetCollection().IsEmpty());
-    EXPECT_TRUE(AttributeBytesItem::MakeInteger(1, 3).GetString().empty());
-    EXPECT_NE(AttributeBytesItem::MakeInteger(1, 3), AttributeBytesItem::MakeInteger(1, 3, false));
-    EXPECT_NE(AttributeBytesItem::MakeInteger(1, 3),
-              AttributeBytesItem::MakeOptionValue(1, static_cast<tagValueEnum>(3)));
+    EXPECT_TRUE(Item::MakeInteger(1, 3).GetString().empty());
+    EXPECT_NE(Item::MakeInteger(1, 3), Item::MakeInteger(1, 3, false));
+    EXPECT_NE(Item::MakeInteger(1, 3), Item::MakeOptionValue(1, static_cast<tagValueEnum>(3)));
 }
 
-TEST(AttributeBytesReaderTest, TypedReadsAndDefaults) {
+TEST(AttributeBytesReaderTest, TypedReadsDefaultsAndSpecifiedFlags) {
     AttributeBytesReader reader(Indexed(TicketSettings()));
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureFitToOutputPaper, ValueUnspecified),
-              ValueFitToOutputPaperOn);
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureScalingMode, ValueScalingModeNone),
-              ValueScalingModeNone);
-    // An attribute of another type gives the default.
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureWatermarkPlacement,
-                                                      ValueWatermarkBehindContent),
+    auto option = [&](long feature, tagValueEnum fallback) {
+        return reader.GetOptionValueFromAttributeBytes(feature, fallback);
+    };
+    EXPECT_EQ(option(FeatureFitToOutputPaper, ValueUnspecified), ValueFitToOutputPaperOn);
+    EXPECT_EQ(option(FeatureScalingMode, ValueScalingModeNone), ValueScalingModeNone);
+    // An attribute of another type gives the default; an unspecified one still has its value.
+    EXPECT_EQ(option(FeatureWatermarkPlacement, ValueWatermarkBehindContent),
               ValueWatermarkBehindContent);
+    EXPECT_EQ(option(FeatureNUpPagesPerSheet, ValueNUp1), ValueNUp6);
     EXPECT_EQ(reader.GetIntegerValueFromAttributeBytes(FeatureBooklet, -1), -1);
     EXPECT_EQ(reader.GetIntegerValueFromAttributeBytes(FeatureBookletGutter, 0), 12700);
     EXPECT_EQ(reader.GetStringValueFromAttributeBytes(FeatureWatermarkPlacement, L"none"),
               CXString(L"not an option"));
-    EXPECT_EQ(reader.GetStringValueFromAttributeBytes(FeatureWatermark, L"none"),
-              CXString(L"none"));
-}
-
-TEST(AttributeBytesReaderTest, BooleanReportsWhetherItWasSpecified) {
-    AttributeBytesRawList raw;
-    raw.Add(AttributeBytesItem::MakeBoolean(FeatureBooklet, true, false));
-    raw.Add(AttributeBytesItem::MakeBoolean(FeatureEdgeToEdge, false, true));
-    AttributeBytesReader reader(Indexed(raw));
-    bool specified = true;
-    EXPECT_TRUE(reader.GetBooleanValueFromAttributeBytes(FeatureBooklet, false, &specified));
-    EXPECT_FALSE(specified);
-    EXPECT_FALSE(reader.GetBooleanValueFromAttributeBytes(FeatureEdgeToEdge, true, &specified));
-    EXPECT_TRUE(specified);
-    EXPECT_TRUE(reader.GetBooleanValueFromAttributeBytes(FeatureScalingMode, true, &specified));
-    EXPECT_FALSE(specified);
-    EXPECT_TRUE(reader.GetBooleanValueFromAttributeBytes(FeatureBooklet, false));
-}
-
-TEST(AttributeBytesReaderTest, IsSpecifiedLooksAtTheFlagOfAnyType) {
-    AttributeBytesReader reader(Indexed(TicketSettings()));
+    EXPECT_EQ(reader.GetStringValueFromAttributeBytes(FeatureWatermark, L"none"), L"none");
     EXPECT_TRUE(reader.IsSpecifiedInAttributeBytes(FeatureBookletGutter));
     EXPECT_FALSE(reader.IsSpecifiedInAttributeBytes(FeatureBookletCreep));
     EXPECT_FALSE(reader.IsSpecifiedInAttributeBytes(FeatureNUpPagesPerSheet));
     EXPECT_FALSE(reader.IsSpecifiedInAttributeBytes(FeatureScalingMode));
-    // An unspecified attribute still has its value.
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(FeatureNUpPagesPerSheet, ValueNUp1),
-              ValueNUp6);
+    AttributeBytesReader booleans(Indexed(List({Item::MakeBoolean(FeatureBooklet, true, false),
+                                                Item::MakeBoolean(FeatureEdgeToEdge, false)})));
+    bool specified = true;
+    EXPECT_TRUE(booleans.GetBooleanValueFromAttributeBytes(FeatureBooklet, false, &specified));
+    EXPECT_FALSE(specified);
+    EXPECT_FALSE(booleans.GetBooleanValueFromAttributeBytes(FeatureEdgeToEdge, true, &specified));
+    EXPECT_TRUE(specified);
+    EXPECT_TRUE(booleans.GetBooleanValueFromAttributeBytes(FeatureScalingMode, true, &specified));
+    EXPECT_FALSE(specified);
+    EXPECT_TRUE(booleans.GetBooleanValueFromAttributeBytes(FeatureBooklet, false));
 }
 
 TEST(AttributeBytesReaderTest, NestedCollectionsAndDimensionsAsTheOutputPaperIsRead) {
@@ -150,7 +128,16 @@ TEST(AttributeBytesReaderTest, NestedCollectionsAndDimensionsAsTheOutputPaperIsR
     EXPECT_EQ(width.GetValue(Dimension::Microns).GetIntValue(0.499999), 297000);
     EXPECT_EQ(height.GetValue(Dimension::Microns).GetIntValue(0.499999), 419999);
     EXPECT_EQ(height.GetUnit(), Dimension::Inches);
-
+    // Option values or new ids come from options and integers only.
+    AttributeBytesIndexedList options =
+        Indexed(List({Item::MakeOptionValue(FeaturePaperSize, ValuePageSizeISOA3),
+                      Item::MakeBoolean(FeatureBooklet, true)}));
+    EXPECT_EQ(AttributeBytesReader::GetOptionValueOrNewId(options, FeaturePaperSize, ValueAny),
+              ValuePageSizeISOA3);
+    EXPECT_EQ(AttributeBytesReader::GetOptionValueOrNewId(options, FeatureBooklet, ValueAny),
+              ValueAny);
+    EXPECT_EQ(AttributeBytesReader::GetOptionValueOrNewId(options, FeatureScalingMode, ValueAny),
+              ValueAny);
     // Absent collection: false and an emptied list; reading into the source list itself works.
     EXPECT_FALSE(AttributeBytesReader::GetCollection(paper, FeatureOutputPaper, dimensions));
     EXPECT_TRUE(dimensions.IsEmpty());
@@ -159,19 +146,6 @@ TEST(AttributeBytesReaderTest, NestedCollectionsAndDimensionsAsTheOutputPaperIsR
     EXPECT_EQ(AttributeBytesReader::GetDimensionValue(paper, FeaturePaperSize, none)
                   .GetDoubleValue(Dimension::Microns),
               0.0);
-}
-
-TEST(AttributeBytesReaderTest, OptionOrNewIdTakesOptionsAndIntegersOnly) {
-    AttributeBytesRawList raw;
-    raw.Add(AttributeBytesItem::MakeOptionValue(FeaturePaperSize, ValuePageSizeISOA3));
-    raw.Add(AttributeBytesItem::MakeBoolean(FeatureBooklet, true));
-    AttributeBytesIndexedList list = Indexed(raw);
-    EXPECT_EQ(AttributeBytesReader::GetOptionValueOrNewId(list, FeaturePaperSize, ValueAny),
-              ValuePageSizeISOA3);
-    EXPECT_EQ(AttributeBytesReader::GetOptionValueOrNewId(list, FeatureBooklet, ValueAny),
-              ValueAny);
-    EXPECT_EQ(AttributeBytesReader::GetOptionValueOrNewId(list, FeatureScalingMode, ValueAny),
-              ValueAny);
 }
 
 // A reader whose list comes from elsewhere, as the ticket's private-data reader does it.
@@ -186,17 +160,15 @@ public:
     AttributeBytesIndexedList m_own = Indexed(TicketSettings());
 };
 
-TEST(AttributeBytesReaderTest, ReadsGoThroughTheVirtualListAccessor) {
-    CountingReader reader;
-    EXPECT_EQ(reader.GetIntegerValueFromAttributeBytes(FeatureBookletGutter, 0), 12700);
-    EXPECT_TRUE(reader.IsSpecifiedInAttributeBytes(FeatureBooklet));
-    EXPECT_EQ(reader.m_calls, 2);
+TEST(AttributeBytesReaderTest, ReadsGoThroughTheVirtualListAccessorCopyAndDump) {
+    CountingReader counting;
+    EXPECT_EQ(counting.GetIntegerValueFromAttributeBytes(FeatureBookletGutter, 0), 12700);
+    EXPECT_TRUE(counting.IsSpecifiedInAttributeBytes(FeatureBooklet));
+    EXPECT_EQ(counting.m_calls, 2);
     // The base class's own list is another one, and empty.
-    const AttributeBytesReader& base = reader;
-    EXPECT_TRUE(base.GetAttributeBytesIndexedListRef().IsEmpty());
-}
-
-TEST(AttributeBytesReaderTest, CopyAndDump) {
+    EXPECT_TRUE(static_cast<const AttributeBytesReader&>(counting)
+                    .GetAttributeBytesIndexedListRef()
+                    .IsEmpty());
     AttributeBytesReader reader(Indexed(TicketSettings()));
     AttributeBytesReader copy;
     copy = reader;
@@ -208,56 +180,47 @@ TEST(AttributeBytesReaderTest, CopyAndDump) {
         platform::SetDebugOutputSink([&](std::string_view text) { dump += text; });
     copy.Dump();
     platform::SetDebugOutputSink(previous);
-    EXPECT_NE(dump.find("8 attributes"), std::string::npos);
-    EXPECT_NE(dump.find("feature 312 (specified): integer 12700"), std::string::npos);
-    EXPECT_NE(dump.find("feature 313: integer 300"), std::string::npos);
-    EXPECT_NE(dump.find("    feature 168 (specified): integer 70001"), std::string::npos);
-}
-
-TEST(GlobalCachesTest, KeepsListsByNameSpaceAndCrc) {
-    GlobalCaches::ClearXDevmodeAttributeBytesIndexedListCache();
-    AttributeBytesIndexedList stored = Indexed(TicketSettings());
-    AttributeBytesNameSpacesId document(1), printer(2);
-    AttributeBytesIndexedList found;
-    EXPECT_FALSE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(document, 7, found));
-    EXPECT_TRUE(found.IsEmpty());
-
-    GlobalCaches::StoreXDevmodeAttributeBytesIndexedListCache(document, 7, stored);
-    EXPECT_TRUE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(document, 7, found));
-    EXPECT_TRUE(found.GetRawList() == stored.GetRawList());
-    AttributeBytesIndexedList other;
-    EXPECT_FALSE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(printer, 7, other));
-    EXPECT_FALSE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(document, 8, other));
-
-    // Empty lists are not kept; storing again under the same key replaces.
-    GlobalCaches::StoreXDevmodeAttributeBytesIndexedListCache(printer, 9,
-                                                              AttributeBytesIndexedList());
-    EXPECT_EQ(GlobalCaches::GetXDevmodeAttributeBytesIndexedListCacheSize(), 1u);
-    AttributeBytesRawList one;
-    one.Add(AttributeBytesItem::MakeInteger(1, 1));
-    GlobalCaches::StoreXDevmodeAttributeBytesIndexedListCache(document, 7, Indexed(one));
-    EXPECT_EQ(GlobalCaches::GetXDevmodeAttributeBytesIndexedListCacheSize(), 1u);
-    EXPECT_TRUE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(document, 7, found));
-    EXPECT_EQ(found.GetCount(), 1u);
-    GlobalCaches::ClearXDevmodeAttributeBytesIndexedListCache();
-}
-
-TEST(GlobalCachesTest, IsBoundedAndForgetsTheLeastRecentlyUsed) {
-    GlobalCaches::ClearXDevmodeAttributeBytesIndexedListCache();
-    AttributeBytesIndexedList list = Indexed(TicketSettings());
-    AttributeBytesNameSpacesId nameSpace(1);
-    const DWORD capacity = GlobalCaches::kXDevmodeCacheCapacity;
-    for (DWORD crc = 0; crc < capacity; ++crc) {
-        GlobalCaches::StoreXDevmodeAttributeBytesIndexedListCache(nameSpace, crc, list);
+    for (const char* line :
+         {"8 attributes", "feature 312 (specified): integer 12700", "feature 313: integer 300",
+          "    feature 168 (specified): integer 70001"}) {
+        EXPECT_NE(dump.find(line), std::string::npos) << line;
     }
-    AttributeBytesIndexedList found;
-    // Using CRC 0 makes CRC 1 the least recently used one.
-    EXPECT_TRUE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(nameSpace, 0, found));
-    GlobalCaches::StoreXDevmodeAttributeBytesIndexedListCache(nameSpace, capacity, list);
+}
+
+TEST(GlobalCachesTest, KeepsListsByNameSpaceAndCrcAndForgetsTheLeastRecentlyUsed) {
+    GlobalCaches::ClearXDevmodeAttributeBytesIndexedListCache();
+    AttributeBytesIndexedList stored = Indexed(TicketSettings()), found;
+    AttributeBytesNameSpacesId document(1), printer(2);
+    auto check = [&](AttributeBytesNameSpacesId nameSpace, DWORD crc) {
+        return GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(nameSpace, crc, found);
+    };
+    auto store = [](AttributeBytesNameSpacesId nameSpace, DWORD crc,
+                    const AttributeBytesIndexedList& list) {
+        GlobalCaches::StoreXDevmodeAttributeBytesIndexedListCache(nameSpace, crc, list);
+    };
+    EXPECT_FALSE(check(document, 7));
+    EXPECT_TRUE(found.IsEmpty());
+    store(document, 7, stored);
+    EXPECT_TRUE(check(document, 7));
+    EXPECT_TRUE(found.GetRawList() == stored.GetRawList());
+    EXPECT_FALSE(check(printer, 7));
+    EXPECT_FALSE(check(document, 8));
+    // Empty lists are not kept; storing again under the same key replaces.
+    store(printer, 9, AttributeBytesIndexedList());
+    EXPECT_EQ(GlobalCaches::GetXDevmodeAttributeBytesIndexedListCacheSize(), 1u);
+    store(document, 7, Indexed(List({Item::MakeInteger(1, 1)})));
+    EXPECT_EQ(GlobalCaches::GetXDevmodeAttributeBytesIndexedListCacheSize(), 1u);
+    EXPECT_TRUE(check(document, 7));
+    EXPECT_EQ(found.GetCount(), 1u);
+    // Bounded: using CRC 0 makes CRC 1 the least recently used one, forgotten first.
+    const DWORD capacity = GlobalCaches::kXDevmodeCacheCapacity;
+    for (DWORD crc = 0; crc < capacity; ++crc) store(printer, crc, stored);
+    EXPECT_TRUE(check(printer, 0));
+    store(printer, capacity, stored);
     EXPECT_EQ(GlobalCaches::GetXDevmodeAttributeBytesIndexedListCacheSize(), capacity);
-    EXPECT_TRUE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(nameSpace, 0, found));
-    EXPECT_FALSE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(nameSpace, 1, found));
-    EXPECT_TRUE(GlobalCaches::CheckXDevmodeAttributeBytesIndexedListCache(nameSpace, 2, found));
+    EXPECT_TRUE(check(printer, 0));
+    EXPECT_FALSE(check(printer, 1));
+    EXPECT_TRUE(check(printer, 2));
     GlobalCaches::ClearXDevmodeAttributeBytesIndexedListCache();
 }
 

@@ -43,62 +43,58 @@ protected:
 
 }  // namespace
 
-// How files are spelled: marks, line ends, encodings, case and blanks, quotes and comments.
-TEST_F(Utf8IniTest, EverySpellingOfAFileIsRead) {
+// How files are spelled (marks, line ends, encodings, case and blanks, quotes and comments),
+// and missing files, sections and keys, which give the default.
+TEST_F(Utf8IniTest, EverySpellingOfAFileIsReadAndMissingOnesGiveTheDefault) {
     std::string utf16le("\xFF\xFE", 2);
     for (wchar_t c : std::wstring(L"[s]\r\nk=\x263A\r\n")) {
         utf16le.push_back(static_cast<char>(c & 0xFF));
         utf16le.push_back(static_cast<char>(c >> 8));
     }
-    const std::string odd =
+    const std::wstring odd = Write(
         "; comment\n[s]\nq=\"quoted  \"\nsingle='x'\nhalf=\"open\nnoequals\n# hash\nempty=\n"
-        "eq=a=b\n[s]\nq=second\n";
-    const struct {
-        const char* name;
-        std::string bytes;
-        const wchar_t* section;
-        const wchar_t* key;
-        std::wstring value;
-    } rows[] = {
-        {"mark and CRLF", "\xEF\xBB\xBF[1]\r\nText=Confidential \xC3\xA9\r\n", L"1", L"Text",
-         L"Confidential \x00E9"},
-        {"mark before the first section", "\xEF\xBB\xBF[Printer]\nDriverName=x\n", L"Printer",
-         L"DriverName", L"x"},
-        {"UTF-16 with a mark", utf16le, L"s", L"k", L"\x263A"},
-        {"invalid UTF-8 repaired",
-         "[1]\nText=a\xFF"
-         "b\xC3\n",
-         L"1", L"Text",
-         L"a\xFFFD"
-         L"b\xFFFD"},
-        {"case and blanks", "  [ Section One ]  \n  Some Key  =  spaced value  \n", L"section one",
-         L"SOME KEY", L"spaced value"},
-        {"double quotes, first key wins", odd, L"s", L"q", L"quoted  "},
-        {"single quotes", odd, L"s", L"single", L"x"},
-        {"unclosed quote", odd, L"s", L"half", L"\"open"},
-        {"empty value", odd, L"s", L"empty", L""},
-        {"= in the value", odd, L"s", L"eq", L"a=b"},
-        {"line without =", odd, L"s", L"noequals", L"!@*^%&$#"},
-    };
+        "eq=a=b\n[s]\nq=second\n",
+        "odd.ini");
+    std::string garbage;
+    for (int i = 0; i < 5000; ++i) garbage.push_back(static_cast<char>((i * 7919) & 0xFF));
+    std::filesystem::create_directories(m_dir / "Zorun");
+    std::ofstream(m_dir / "Zorun" / "ZrnWmV5.ini") << "[1]\nText=hi\n";
+    const std::wstring dir = platform::Utf8ToWide(m_dir.string()), file = Write("[1]\nText=a\n");
+    // clang-format off
+    const struct { const char* name; std::wstring file; const wchar_t *section, *key, *fallback, *value; } rows[] = {
+        {"mark and CRLF", Write("\xEF\xBB\xBF[1]\r\nText=Confidential \xC3\xA9\r\n", "crlf.ini"), L"1", L"Text",
+         L"!", L"Confidential \x00E9"},
+        {"mark before the first section", Write("\xEF\xBB\xBF[Printer]\nDriverName=x\n", "mark.ini"), L"Printer",
+         L"DriverName", L"!", L"x"},
+        {"UTF-16 with a mark", Write(utf16le, "utf16.ini"), L"s", L"k", L"!", L"\x263A"},
+        {"invalid UTF-8 repaired", Write("[1]\nText=a\xFF" "b\xC3\n", "bad.ini"), L"1", L"Text", L"!",
+         L"a\xFFFD" L"b\xFFFD"},
+        {"case and blanks", Write("  [ Section One ]  \n  Some Key  =  spaced value  \n", "case.ini"),
+         L"section one", L"SOME KEY", L"!", L"spaced value"},
+        {"double quotes, first key wins", odd, L"s", L"q", L"!", L"quoted  "},
+        {"single quotes", odd, L"s", L"single", L"!", L"x"}, {"unclosed quote", odd, L"s", L"half", L"!", L"\"open"},
+        {"empty value", odd, L"s", L"empty", L"!", L""}, {"= in the value", odd, L"s", L"eq", L"!", L"a=b"},
+        {"line without =", odd, L"s", L"noequals", L"!", L"!"},
+        {"missing section", file, L"2", L"Text", L"!", L"!"}, {"missing key", file, L"1", L"Font", L"!", L"!"},
+        {"missing file", L"/nonexistent/dir/x.ini", L"1", L"Text", L"!", L"!"},
+        {"no file name", L"", L"1", L"Text", L"!", L"!"}, {"a directory", dir, L"s", L"k", L"!", L"!"},
+        {"garbage", Write(garbage, "garbage.ini"), L"1", L"Text", L"!", L"!"},
+        {"null default", file, L"2", L"Text", nullptr, L""},
+        {"default blanks stripped", file, L"2", L"Text", L"trailing   ", L"trailing"},
+        {"backslashes in the file name", dir + L"\\Zorun\\ZrnWmV5.ini", L"1", L"Text", L"!", L"hi"}};
+    // clang-format on
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string name = "row" + std::to_string(&row - rows) + ".ini";
-        EXPECT_EQ(Read(Write(row.bytes, name.c_str()), row.section, row.key), row.value);
+        EXPECT_EQ(Read(row.file, row.section, row.key, row.fallback), row.value);
     }
+    std::wstring out(64, L'?');  // listing a garbage file reads no further than its end
+    EXPECT_GE(m_ini.GetPrivateProfileStringW(nullptr, nullptr, L"", out.data(), 64,
+                                             rows[16].file.c_str()),
+              0);
 }
 
-TEST_F(Utf8IniTest, MissingFileSectionOrKeyGivesTheDefault) {
-    std::wstring file = Write("[1]\nText=a\n");
-    EXPECT_EQ(Read(file, L"2", L"Text"), L"!@*^%&$#");
-    EXPECT_EQ(Read(file, L"1", L"Font"), L"!@*^%&$#");
-    EXPECT_EQ(Read(L"/nonexistent/dir/x.ini", L"1", L"Text"), L"!@*^%&$#");
-    EXPECT_EQ(Read(L"", L"1", L"Text"), L"!@*^%&$#");
-    EXPECT_EQ(Read(file, L"2", L"Text", nullptr), L"");
-    EXPECT_EQ(Read(file, L"2", L"Text", L"trailing   "), L"trailing");  // blanks stripped
-}
-
-TEST_F(Utf8IniTest, ValueTruncation) {
-    std::wstring file = Write("[s]\nk=abcdefgh\n");
+TEST_F(Utf8IniTest, TruncationAndListsOfKeysAndSections) {
+    std::wstring file = Write("[s]\nk=abcdefgh\n[t]\na=1\nbb=2\n[u]\n");
     int n = 0;
     EXPECT_EQ(Read(file, L"s", L"k", L"", 5, &n), L"abcd");
     EXPECT_EQ(n, 4);  // size - 1
@@ -109,46 +105,24 @@ TEST_F(Utf8IniTest, ValueTruncation) {
     EXPECT_EQ(one[0], L'\0');
     EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", nullptr, 10, file.c_str()), 0);
     EXPECT_EQ(m_ini.GetPrivateProfileStringW(L"s", L"k", L"", one, 0, file.c_str()), 0);
-}
-
-TEST_F(Utf8IniTest, NullKeyListsTheKeys) {
-    std::wstring file = Write("[s]\na=1\nbb=2\n[t]\nc=3\n");
-    std::wstring out(32, L'?');
-    int n = m_ini.GetPrivateProfileStringW(L"s", nullptr, L"", out.data(), 32, file.c_str());
-    EXPECT_EQ(n, 5);
-    EXPECT_EQ(out.substr(0, 6), std::wstring(L"a\0bb\0\0", 6));
-    // Too small: the last name is cut and followed by two NULs; returns size - 2.
-    n = m_ini.GetPrivateProfileStringW(L"s", nullptr, L"", out.data(), 4, file.c_str());
-    EXPECT_EQ(n, 2);
-    EXPECT_EQ(out.substr(0, 4), std::wstring(L"a\0\0\0", 4));
-    // A missing section lists nothing.
-    n = m_ini.GetPrivateProfileStringW(L"zz", nullptr, L"", out.data(), 32, file.c_str());
-    EXPECT_EQ(n, 0);
-    EXPECT_EQ(out[0], L'\0');
-    EXPECT_EQ(out[1], L'\0');
-}
-
-TEST_F(Utf8IniTest, NullSectionListsTheSections) {
-    std::wstring file = Write("[one]\nx=1\n[two]\n");
-    std::wstring out(32, L'?');
-    int n = m_ini.GetPrivateProfileStringW(nullptr, L"ignored", L"", out.data(), 32, file.c_str());
-    EXPECT_EQ(n, 8);
-    EXPECT_EQ(out.substr(0, 9), std::wstring(L"one\0two\0\0", 9));
-}
-
-TEST_F(Utf8IniTest, BackslashesInTheFileName) {
-    std::filesystem::create_directories(m_dir / "Zorun");
-    std::ofstream(m_dir / "Zorun" / "ZrnWmV5.ini") << "[1]\nText=hi\n";
-    std::wstring windowsStyle = platform::Utf8ToWide(m_dir.string()) + L"\\Zorun\\ZrnWmV5.ini";
-    EXPECT_EQ(Read(windowsStyle, L"1", L"Text"), L"hi");
-}
-
-TEST_F(Utf8IniTest, DirectoriesAndGarbageAreNotFiles) {
-    EXPECT_EQ(Read(platform::Utf8ToWide(m_dir.string()), L"s", L"k"), L"!@*^%&$#");
-    std::string garbage;
-    for (int i = 0; i < 5000; ++i) garbage.push_back(static_cast<char>((i * 7919) & 0xFF));
-    std::wstring file = Write(garbage);
-    std::wstring out(64, L'?');
-    EXPECT_GE(m_ini.GetPrivateProfileStringW(nullptr, nullptr, L"", out.data(), 64, file.c_str()),
-              0);
+    // A null key lists the section's keys, a null section the sections, each name followed by a
+    // NUL and the list by another; too small a buffer cuts the last name and returns size - 2.
+    // clang-format off
+    const struct {
+        const wchar_t* section;
+        unsigned long size;
+        int count;
+        std::wstring list;
+    } lists[] = {
+        {L"t", 32, 5, std::wstring(L"a\0bb\0\0", 6)}, {L"t", 4, 2, std::wstring(L"a\0\0\0", 4)},
+        {L"zz", 32, 0, std::wstring(L"\0\0", 2)},
+        {nullptr, 32, 6, std::wstring(L"s\0t\0u\0\0", 7)}};
+    // clang-format on
+    for (const auto& row : lists) {
+        std::wstring out(32, L'?');
+        EXPECT_EQ(m_ini.GetPrivateProfileStringW(row.section, nullptr, L"", out.data(), row.size,
+                                                 file.c_str()),
+                  row.count);
+        EXPECT_EQ(out.substr(0, row.list.size()), row.list);
+    }
 }
