@@ -138,44 +138,34 @@ def patch_sizes(data, name, size):
     return bytes(data)
 
 
-def set_flag(data, name, flag):
+def patch_header_field(data, name, local_offset, central_offset, fmt, change):
+    """Rewrites one field of an item's local and central headers: `change` maps the old value to
+    the new one. The offsets are from the start of each header; `fmt` is the struct format."""
     data = bytearray(data)
     raw = name.encode()
-    for signature, flag_at, name_len_at, header in ((b"PK\x03\x04", 6, 26, 30), (b"PK\x01\x02", 8, 28, 46)):
+    for signature, field_at, name_len_at, header in ((b"PK\x03\x04", local_offset, 26, 30),
+                                                     (b"PK\x01\x02", central_offset, 28, 46)):
         at = 0
         while (at := data.find(signature, at)) >= 0:
             length = struct.unpack_from("<H", data, at + name_len_at)[0]
             if data[at + header:at + header + length] == raw:
-                struct.pack_into("<H", data, at + flag_at, struct.unpack_from("<H", data, at + flag_at)[0] | flag)
+                old = struct.unpack_from(fmt, data, at + field_at)[0]
+                struct.pack_into(fmt, data, at + field_at, change(old))
             at += 4
     return bytes(data)
+
+
+def set_flag(data, name, flag):
+    return patch_header_field(data, name, 6, 8, "<H", lambda old: old | flag)
 
 
 def set_method(data, name, method):
-    data = bytearray(data)
-    raw = name.encode()
-    for signature, method_at, name_len_at, header in ((b"PK\x03\x04", 8, 26, 30), (b"PK\x01\x02", 10, 28, 46)):
-        at = 0
-        while (at := data.find(signature, at)) >= 0:
-            length = struct.unpack_from("<H", data, at + name_len_at)[0]
-            if data[at + header:at + header + length] == raw:
-                struct.pack_into("<H", data, at + method_at, method)
-            at += 4
-    return bytes(data)
+    return patch_header_field(data, name, 8, 10, "<H", lambda old: method)
 
 
 def set_crc(data, name, crc):
-    """Writes another CRC-32 into the item's local and central headers (its data stays valid)."""
-    data = bytearray(data)
-    raw = name.encode()
-    for signature, crc_at, name_len_at, header in ((b"PK\x03\x04", 14, 26, 30), (b"PK\x01\x02", 16, 28, 46)):
-        at = 0
-        while (at := data.find(signature, at)) >= 0:
-            length = struct.unpack_from("<H", data, at + name_len_at)[0]
-            if data[at + header:at + header + length] == raw:
-                struct.pack_into("<I", data, at + crc_at, crc)
-            at += 4
-    return bytes(data)
+    """Writes another CRC-32 into the item's headers (its data stays valid)."""
+    return patch_header_field(data, name, 14, 16, "<I", lambda old: crc)
 
 
 def damage_item(data, name):
