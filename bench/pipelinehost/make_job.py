@@ -3,7 +3,12 @@
 xpswrite device), then a PrintTicket added to every page (and the job and document), as a
 spooled job has them.
 
-usage: make_job.py PAGES OUT.xps [--images] [--lines N]"""
+Ghostscript's xpswrite device slows down as a job grows (1,000 pages take minutes), so jobs of
+more than --distinct pages (default 200) are made from that many rendered pages, repeated: every
+page of the job is its own part (and gets its own ticket), its markup and resources those of a
+rendered page.
+
+usage: make_job.py PAGES OUT.xps [--images] [--lines N] [--distinct N]"""
 import os
 import subprocess
 import sys
@@ -38,6 +43,32 @@ def ticket(comment):
             f'xmlns:psf="{PSF}" xmlns:psk="{PSK}" version="1"><psf:Feature '
             'name="psk:PageOutputColor"><psf:Option name="psk:Color"/></psf:Feature>'
             '</psf:PrintTicket>')
+
+
+def repeat_pages(source, target, pages):
+    """Writes `source` with its fixed document's pages repeated, in order, up to `pages` pages;
+    each repetition is a new page part with a copy of the original's markup and relationships."""
+    with zipfile.ZipFile(source) as src, zipfile.ZipFile(target, "w", zipfile.ZIP_DEFLATED) as dst:
+        names = src.namelist()
+        fdoc = [n for n in names if n.endswith(".fdoc")][0]
+        folder = os.path.dirname(fdoc)
+        rendered = sum(1 for n in names if n.startswith(folder + "/Pages/") and n.endswith(".fpage"))
+        for name in names:
+            if name != fdoc:
+                dst.writestr(name, src.read(name))
+        entries = []
+        for n in range(1, pages + 1):
+            original = (n - 1) % rendered + 1
+            entries.append(f'<PageContent Source="Pages/{n}.fpage" />')
+            if n <= rendered:
+                continue
+            dst.writestr(f"{folder}/Pages/{n}.fpage", src.read(f"{folder}/Pages/{original}.fpage"))
+            rels = f"{folder}/Pages/_rels/{original}.fpage.rels"
+            if rels in names:
+                dst.writestr(f"{folder}/Pages/_rels/{n}.fpage.rels", src.read(rels))
+        dst.writestr(fdoc, '<?xml version="1.0" encoding="utf-8"?><FixedDocument xmlns='
+                     '"http://schemas.microsoft.com/xps/2005/06">' + "".join(entries) +
+                     "</FixedDocument>")
 
 
 def add_tickets(source, target):
@@ -83,15 +114,20 @@ def main():
     out = sys.argv[2]
     images = "--images" in sys.argv
     text_lines = int(sys.argv[sys.argv.index("--lines") + 1]) if "--lines" in sys.argv else 30
+    distinct = int(sys.argv[sys.argv.index("--distinct") + 1]) if "--distinct" in sys.argv else 200
     with tempfile.TemporaryDirectory() as tmp:
         ps = os.path.join(tmp, "job.ps")
         pdf = os.path.join(tmp, "job.pdf")
         xps = os.path.join(tmp, "job.xps")
         with open(ps, "w") as f:
-            f.write(postscript(pages, images, text_lines))
+            f.write(postscript(min(pages, distinct), images, text_lines))
         subprocess.run(["ps2pdf", ps, pdf], check=True, stdout=subprocess.DEVNULL)
         subprocess.run(["gs", "-q", "-dBATCH", "-dNOPAUSE", "-dSAFER", "-sDEVICE=xpswrite",
                         f"-sOutputFile={xps}", pdf], check=True)
+        if pages > distinct:
+            repeated = os.path.join(tmp, "repeated.xps")
+            repeat_pages(xps, repeated, pages)
+            xps = repeated
         add_tickets(xps, out)
 
 
