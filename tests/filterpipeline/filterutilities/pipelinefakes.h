@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -16,10 +17,12 @@
 
 namespace fakes {
 
-// A read stream over a byte string.
+// A read stream over a byte string: its own copy, or a view of bytes that `owner` keeps alive
+// (a part's content, read without copying it at every GetStream, as a package's stream would).
 class ReadStream final : public platform::ComObject<IPrintReadStream> {
 public:
-    explicit ReadStream(std::string bytes) : m_bytes(std::move(bytes)) {}
+    explicit ReadStream(std::string bytes) : m_own(std::move(bytes)), m_bytes(m_own) {}
+    ReadStream(std::string_view bytes, IUnknown* owner) : m_bytes(bytes), m_owner(owner) {}
 
     HRESULT Seek(LONGLONG offset, DWORD origin, ULONGLONG* position) override {
         ++seekCalls;
@@ -47,7 +50,9 @@ public:
     int seekCalls = 0;
 
 private:
-    std::string m_bytes;
+    std::string m_own;
+    std::string_view m_bytes;
+    CComPtr<IUnknown> m_owner;
     ULONGLONG m_position = 0;
 };
 
@@ -90,7 +95,8 @@ public:
     }
     HRESULT GetStream(IPrintReadStream** stream) override {
         ++streamsOpened;
-        *stream = new ReadStream(written != nullptr ? written->bytes : content);
+        *stream = new ReadStream(written != nullptr ? std::string_view(written->bytes) : content,
+                                 static_cast<Kind*>(this));
         return S_OK;
     }
     HRESULT GetPartCompression(EXpsCompressionOptions* compression) override {
