@@ -10,6 +10,7 @@ docs/testing.md records the last run."""
 import argparse
 import os
 import re
+import signal
 import subprocess
 import sys
 
@@ -84,6 +85,8 @@ def run_fault(top, build, number, fault):
 
 
 def main():
+    # A stop from outside still puts the source back (the finally blocks run on SystemExit).
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(2))
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", default="build/dev")
     parser.add_argument("--only", default="")
