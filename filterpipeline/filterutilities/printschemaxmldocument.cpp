@@ -2,13 +2,16 @@
 // value queries (the builders and deleters are in printschemaxmldocumentedit.cpp).
 #include "filterpipeline/filterutilities/printschemaxmldocument.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <iterator>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
 #include "filterpipeline/filterutilities/rootnamespaces.h"
+#include "platform/com/unicode.h"
 #include "platform/win32/crt.h"
 #include "support/errorframe/errorframe.h"
 #include "support/utilities/number.h"
@@ -84,9 +87,18 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
         if (hr == S_FALSE || !m_rootNode) THROW_COM(S_FALSE, kMethod, "");
     }
 
-    const RootAttributes declarations = ReadRootAttributes();
-    if (GetPrefixFromURI(declarations, PrintSchema::PrivateKeywordsNamespaceUri,
-                         &m_privateKeywordsPrefix) == S_OK) {
+    // The five namespaces the document works with, looked up in one pass over the root's
+    // attributes (their UTF-8 spellings made once for the process).
+    static const std::string kUris[] = {
+        platform::WideToUtf8(PrintSchema::PrivateKeywordsNamespaceUri),
+        platform::WideToUtf8(PrintSchema::FrameworkNamespaceUri),
+        platform::WideToUtf8(PrintSchema::KeywordsNamespaceUri),
+        platform::WideToUtf8(PrintSchema::XmlSchemaInstanceNamespaceUri),
+        platform::WideToUtf8(PrintSchema::XmlSchemaNamespaceUri)};
+    PrefixLookup lookups[std::size(kUris)];
+    for (std::size_t i = 0; i < std::size(kUris); ++i) lookups[i].uri = kUris[i];
+    FindDeclarations(lookups, std::size(lookups));
+    if (PrefixFromLookup(lookups[0], &m_privateKeywordsPrefix) == S_OK) {
         THROW_COM_IF_FAILED(FixPrivateNameSpacePrefix(), kMethod, "");
     } else {
         BSTR undeclared = ::SysAllocString(PrintSchema::UndeclaredPrivateKeywordsPrefix);
@@ -95,11 +107,10 @@ PrintSchemaXmlDocument::PrintSchemaXmlDocument(const wchar_t* rootName, IXMLDOMD
     }
 
     // The fix-up above only touched the private declaration; the others read as before.
-    GetPrefixFromURI(declarations, PrintSchema::FrameworkNamespaceUri, &m_frameworkPrefix);
-    GetPrefixFromURI(declarations, PrintSchema::KeywordsNamespaceUri, &m_keywordsPrefix);
-    GetPrefixFromURI(declarations, PrintSchema::XmlSchemaInstanceNamespaceUri,
-                     &m_xmlSchemaInstancePrefix);
-    GetPrefixFromURI(declarations, PrintSchema::XmlSchemaNamespaceUri, &m_xmlSchemaPrefix);
+    PrefixFromLookup(lookups[1], &m_frameworkPrefix);
+    PrefixFromLookup(lookups[2], &m_keywordsPrefix);
+    PrefixFromLookup(lookups[3], &m_xmlSchemaInstancePrefix);
+    PrefixFromLookup(lookups[4], &m_xmlSchemaPrefix);
 
     // Later queries use the document's own framework prefix, which must be a real prefix.
     const wchar_t* framework = m_frameworkPrefix;
@@ -175,95 +186,101 @@ HRESULT PrintSchemaXmlDocument::DebugDumpXmlToFileInTempDirectory(CXString /*fil
     return S_OK;
 }
 
-PrintSchemaXmlDocument::RootAttributes PrintSchemaXmlDocument::ReadRootAttributes() {
+void PrintSchemaXmlDocument::FindDeclarations(PrefixLookup* lookups, std::size_t count) {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
     if (!m_rootNode) THROW_COM(E_PENDING, kMethod, "");
-    RootAttributes read;
-    read.reserve(8);  // a ticket's root: a handful of declarations and "version"
-    // This library's DOM lists the names and values straight from its tree; another DOM is read
-    // through its attribute map.
-    const HRESULT listed = platform::DomElementAttributes(
-        m_rootNode,
-        [](void* context, BSTR name, BSTR value) -> HRESULT {
-            RootAttribute entry;
-            entry.name.Attach(name);
-            entry.value.Attach(value);
+    struct Search {
+        PrefixLookup* lookups;
+        std::size_t count;
+        // The first attribute whose value is a lookup's URI (compared code unit by code unit,
+        // whole string, as VarBstrCmp without flags compares) answers it.
+        HRESULT Take(std::string_view name, std::string_view value) {
             try {
-                static_cast<RootAttributes*>(context)->push_back(std::move(entry));
+                for (std::size_t i = 0; i < count; ++i) {
+                    PrefixLookup& lookup = lookups[i];
+                    if (!lookup.found && value == lookup.uri) {
+                        lookup.name.assign(name);
+                        lookup.found = true;
+                    }
+                }
             } catch (const std::bad_alloc&) {
                 return E_OUTOFMEMORY;
             }
             return S_OK;
+        }
+    } search{lookups, count};
+
+    // This library's DOM lists the names and values straight from its tree; another DOM is read
+    // through its attribute map.
+    const HRESULT listed = platform::DomElementAttributes(
+        m_rootNode,
+        [](void* context, std::string_view name, std::string_view value) -> HRESULT {
+            return static_cast<Search*>(context)->Take(name, value);
         },
-        &read);
+        &search);
     if (listed != E_NOINTERFACE) {
         THROW_COM_IF_FAILED(listed, kMethod, "");
-        return read;
+        return;
     }
     CComPtr<IXMLDOMNamedNodeMap> attributes;
     THROW_COM_IF_FAILED(m_rootNode->get_attributes(&attributes), kMethod, "");
-    if (!attributes) return read;
+    if (!attributes) return;
     THROW_COM_IF_FAILED(attributes->reset(), kMethod, "");
     for (;;) {
         CComPtr<IXMLDOMNode> attribute;
         const HRESULT hr = attributes->nextNode(&attribute);
         THROW_COM_IF_FAILED(hr, kMethod, "");
         if (hr == S_FALSE || !attribute) break;
-        RootAttribute entry;
         CComVariant value;
         THROW_COM_IF_FAILED(attribute->get_nodeValue(&value), kMethod, "");
-        if (value.vt == VT_BSTR) {
-            entry.value.Attach(value.bstrVal);
-            value.vt = VT_EMPTY;  // the string now belongs to the entry
-        }
-        THROW_COM_IF_FAILED(attribute->get_nodeName(&entry.name), kMethod, "");
-        read.push_back(std::move(entry));
+        CComBSTR name;
+        THROW_COM_IF_FAILED(attribute->get_nodeName(&name), kMethod, "");
+        const std::string utf8Value =
+            value.vt == VT_BSTR
+                ? platform::WideToUtf8(std::wstring_view(value.bstrVal, ::SysStringLen(value.bstrVal)))
+                : std::string();
+        const std::string utf8Name =
+            platform::WideToUtf8(std::wstring_view(name.m_str, name.Length()));
+        THROW_COM_IF_FAILED(search.Take(utf8Name, utf8Value), kMethod, "");
     }
-    return read;
 }
 
 HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const wchar_t* uri, BSTR* prefix) {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
     if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
     if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
-    return GetPrefixFromURI(ReadRootAttributes(), uri, prefix);
+    const std::string utf8Uri = platform::WideToUtf8(uri);
+    PrefixLookup lookup;
+    lookup.uri = utf8Uri;
+    FindDeclarations(&lookup, 1);
+    return PrefixFromLookup(lookup, prefix);
 }
 
-HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const RootAttributes& attributes,
-                                                 const wchar_t* uri, BSTR* prefix) {
+HRESULT PrintSchemaXmlDocument::PrefixFromLookup(const PrefixLookup& lookup, BSTR* prefix) {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
     if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
-    if (IsEmpty(uri)) THROW_COM(E_INVALIDARG, kMethod, "");
-
-    // The first attribute of the root whose value is the URI declares the prefix. The values
-    // are compared as VarBstrCmp without flags compares (code unit by code unit, whole string);
-    // unequal lengths pass most declarations over without comparing the long common beginnings
-    // of the schema URIs.
-    const std::size_t wantedLength = std::wcslen(uri);
-    const RootAttribute* declaration = nullptr;
-    for (const RootAttribute& attribute : attributes) {
-        if (attribute.value.Length() == wantedLength &&
-            std::wmemcmp(attribute.value.m_str, uri, wantedLength) == 0) {
-            declaration = &attribute;
-            break;
-        }
-    }
-    if (declaration == nullptr) return S_FALSE;
+    if (!lookup.found) return S_FALSE;
 
     // Only "xmlns:p" is accepted: a default-namespace declaration ("xmlns") has no prefix.
-    static constexpr wchar_t kXmlns[] = L"xmlns:";
-    constexpr unsigned kXmlnsLength = 6;
-    const CComBSTR& name = declaration->name;
-    if (!StartsWith(name, kXmlns)) THROW_COM(E_FAIL, kMethod, "");
-    if (name.Length() == kXmlnsLength) THROW_COM(E_FAIL, kMethod, "");
-    // The prefix and its colon, in one allocation.
-    const unsigned length = name.Length() - kXmlnsLength;
-    BSTR found = ::SysAllocStringLen(nullptr, length + 1);
-    if (found == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
-    std::wmemcpy(found, name.m_str + kXmlnsLength, length);
-    found[length] = L':';
+    constexpr std::string_view kXmlns = "xmlns:";
+    const std::string_view name = lookup.name;
+    if (name.substr(0, kXmlns.size()) != kXmlns) THROW_COM(E_FAIL, kMethod, "");
+    if (name.size() == kXmlns.size()) THROW_COM(E_FAIL, kMethod, "");
+    // The prefix and its colon, in one allocation (widened in place when ASCII, as prefixes
+    // nearly always are).
+    const std::string_view chars = name.substr(kXmlns.size());
+    const bool ascii = std::all_of(chars.begin(), chars.end(),
+                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    const std::wstring wide = ascii ? std::wstring() : platform::Utf8ToWide(chars);
+    const std::size_t length = ascii ? chars.size() : wide.size();
+    BSTR made = ::SysAllocStringLen(nullptr, static_cast<UINT>(length + 1));
+    if (made == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
+    for (std::size_t i = 0; i < length; ++i) {
+        made[i] = ascii ? static_cast<wchar_t>(chars[i]) : wide[i];
+    }
+    made[length] = L':';
     ::SysFreeString(*prefix);
-    *prefix = found;
+    *prefix = made;
     return S_OK;
 }
 

@@ -4,7 +4,10 @@
 // derive from it and only name the root element.
 #pragma once
 
+#include <cstddef>
 #include <cwchar>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "filterpipeline/filterutilities/printschema.h"
@@ -180,19 +183,21 @@ protected:
 private:
     friend class PrintSchemaTestAccess;  // lets the unit tests reach the private helpers
 
-    // The root element's attributes (namespace declarations included) as name and value.
-    struct RootAttribute {
-        CComBSTR name;
-        CComBSTR value;
+    // A namespace URI looked up among the root's attributes: the name of the first attribute
+    // whose value it is, when there is one.
+    struct PrefixLookup {
+        std::string_view uri;  // UTF-8
+        std::string name;      // the declaring attribute's name, "xmlns:p"
+        bool found = false;
     };
-    using RootAttributes = std::vector<RootAttribute>;
-    RootAttributes ReadRootAttributes();
+    // Fills each lookup in one pass over the root's attributes (namespace declarations
+    // included), in the order the attribute map lists them.
+    void FindDeclarations(PrefixLookup* lookups, std::size_t count);
 
     // S_OK and prefix (with ":") when the root element declares one for uri; S_FALSE when not.
     HRESULT GetPrefixFromURI(const wchar_t* uri, BSTR* prefix);
-    // The same over attributes read before: the constructor reads the root's attributes once
-    // for all its lookups.
-    HRESULT GetPrefixFromURI(const RootAttributes& attributes, const wchar_t* uri, BSTR* prefix);
+    // The same from a lookup already made: the constructor looks up all its URIs in one pass.
+    HRESULT PrefixFromLookup(const PrefixLookup& lookup, BSTR* prefix);
     void SetSelectionNamespace(const wchar_t* method, const wchar_t* prefixWithoutColon);
     // The document element when it is rootName in the framework namespace, else null.
     CComPtr<IXMLDOMNode> DocumentElementIfRoot(const wchar_t* rootName);

@@ -470,38 +470,37 @@ HRESULT DomElementAttributes(IXMLDOMNode* element, DomAttributeSink sink, void* 
     if (core == nullptr || core->Node()->type != XML_ELEMENT_NODE) return E_NOINTERFACE;
     try {
         xmlNode* owner = core->Node();
-        // Declarations: the name and value their wrappers give, without making the wrappers.
+        // "xmlns", "xmlns:p", "p:local": most names fit the string's own storage.
+        std::string name;
         for (const xmlNs* d = owner->nsDef; d != nullptr; d = d->next) {
             const std::string_view prefix = msxml::View(d->prefix);
-            BSTR name = prefix.empty() ? msxml::AllocBstr("xmlns")
-                                       : msxml::AllocBstr("xmlns:" + std::string(prefix));
-            BSTR value = name == nullptr ? nullptr : msxml::AllocBstr(msxml::View(d->href));
-            if (name == nullptr || value == nullptr) {
-                SysFreeString(name);
-                return E_OUTOFMEMORY;
-            }
-            FU_RETURN_IF_FAILED(sink(context, name, value));
+            name.assign("xmlns");
+            if (!prefix.empty()) name.append(":").append(prefix);
+            FU_RETURN_IF_FAILED(sink(context, name, msxml::View(d->href)));
         }
-        // Other attributes: read through their own nodes, as the attribute map gives them.
         for (xmlAttr* a = owner->properties; a != nullptr; a = a->next) {
+            const xmlNode* text = a->children;
+            if (text != nullptr && text->next == nullptr && text->type == XML_TEXT_NODE) {
+                // The usual value, one text node: read in place.
+                name.clear();
+                if (a->ns != nullptr && a->ns->prefix != nullptr) {
+                    name.append(msxml::View(a->ns->prefix)).append(":");
+                }
+                name.append(msxml::View(a->name));
+                FU_RETURN_IF_FAILED(sink(context, name, msxml::View(text->content)));
+                continue;
+            }
+            // Any other (empty, or several nodes): through the attribute's own node.
             CComPtr<IXMLDOMNode> attribute;
             FU_RETURN_IF_FAILED(core->GetTree()->Wrap(msxml::AsNode(a), &attribute));
-            VARIANT value;
-            VariantInit(&value);
+            CComVariant value;
             FU_RETURN_IF_FAILED(attribute->get_nodeValue(&value));
-            BSTR text = nullptr;
-            if (value.vt == VT_BSTR) {
-                text = value.bstrVal;
-            } else {
-                VariantClear(&value);
-            }
-            BSTR name = nullptr;
-            const HRESULT named = attribute->get_nodeName(&name);
-            if (FAILED(named)) {
-                SysFreeString(text);
-                return named;
-            }
-            FU_RETURN_IF_FAILED(sink(context, name, text));
+            CComBSTR nodeName;
+            FU_RETURN_IF_FAILED(attribute->get_nodeName(&nodeName));
+            const msxml::Utf8 utf8Name = msxml::ToUtf8(nodeName);
+            const msxml::Utf8 utf8Value =
+                value.vt == VT_BSTR ? msxml::ToUtf8(value.bstrVal) : msxml::Utf8();
+            FU_RETURN_IF_FAILED(sink(context, utf8Name, utf8Value));
         }
         return S_OK;
     } catch (const std::bad_alloc&) {

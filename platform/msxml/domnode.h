@@ -52,6 +52,11 @@ const xmlChar* LookupNamespace(const xmlNode* element, std::string_view prefix);
 // Copies a node into `tree` (deep: with its descendants). The copy is not linked anywhere.
 xmlNode* CopySubtree(const xmlNode* source, Tree* tree, bool sameTree, bool deep);
 
+// The interface ID this library's node wrappers answer with their NodeCore (not an interface;
+// known only inside the library).
+inline constexpr GUID kNodeCoreIid = {
+    0x5f1c2a7e, 0x93d4, 0x4b61, {0x8a, 0x0e, 0x27, 0xc5, 0x4d, 0x19, 0xb3, 0x62}};
+
 class NodeCore {
 public:
     xmlNode* Node() const { return m_node; }
@@ -185,6 +190,11 @@ protected:
     HRESULT QueryBase(REFIID iid, void** object) override {
         if (iid == IID_IXMLDOMNode || iid == IID_IDispatch) {
             *object = Self();
+            this->AddRef();
+            return S_OK;
+        }
+        if (iid == kNodeCoreIid) {  // for NodeCore::From only
+            *object = static_cast<NodeCore*>(this);
             this->AddRef();
             return S_OK;
         }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/com/bstr.h"
 #include "platform/com/guid.h"
@@ -435,15 +436,15 @@ HRESULT DomNodeText(IXMLDOMNode* node, std::wstring& text);
 // storage is reused). The same errors as DomNodeText.
 HRESULT DomNodeTextUtf8(IXMLDOMNode* node, std::string& text);
 
-// Receives one attribute of DomElementAttributes: its nodeName and its nodeValue (null when the
-// value is not a string), both owned by the sink from then on. A failure stops the listing.
-using DomAttributeSink = HRESULT (*)(void* context, BSTR name, BSTR value);
+// Receives one attribute of DomElementAttributes: its nodeName and its nodeValue as UTF-8, valid
+// only during the call. A failure stops the listing.
+using DomAttributeSink = HRESULT (*)(void* context, std::string_view name, std::string_view value);
 // The attributes of an element of this library's DOM, in the order its attribute map lists them
 // (namespace declarations first, then the other attributes), each as the name and value its node
-// gives, without a node object made for each declaration: for code that reads a root's
-// declarations page after page. E_INVALIDARG for a null element or sink; E_NOINTERFACE for a node
-// of another implementation or one that is not an element, which the caller then reads through
-// the attribute map; E_OUTOFMEMORY; or the sink's failure.
+// gives, read from the tree without a node object or a string made for each: for code that reads
+// a root's declarations page after page. E_INVALIDARG for a null element or sink; E_NOINTERFACE
+// for a node of another implementation or one that is not an element, which the caller then reads
+// through the attribute map; E_OUTOFMEMORY; or the sink's failure.
 HRESULT DomElementAttributes(IXMLDOMNode* element, DomAttributeSink sink, void* context);
 
 // How many XPath expressions this process has compiled (diagnostics: a query repeated on a

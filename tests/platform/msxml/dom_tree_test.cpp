@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "msxml_test_support.h"
+#include "platform/com/unicode.h"
 
 using namespace msxmltest;
 
@@ -483,25 +485,19 @@ std::vector<std::wstring> AttributesThroughMap(IXMLDOMNode* element) {
     return listed;
 }
 
-HRESULT CollectAttribute(void* context, BSTR name, BSTR value) {
-    auto* listed = static_cast<std::vector<std::wstring>*>(context);
-    listed->push_back(Str(name) + L"=" + (value == nullptr ? L"<not a string>" : Str(value)));
-    SysFreeString(name);
-    SysFreeString(value);
+HRESULT CollectAttribute(void* context, std::string_view name, std::string_view value) {
+    static_cast<std::vector<std::wstring>*>(context)->push_back(
+        platform::Utf8ToWide(name) + L"=" + platform::Utf8ToWide(value));
     return S_OK;
 }
 
-HRESULT StopAtFirst(void*, BSTR name, BSTR value) {
-    SysFreeString(name);
-    SysFreeString(value);
-    return E_ABORT;
-}
+HRESULT StopAtFirst(void*, std::string_view, std::string_view) { return E_ABORT; }
 
 }  // namespace
 
 // platform::DomElementAttributes lists what the attribute map lists, in the same order, for
-// declarations (default and prefixed), plain and qualified attributes, escaped and non-ASCII
-// values, and declarations added or removed after the load.
+// declarations (default and prefixed), plain and qualified attributes, escaped, empty and
+// non-ASCII values, and declarations added or removed after the load.
 TEST(DomTree, ElementAttributesListedAsTheAttributeMapListsThem) {
     struct Row {
         const char* name;
@@ -515,6 +511,7 @@ TEST(DomTree, ElementAttributesListedAsTheAttributeMapListsThem) {
          L"<p:r version='1' xmlns:p='urn:p' xmlns='urn:d' xmlns:q='urn:q' q:x='y'/>", nullptr},
         {"escaped and non-ASCII values", L"<r a='&lt;&amp;&#233;&#x10348;' xmlns:n='urn:\x00e9'/>",
          nullptr},
+        {"an empty value and a qualified one", L"<r xmlns:q='urn:q' a='' q:b='2'/>", nullptr},
         {"a declaration added after loading", L"<r a='1'/>", L"xmlns:added"},
         {"an attribute added after loading", L"<r xmlns:p='urn:p'/>", L"late"},
     };
