@@ -56,6 +56,23 @@ inline std::string ModulePath(const std::string& name) {
     return std::string(FU_BINARY_DIR) + "/lib/lib" + name + "filter.so";
 }
 
+// A job through `xpsfilter run -q` with a pipeline of `filters`, in a work folder of its own.
+struct JobRun {
+    fs::path dir;
+    std::string output;
+    toolrunner::Outcome outcome;
+};
+
+inline JobRun RunFilters(const std::string& name, const std::string& input,
+                         const std::vector<FilterEntry>& filters) {
+    JobRun run;
+    run.dir = toolrunner::WorkDir(name);
+    run.output = (run.dir / "out.xps").string();
+    const std::string config = WriteConfig(run.dir, filters);
+    run.outcome = toolrunner::RunTool({"run", "-q", "--pipeline", config, input, run.output});
+    return run;
+}
+
 // Runs a filter over fake parts on this thread: the provider yields `parts`, the consumer
 // records what the filter sends. Returns StartOperation's result.
 struct FakeJob {

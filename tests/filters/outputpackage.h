@@ -1,17 +1,18 @@
 // outputpackage.h: reads an XPS package written by a test job back, independently of the
-// pipeline host: its ZIP items (libzip, pieces joined) and the relationships of its parts
+// pipeline host: its ZIP items (libzip, through testpackages; pieces joined) and the relationships of its parts
 // (libxml2), with relationship targets resolved to absolute part names.
 #pragma once
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
-#include <zip.h>
 
 #include <algorithm>
 #include <cctype>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "../pipelinehost/testpackages.h"
 
 namespace outputpackage {
 
@@ -34,26 +35,10 @@ struct Relationship {
 
 class Package {
 public:
-    // Reads every item of the ZIP; an unreadable file gives an empty package.
     explicit Package(const std::string& path) {
-        int error = 0;
-        zip_t* archive = zip_open(path.c_str(), ZIP_RDONLY, &error);
-        if (archive == nullptr) return;
-        const zip_int64_t count = zip_get_num_entries(archive, 0);
-        for (zip_int64_t i = 0; i < count; ++i) {
-            const char* name = zip_get_name(archive, static_cast<zip_uint64_t>(i), 0);
-            zip_file_t* file = zip_fopen_index(archive, static_cast<zip_uint64_t>(i), 0);
-            if (name == nullptr || file == nullptr) continue;
-            std::string bytes;
-            char buffer[65536];
-            zip_int64_t got;
-            while ((got = zip_fread(file, buffer, sizeof buffer)) > 0) {
-                bytes.append(buffer, static_cast<std::size_t>(got));
-            }
-            zip_fclose(file);
-            m_items.emplace_back(name, std::move(bytes));
+        for (testpackages::Item& item : testpackages::ReadZip(path)) {
+            m_items.emplace_back(std::move(item.name), std::move(item.content));
         }
-        zip_close(archive);
     }
 
     bool Valid() const { return !m_items.empty(); }
@@ -127,6 +112,15 @@ public:
             if (IsTicketRel(r.type)) return r.target;
         }
         return "";
+    }
+
+    // How many of the part's relationships are required-resource ones to `target`.
+    int ResourceLinks(const std::string& partName, const std::string& target) const {
+        int count = 0;
+        for (const Relationship& r : Relationships(partName)) {
+            if (IsResourceRel(r.type) && r.target == target) ++count;
+        }
+        return count;
     }
 
     // The part names of the pages, in document order, from the listings.
