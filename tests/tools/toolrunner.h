@@ -69,6 +69,13 @@ inline SplitOutcome ShellSplit(const std::string& command, const fs::path& errFi
     return outcome;
 }
 
+// Every one of `parts` is in `text`.
+inline void ExpectContains(const std::string& text, const std::vector<std::string>& parts) {
+    for (const std::string& part : parts) {
+        EXPECT_NE(text.find(part), std::string::npos) << "no \"" << part << "\" in\n" << text;
+    }
+}
+
 inline std::string Tool() {
     return std::string(FU_BINARY_DIR) + "/bin/xpsfilter";
 }
