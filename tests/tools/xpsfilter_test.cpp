@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "../filters/outputpackage.h"
 #include "toolrunner.h"
 
 namespace {
@@ -81,7 +82,7 @@ TEST_P(BadInputs, GiveAClearErrorTheirExitCodeAndNoOutput) {
     std::string output = (dir / "out.xps").string();
     Outcome run = RunTool({"run", "--max-part-size", "1", input, output});
     EXPECT_EQ(run.exitCode, GetParam().exitCode) << run.output;
-    EXPECT_NE(run.output.find(GetParam().message), std::string::npos) << run.output;
+    ExpectContains(run.output, {GetParam().message});
     EXPECT_FALSE(fs::exists(output));
     for (const auto& entry : fs::directory_iterator(dir)) {
         EXPECT_EQ(entry.path().filename().string().rfind(".out.xps", 0), std::string::npos);
@@ -198,7 +199,7 @@ TEST_P(OddJobs, GoThroughEveryPipelineSayingWhatWasOdd) {
         const Outcome run = RunTool(args);
         ASSERT_EQ(run.exitCode, 0) << run.output;
         if (*row.warning != '\0') {
-            EXPECT_NE(run.output.find(std::string(row.warning)), std::string::npos) << run.output;
+            ExpectContains(run.output, {row.warning});
         } else {
             EXPECT_EQ(run.output.find("warning"), std::string::npos) << run.output;
         }
@@ -209,26 +210,14 @@ TEST_P(OddJobs, GoThroughEveryPipelineSayingWhatWasOdd) {
         EXPECT_EQ(pages, row.pages);
         if (!chosen.empty() && row.pages > 0) {
             // The second page's ticket, rewritten twice, says what both filters set.
-            std::string rels;
-            for (const auto& item : items) {
-                if (item.name == "Documents/1/Pages/_rels/2.fpage.rels") rels = item.content;
-            }
-            const std::size_t at = rels.find("Target=\"") + 8;
-            const std::string target = rels.substr(at, rels.find('"', at) - at);
-            const std::string part =
-                target[0] == '/'
-                    ? target.substr(1)
-                    : (fs::path("Documents/1/Pages") / target).lexically_normal().string();
-            std::string ticket;
-            for (const auto& item : items) {
-                if (item.name == part) ticket = item.content;
-            }
-            ASSERT_FALSE(ticket.empty()) << rels;
+            const outputpackage::Package package(output);
+            const std::string ticket =
+                package.Part(package.TicketOf("/Documents/1/Pages/2.fpage"));
+            ASSERT_FALSE(ticket.empty());
             std::ofstream(dir / "page2.xml", std::ios::binary) << ticket;
             const Outcome show = RunTool({"ticket", "show", (dir / "page2.xml").string()});
             EXPECT_EQ(show.exitCode, 0) << show.output;
-            EXPECT_NE(show.output.find("PageOrientation"), std::string::npos) << show.output;
-            EXPECT_NE(show.output.find("ISOA4"), std::string::npos) << show.output;
+            ExpectContains(show.output, {"PageOrientation", "ISOA4"});
         }
         fs::remove(output);
     }
@@ -242,64 +231,56 @@ INSTANTIATE_TEST_SUITE_P(
                       OddJob{"defaultnamespace", "", 2}),
     [](const ::testing::TestParamInfo<OddJob>& info) { return info.param.name; });
 
-TEST(XpsFilterCommand, ReportsItsVersionAndUsage) {
-    Outcome version = RunTool({"--version"});
-    EXPECT_EQ(version.exitCode, 0);
-    EXPECT_NE(version.output.find("xpsfilter "), std::string::npos);
-    Outcome help = RunTool({"run", "--help"});
-    EXPECT_EQ(help.exitCode, 0);
-    EXPECT_NE(help.output.find("--pipeline"), std::string::npos);
-    EXPECT_EQ(RunTool({}).exitCode, 2);
-    EXPECT_EQ(RunTool({"run", "only-one-argument.xps"}).exitCode, 2);
-    EXPECT_EQ(RunTool({"frobnicate"}).exitCode, 2);
-}
+// The command line, bad pipeline and ticket files, and the summary of a successful run.
+TEST(XpsFilterCommand, CommandLineFilesAndSummary) {
+    const fs::path dir = WorkDir("command");
+    const std::string input = testpackages::WriteZip("command_job.xps", testpackages::SmallJob(3));
+    const std::string output = (dir / "out.xps").string();
+    const std::string unknown = (dir / "unknown.xml").string();
+    std::ofstream(unknown) << "<Filters><Filter name=\"x\" builtin=\"nope\"/></Filters>";
+    const std::string broken = (dir / "ticket.xml").string();
+    std::ofstream(broken) << "<psf:PrintTicket";
+    const std::string two = (dir / "two.xml").string();
+    std::ofstream(two) << "<Filters><Filter name=\"one\" builtin=\"passthrough\"/>"
+                          "<Filter name=\"two\" builtin=\"passthrough\"/></Filters>";
+    const struct {
+        const char* name;
+        std::vector<std::string> args;
+        int exitCode;
+        std::string contains;
+        bool writes = false;  // whether the output is written
+    } rows[] = {
+        {"version", {"--version"}, 0, "xpsfilter "},
+        {"help", {"run", "--help"}, 0, "--pipeline"},
+        {"no_command", {}, 2, ""},
+        {"one_file", {"run", "only-one-argument.xps"}, 2, ""},
+        {"unknown_command", {"frobnicate"}, 2, ""},
+        {"unknown_filter", {"run", "--pipeline", unknown, input, output}, 8,
+         "no built-in filter \"nope\""},
+        {"broken_ticket", {"run", "--ticket", broken, input, output}, 7, ""},
+        {"summary",
+         {"run", "--pipeline", two, "--ticket",
+          std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml", input, output},
+         0, "3 pages through 2 filters", true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove(output);
+        const Outcome run = RunTool(row.args);
+        EXPECT_EQ(run.exitCode, row.exitCode) << run.output;
+        ExpectContains(run.output, {row.contains});
+        EXPECT_EQ(fs::exists(output), row.writes);
+    }
 
-TEST(XpsFilterCommand, BadPipelineAndTicketFilesHaveTheirOwnExitCodes) {
-    fs::path dir = WorkDir("config");
-    std::string input = testpackages::WriteZip("config_job.xps", testpackages::SmallJob(1));
-    std::ofstream(dir / "pipeline.xml")
-        << "<Filters><Filter name=\"x\" builtin=\"nope\"/></Filters>";
-    Outcome run = RunTool(
-        {"run", "--pipeline", (dir / "pipeline.xml").string(), input, (dir / "out.xps").string()});
-    EXPECT_EQ(run.exitCode, 8) << run.output;
-    EXPECT_NE(run.output.find("no built-in filter \"nope\""), std::string::npos) << run.output;
-    std::ofstream(dir / "ticket.xml") << "<psf:PrintTicket";
-    run = RunTool(
-        {"run", "--ticket", (dir / "ticket.xml").string(), input, (dir / "out.xps").string()});
-    EXPECT_EQ(run.exitCode, 7) << run.output;
-    EXPECT_FALSE(fs::exists(dir / "out.xps"));
-}
-
-TEST(XpsFilterCommand, SummarisesASuccessfulRun) {
-    fs::path dir = WorkDir("summary");
-    std::string input = testpackages::WriteZip("summary_job.xps", testpackages::SmallJob(3));
-    std::ofstream(dir / "pipeline.xml")
-        << "<Filters><Filter name=\"one\" builtin=\"passthrough\"/>"
-           "<Filter name=\"two\" builtin=\"passthrough\"/></Filters>";
-    Outcome run = RunTool({"run", "--pipeline", (dir / "pipeline.xml").string(), "--ticket",
-                           std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml", input,
-                           (dir / "out.xps").string()});
-    EXPECT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_NE(run.output.find("3 pages through 2 filters"), std::string::npos) << run.output;
-    EXPECT_TRUE(fs::exists(dir / "out.xps"));
-}
-
-// --json: the same run as one object, each filter with what the host recorded for it.
-TEST(XpsFilterCommand, SummarisesARunAsJson) {
-    fs::path dir = WorkDir("summary_json");
-    std::string input = testpackages::WriteZip("summary_json.xps", testpackages::SmallJob(3));
-    std::ofstream(dir / "pipeline.xml")
-        << "<Filters><Filter name=\"one\" builtin=\"passthrough\"/>"
-           "<Filter name=\"two\" builtin=\"passthrough\"/></Filters>";
-    Outcome run = Shell(Quote(Tool()) + " run -q --json --pipeline " +
-                        Quote((dir / "pipeline.xml").string()) + " " + Quote(input) + " " +
-                        Quote((dir / "out.xps").string()) + " | python3 -c " +
-                        Quote("import json, sys\nd = json.load(sys.stdin)\n"
-                              "print(d['pages'], [(f['name'], f['startResult'], "
-                              "f['filterFinishedCalls']) for f in d['filters']], "
-                              "len(d['queueHighWater']))"));
-    EXPECT_EQ(run.exitCode, 0) << run.output;
-    EXPECT_EQ(run.output, "3 [('one', '0x00000000', 1), ('two', '0x00000000', 1)] 1\n");
+    // --json: the same run as one object, each filter with what the host recorded for it.
+    const Outcome json = Shell(Quote(Tool()) + " run -q --json --pipeline " + Quote(two) + " " +
+                               Quote(input) + " " + Quote(output) + " | python3 -c " +
+                               Quote("import json, sys\nd = json.load(sys.stdin)\n"
+                                     "print(d['pages'], [(f['name'], f['startResult'], "
+                                     "f['filterFinishedCalls']) for f in d['filters']], "
+                                     "len(d['queueHighWater']))"));
+    EXPECT_EQ(json.exitCode, 0) << json.output;
+    EXPECT_EQ(json.output, "3 [('one', '0x00000000', 1), ('two', '0x00000000', 1)] 1\n");
 }
 
 }  // namespace
