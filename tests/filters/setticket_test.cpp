@@ -98,19 +98,6 @@ TEST(SetTicketSettings, ReadFromTheFilterParameters) {
     EXPECT_EQ(SetTicketFilter::ReadSettings(nullptr, settings, error), E_POINTER);
 }
 
-TEST(SetTicketFilterObject, ABadConfigurationFailsInitialisationAndSaysWhy) {
-    FakeJob job;
-    job.SetParameter(L"PageMediaSize", L"ISO A4");
-    CComPtr<IPrintPipelineFilter> filter;
-    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
-    platform::DebugOutputCapture capture;
-    EXPECT_EQ(job.Initialize(filter), E_INVALIDARG);
-    EXPECT_NE(capture.Text().find("setticket: PageMediaSize needs an option keyword"),
-              std::string::npos)
-        << capture.Text();
-    EXPECT_EQ(CreateSetTicketFilter(nullptr), E_POINTER);
-}
-
 // --- A walk over fake parts ---
 
 std::string FakeTicket(const std::string& orientation) {
@@ -191,35 +178,49 @@ TEST(SetTicketFilterObject, RewritesEachScopeAndKeepsSharedPageTicketsShared) {
     EXPECT_EQ(job.consumer->newPartCalls, 4);
 }
 
-TEST(SetTicketFilterObject, WithoutSettingsTicketsPassUnchanged) {
-    FakeJob job;
-    auto page = Make<fakes::Page>();
-    auto ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", FakeTicket("Portrait"));
-    page->ticket = ticket;
-    job.provider->parts = {static_cast<IFixedPage*>(page.p)};
-    CComPtr<IPrintPipelineFilter> filter;
-    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
-    platform::DebugOutputCapture capture;
-    ASSERT_EQ(job.Run(filter), S_OK);
-    EXPECT_EQ(page->ticket.p, static_cast<IPartPrintTicket*>(ticket.p));
-    EXPECT_EQ(job.consumer->newPartCalls, 0);
-    EXPECT_NE(capture.Text().find("no Print Schema keyword"), std::string::npos);
-}
-
-TEST(SetTicketFilterObject, ATicketThatDoesNotParseStopsTheJob) {
-    FakeJob job;
-    job.SetParameter(L"PageOrientation", L"Landscape");
-    auto page = Make<fakes::Page>();
-    page->ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", "<psf:PrintTicket");
-    job.provider->parts = {static_cast<IFixedPage*>(page.p)};
-    CComPtr<IPrintPipelineFilter> filter;
-    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
-    EXPECT_EQ(job.Run(filter), E_FAIL);
-    EXPECT_EQ(job.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
-    EXPECT_TRUE(job.consumer->sent.empty());
-    ASSERT_EQ(job.consumer->newStreams.size(), 1u);
-    EXPECT_TRUE(job.consumer->newStreams[0]->closed);
-    EXPECT_EQ(job.consumer->closeCalls, 1);
+// One page with a ticket through the filter: a bad configuration fails initialisation, no
+// settings leave the ticket as it is, a ticket that does not parse stops the job.
+TEST(SetTicketFilterObject, BadConfigurationsNoSettingsAndBadTickets) {
+    const struct {
+        const char* name;
+        std::vector<std::pair<const wchar_t*, const wchar_t*>> parameters;
+        std::string ticket;
+        HRESULT expected;
+        const char* said;  // in the debug output
+        std::vector<std::string> sent;
+    } rows[] = {
+        {"bad_configuration", {{L"PageMediaSize", L"ISO A4"}}, FakeTicket("Portrait"),
+         E_INVALIDARG, "setticket: PageMediaSize needs an option keyword", {}},
+        {"no_settings", {}, FakeTicket("Portrait"), S_OK, "no Print Schema keyword", {"page"}},
+        {"unparsable_ticket", {{L"PageOrientation", L"Landscape"}}, "<psf:PrintTicket", E_FAIL, "",
+         {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeJob job;
+        for (const auto& [name, value] : row.parameters) job.SetParameter(name, value);
+        auto page = Make<fakes::Page>();
+        auto ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", row.ticket);
+        page->ticket = ticket;
+        job.provider->parts = {static_cast<IFixedPage*>(page.p)};
+        CComPtr<IPrintPipelineFilter> filter;
+        ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
+        platform::DebugOutputCapture capture;
+        EXPECT_EQ(job.Run(filter), row.expected);
+        EXPECT_NE(capture.Text().find(row.said), std::string::npos) << capture.Text();
+        EXPECT_EQ(job.consumer->sent, row.sent);
+        if (row.expected != E_FAIL) {
+            EXPECT_EQ(page->ticket.p, static_cast<IPartPrintTicket*>(ticket.p));
+            EXPECT_EQ(job.consumer->newPartCalls, 0);
+            continue;
+        }
+        // The new ticket's stream was closed, not left half written.
+        EXPECT_EQ(job.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
+        ASSERT_EQ(job.consumer->newStreams.size(), 1u);
+        EXPECT_TRUE(job.consumer->newStreams[0]->closed);
+        EXPECT_EQ(job.consumer->closeCalls, 1);
+    }
+    EXPECT_EQ(CreateSetTicketFilter(nullptr), E_POINTER);
 }
 
 // --- Whole jobs through xpsfilter ---

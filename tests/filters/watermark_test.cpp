@@ -385,36 +385,40 @@ TEST(WatermarkMarkup, TextGlyphsAreEscapedAndWellFormed) {
 }
 
 TEST(WatermarkMarkup, ImageHeadersAndBox) {
+    // The sample job's PNG, a baseline JPEG header (SOI, JFIF at 72 dpi, SOF0 of 30 x 20), a
+    // TIFF header, and headers cut short or damaged.
     const std::string png = SamplePng();
-    ASSERT_FALSE(png.empty());
-    watermark::ImageInfo info;
-    ASSERT_TRUE(watermark::ReadImageInfo({png.begin(), png.end()}, info));
-    EXPECT_EQ(L"image/png", info.contentType);
-    EXPECT_GT(info.width, 0u);
-    EXPECT_GT(info.height, 0u);
-
-    // A baseline JPEG header (SOI, JFIF at 72 dpi, SOF0 of 30 x 20) and a TIFF header.
-    const std::vector<unsigned char> jpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',
-                                             'F',  0x00, 0x01, 0x01, 0x01, 0x00, 0x48, 0x00, 0x48,
-                                             0x00, 0x00, 0xFF, 0xC0, 0x00, 0x0B, 0x08, 0x00, 0x14,
-                                             0x00, 0x1E, 0x01, 0x01, 0x11, 0x00};
-    ASSERT_TRUE(watermark::ReadImageInfo(jpeg, info));
-    EXPECT_EQ(L"image/jpeg", info.contentType);
-    EXPECT_EQ(30u, info.width);
-    EXPECT_EQ(20u, info.height);
-    EXPECT_EQ(72.0, info.dpiX);
-    const std::vector<unsigned char> tiff = {'I', 'I', 42, 0, 8, 0, 0, 0, 2, 0, 0, 1,
-                                             3,   0,   1,  0, 0, 0, 7, 0, 0, 0, 1, 1,
-                                             4,   0,   1,  0, 0, 0, 9, 0, 0, 0};
-    ASSERT_TRUE(watermark::ReadImageInfo(tiff, info));
-    EXPECT_EQ(L"image/tiff", info.contentType);
-    EXPECT_EQ(7u, info.width);
-    EXPECT_EQ(9u, info.height);
-
-    EXPECT_FALSE(watermark::ReadImageInfo({}, info));
-    EXPECT_FALSE(watermark::ReadImageInfo({0x89, 'P', 'N', 'G'}, info));
-    EXPECT_FALSE(watermark::ReadImageInfo({0xFF, 0xD8, 0xFF, 0xC0, 0xFF, 0xFF}, info));
-    EXPECT_FALSE(watermark::ReadImageInfo({'M', 'M', 0, 42, 0xFF, 0xFF, 0xFF, 0xF0}, info));
+    const struct {
+        const char* name;
+        std::vector<unsigned char> bytes;
+        const wchar_t* type;  // null: not read
+        unsigned width;
+        unsigned height;
+    } rows[] = {
+        {"png", {png.begin(), png.end()}, L"image/png", 64, 48},
+        {"jpeg",
+         {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J',  'F',  'I',  'F',  0x00,
+          0x01, 0x01, 0x01, 0x00, 0x48, 0x00, 0x48, 0x00, 0x00, 0xFF, 0xC0,
+          0x00, 0x0B, 0x08, 0x00, 0x14, 0x00, 0x1E, 0x01, 0x01, 0x11, 0x00},
+         L"image/jpeg", 30, 20},
+        {"tiff", {'I', 'I', 42, 0, 8, 0, 0, 0, 2, 0, 0, 1, 3, 0, 1, 0, 0,
+                  0,   7,   0,  0, 0, 1, 1, 4, 0, 1, 0, 0, 0, 9, 0, 0, 0},
+         L"image/tiff", 7, 9},
+        {"nothing", {}, nullptr, 0, 0},
+        {"short_png", {0x89, 'P', 'N', 'G'}, nullptr, 0, 0},
+        {"short_jpeg", {0xFF, 0xD8, 0xFF, 0xC0, 0xFF, 0xFF}, nullptr, 0, 0},
+        {"bad_tiff", {'M', 'M', 0, 42, 0xFF, 0xFF, 0xFF, 0xF0}, nullptr, 0, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        watermark::ImageInfo info;
+        ASSERT_EQ(row.type != nullptr, watermark::ReadImageInfo(row.bytes, info));
+        if (row.type == nullptr) continue;
+        EXPECT_EQ(row.type, info.contentType);
+        EXPECT_EQ(row.width, info.width);
+        EXPECT_EQ(row.height, info.height);
+        EXPECT_TRUE(std::string(row.name) != "jpeg" || info.dpiX == 72.0) << info.dpiX;
+    }
 
     PrintSchema::Watermark::WatermarkData data;
     data.bitmapScale = 2.0f;
