@@ -157,10 +157,7 @@ inline std::string ParameterValue(const std::string& ticketXml, const wchar_t* n
 }
 
 inline std::string SampleDefaultTicket() {
-    std::ifstream in(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return toolrunner::ReadFile(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
 }
 
 // Initialises a ticket manager as a filter's is, with the sample default ticket.

@@ -1,7 +1,6 @@
 // Tests of the setticket sample filter: reading its configuration, a walk over fake parts in
 // which pages share tickets, and real jobs through xpsfilter whose tickets read back with the
-// new values at the right scope, whose pages render as before and whose shared page tickets
-// stay shared.
+// new values at the right scope and whose shared page tickets stay shared.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -401,11 +400,12 @@ TEST(SetTicketJobs, BadTicketsAndConfigurationsStopTheJobWithoutOutput) {
     }
 }
 
-// Every corpus job through setticket and stamp: every page ends up with a Landscape ticket,
-// pages render as before, and the stamp's part is written once.
+// Every corpus job through setticket and stamp: every page ends up with a Landscape ticket and
+// the stamp's part is written once. (That the pages render as before through the sample
+// setticket and stamp pipelines is checked on every corpus job by realjobs_test.cpp.)
 class CorpusThroughSampleFilters : public ::testing::TestWithParam<std::string> {};
 
-TEST_P(CorpusThroughSampleFilters, TicketsChangeAndPagesRenderAsBefore) {
+TEST_P(CorpusThroughSampleFilters, TicketsChangeAndTheStampIsWrittenOnce) {
     const std::string name = GetParam();
     const std::string input = testpackages::CorpusFile(name);
     const JobRun run =
@@ -430,8 +430,6 @@ TEST_P(CorpusThroughSampleFilters, TicketsChangeAndPagesRenderAsBefore) {
     EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
                              L"JobCopiesAllDocuments"),
               "2");
-    toolrunner::ExpectRendersAlike(toolrunner::RenderReference(name, input, run.dir), run.output,
-                                   run.dir);
     fs::remove_all(run.dir);
 }
 
