@@ -122,11 +122,7 @@ void ExpectChangesOnlyInBox(const std::string& input, const std::string& output,
 
 CComPtr<IStream> StreamOf(const std::string& bytes) {
     CComPtr<IStream> stream;
-    if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &stream))) return nullptr;
-    ULONG written = 0;
-    stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written);
-    LARGE_INTEGER start{};
-    stream->Seek(start, STREAM_SEEK_SET, nullptr);
+    EXPECT_EQ(S_OK, platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream));
     return stream;
 }
 
@@ -164,13 +160,11 @@ TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
     EXPECT_EQ(816.0, root.width);
     EXPECT_EQ(1056.0, root.height);
     ASSERT_TRUE(ParsesAsXml(out)) << out;
-    EXPECT_NE(std::string::npos, out.find("Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\""));
-    EXPECT_NE(std::string::npos, out.find("Tag=\"line&#10;break&#9;tab\""));
-    EXPECT_NE(std::string::npos, out.find("text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; "
-                                          "\xF0\x9F\x98\x80 \xC3\xA9&lt;raw&gt;"));
-    EXPECT_NE(std::string::npos, out.find("<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\">"));
-    EXPECT_NE(std::string::npos, out.find("<?pi some data?>"));
-    EXPECT_NE(std::string::npos, out.find("<x:Canvas Name=\"inserted\"/></x:FixedPage>"));
+    toolrunner::ExpectContains(
+        out, {"Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\"", "Tag=\"line&#10;break&#9;tab\"",
+              "text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; \xF0\x9F\x98\x80 \xC3\xA9&lt;raw&gt;",
+              "<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\">", "<?pi some data?>",
+              "<x:Canvas Name=\"inserted\"/></x:FixedPage>"});
     EXPECT_EQ(AttributeOf(page, "Canvas", "Tag"), AttributeOf(out, "Canvas", "Tag"));
 
     // The output is its own fixed point: rewriting it again gives the same markup, the inserted
@@ -360,12 +354,12 @@ TEST(WatermarkMarkup, TextGlyphsAreEscapedAndWellFormed) {
     const std::string xml = "<FixedPage xmlns=\"http://schemas.microsoft.com/xps/2005/06\">" +
                             platform::WideToUtf8(markup) + "</FixedPage>";
     ASSERT_TRUE(ParsesAsXml(xml)) << xml;
-    EXPECT_EQ("{}{<&>\"'}\xF0\x9F\x98\x80\x7Fz q", AttributeOf(xml, "Glyphs", "UnicodeString"));
-    EXPECT_EQ("#801A2B3C", AttributeOf(xml, "Glyphs", "Fill"));
-    EXPECT_EQ("96", AttributeOf(xml, "Glyphs", "FontRenderingEmSize"));
-    EXPECT_EQ("410", AttributeOf(xml, "Glyphs", "OriginX"));
-    EXPECT_EQ("480", AttributeOf(xml, "Glyphs", "OriginY"));
-    EXPECT_EQ("", AttributeOf(xml, "Glyphs", "RenderTransform"));
+    for (const auto& [name, value] : std::vector<std::pair<const char*, std::string>>{
+             {"UnicodeString", "{}{<&>\"'}\xF0\x9F\x98\x80\x7Fz q"}, {"Fill", "#801A2B3C"},
+             {"FontRenderingEmSize", "96"}, {"OriginX", "410"}, {"OriginY", "480"},
+             {"RenderTransform", ""}}) {
+        EXPECT_EQ(value, AttributeOf(xml, "Glyphs", name)) << name;
+    }
 
     data.text.font.lfEscapement = 900;
     data.text.font.lfWeight = 700;
@@ -373,10 +367,9 @@ TEST(WatermarkMarkup, TextGlyphsAreEscapedAndWellFormed) {
     data.density = 250;
     const std::string turned =
         platform::WideToUtf8(watermark::TextMarkup(data, 800, 1000, L"p:", L"/f.ttf"));
-    EXPECT_NE(std::string::npos, turned.find("<p:Canvas><p:Glyphs ")) << turned;
-    EXPECT_NE(std::string::npos, turned.find("RenderTransform=\"0,-1,1,0,-70,890\"")) << turned;
-    EXPECT_NE(std::string::npos, turned.find("StyleSimulations=\"BoldSimulation\""));
-    EXPECT_NE(std::string::npos, turned.find("Fill=\"#FF000000\""));
+    toolrunner::ExpectContains(turned, {"<p:Canvas><p:Glyphs ",
+                                        "RenderTransform=\"0,-1,1,0,-70,890\"",
+                                        "StyleSimulations=\"BoldSimulation\"", "Fill=\"#FF000000\""});
 
     data.text.text = L"\x01\x02";
     EXPECT_TRUE(watermark::TextMarkup(data, 800, 1000, L"", L"/f.ttf").empty());
