@@ -176,13 +176,13 @@ std::string MergedOntoDefault(const std::string& ticket) {
     SysFreeString(error);
     PTCloseProvider(provider);
     EXPECT_TRUE(SUCCEEDED(hr)) << std::hex << hr;
-    std::string bytes;
     LARGE_INTEGER zero{};
     result->Seek(zero, STREAM_SEEK_SET, nullptr);
-    char buffer[4096];
+    std::string bytes(1 << 20, '\0');
     ULONG got = 0;
-    while (SUCCEEDED(result->Read(buffer, sizeof buffer, &got)) && got != 0)
-        bytes.append(buffer, got);
+    EXPECT_TRUE(SUCCEEDED(result->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &got)));
+    EXPECT_LT(got, bytes.size()) << "the merged ticket is larger than expected";
+    bytes.resize(got);
     return bytes;
 }
 
@@ -226,10 +226,7 @@ void CheckWrittenTicket(const std::string& written, const std::string& input) {
     ByteBuffer data;
     ticket.GetJobZorunDriverDataFromPrintTicket(data);
     EXPECT_EQ(data, DriverData());
-    CComBSTR media;
-    EXPECT_EQ(ticket.GetFeatureOption(L"PageMediaSize", &media), S_OK);
-    EXPECT_EQ(platform::WideToUtf8(media.m_str == nullptr ? L"" : media.m_str),
-              "UserForm_258_1000x2000");
+    EXPECT_EQ(filtertesting::FeatureOption(written, L"PageMediaSize"), "UserForm_258_1000x2000");
 
     // And the typed view of a page that carries it.
     PrintTicketManager manager;
