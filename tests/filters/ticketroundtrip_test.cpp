@@ -10,12 +10,9 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
-#include <algorithm>
 #include <cstring>
-#include <cctype>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 

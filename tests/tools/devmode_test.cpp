@@ -2,9 +2,7 @@
 // description (and re-encodes to the same ticket), real tickets of another driver are described
 // and flagged, and bad descriptions, tickets and files give a clear message and their exit code.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>

@@ -2,8 +2,6 @@
 // made with known faults, the sample job's three levels of tickets, and every corpus job.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <string>
 #include <vector>

@@ -9,10 +9,7 @@
 #include <libxml/tree.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 

@@ -3,8 +3,6 @@
 // bad input with a clear message, its own exit code and no output file.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <string>

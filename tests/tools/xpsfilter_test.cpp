@@ -1,15 +1,11 @@
 // Tests of the xpsfilter command: bad input gives a clear message, its own exit code and no
 // output file. (Real jobs through every sample pipeline: realjobs_test.cpp.)
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
