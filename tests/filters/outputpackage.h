@@ -34,9 +34,9 @@ public:
 
     // How many ZIP items carry this part name (case ignored, pieces not counted separately).
     int ItemCount(const std::string& partName) const {
-        return static_cast<int>(std::count_if(m_items.begin(), m_items.end(), [&](const auto& item) {
-            return SameName(item.first, partName);
-        }));
+        return static_cast<int>(std::count_if(
+            m_items.begin(), m_items.end(),
+            [&](const auto& item) { return SameName(item.first, partName); }));
     }
 
     // The part's content (items of an interleaved part joined in order); "" when absent.
@@ -83,6 +83,11 @@ public:
         return "";
     }
 
+    // The content of the part's print ticket ("" without one); of the job's when `partName` is "".
+    std::string TicketXml(const std::string& partName = "") const {
+        return Part(TicketOf(partName.empty() ? SequenceName() : partName));
+    }
+
     // How many of the part's relationships are required-resource ones to `target`.
     int ResourceLinks(const std::string& partName, const std::string& target) const {
         int count = 0;
@@ -100,7 +105,9 @@ public:
         return "";
     }
 
-    std::vector<std::string> Documents() const { return Listed(SequenceName(), "DocumentReference"); }
+    std::vector<std::string> Documents() const {
+        return Listed(SequenceName(), "DocumentReference");
+    }
 
     // The part names of the pages, in document order, from the listings.
     std::vector<std::string> Pages() const {

@@ -62,7 +62,8 @@ TEST(SetTicketSettings, ReadFromTheFilterParameters) {
              " feature Landscape"},
         {"bad_scope", {{L"Scope", L"sideways"}}, E_INVALIDARG,
          "Scope must be page, document or job"},
-        {"prefixed_option", {{L"PageOrientation", L"psk:Landscape"}}, E_INVALIDARG, "option keyword"},
+        {"prefixed_option", {{L"PageOrientation", L"psk:Landscape"}}, E_INVALIDARG,
+         "option keyword"},
         {"spaced_option", {{L"PageOrientation", L"Land scape"}}, E_INVALIDARG, "option keyword"},
         {"blank_option", {{L"PageOrientation", L"   "}}, E_INVALIDARG, "needs a value"},
         {"negative", {{L"JobCopiesAllDocuments", L"-1"}}, E_INVALIDARG, "whole number"},
@@ -231,10 +232,8 @@ JobRun RunSetTicket(const std::string& name, const std::string& input,
 }
 
 const std::vector<std::pair<std::string, std::string>> kAllScopes = {
-    {"PageMediaSize", "ISOA4"},
-    {"PageOrientation", "Landscape"},
-    {"DocumentCollate", "Collated"},
-    {"JobCopiesAllDocuments", "2"}};
+    {"PageMediaSize", "ISOA4"}, {"PageOrientation", "Landscape"},
+    {"DocumentCollate", "Collated"}, {"JobCopiesAllDocuments", "2"}};
 
 TEST(SetTicketJobs, PagesThatSharedATicketShareTheRewrittenOne) {
     const std::string input = testpackages::CorpusFile("winprintrs_test_document.xps");
@@ -274,9 +273,9 @@ TEST(SetTicketJobs, EachScopeReadsBackItsNewValues) {
     outputpackage::Package package(run.output);
     const std::string document = package.Documents().at(0);
     const std::string page = package.Pages().at(0);
-    const std::string jobXml = package.Part(package.TicketOf(package.SequenceName()));
-    const std::string documentXml = package.Part(package.TicketOf(document));
-    const std::string pageXml = package.Part(package.TicketOf(page));
+    const std::string jobXml = package.TicketXml();
+    const std::string documentXml = package.TicketXml(document);
+    const std::string pageXml = package.TicketXml(page);
 
     // Page settings in the page ticket only; the job ticket keeps its own orientation.
     EXPECT_EQ(FeatureOption(pageXml, L"PageOrientation"), "Landscape");
@@ -317,12 +316,10 @@ TEST(SetTicketJobs, ScopeJobPutsPageSettingsIntoTheJobTicket) {
     outputpackage::Package original(input);
     const std::string document = package.Documents().at(0);
     const std::string page = package.Pages().at(0);
-    EXPECT_EQ(
-        FeatureOption(package.Part(package.TicketOf(package.SequenceName())), L"PageOrientation"),
-        "Landscape");
+    EXPECT_EQ(FeatureOption(package.TicketXml(), L"PageOrientation"), "Landscape");
     // The page ticket is the original, unchanged part.
     EXPECT_EQ(package.TicketOf(page), "/Documents/1/Metadata/Page1_PT.xml");
-    EXPECT_EQ(package.Part(package.TicketOf(page)), original.Part(original.TicketOf(page)));
+    EXPECT_EQ(package.TicketXml(page), original.TicketXml(page));
     bool found = false;
     EXPECT_EQ(ViewedOrientation(package, document, page, kPTJobScope, &found),
               PrintSchema::PageOrientation::Landscape);
@@ -342,9 +339,7 @@ TEST(SetTicketJobs, PagesSharingATicketApartStayShared) {
     EXPECT_EQ(package.TicketOf(pages[0]), package.TicketOf(pages[2]));
     EXPECT_NE(package.TicketOf(pages[0]), package.TicketOf(pages[1]));
     for (const std::string& page : pages) {
-        EXPECT_EQ(FeatureOption(package.Part(package.TicketOf(page)), L"PageOrientation"),
-                  "Landscape")
-            << page;
+        EXPECT_EQ(FeatureOption(package.TicketXml(page), L"PageOrientation"), "Landscape") << page;
     }
 }
 
@@ -366,9 +361,7 @@ TEST(SetTicketJobs, TicketsWithoutTheKeywordsNamespaceGetItDeclared) {
     EXPECT_EQ(FeatureOption(xml, L"PageOrientation"), "Landscape");
     EXPECT_EQ(ScoredValue(xml, L"PageMediaSize", L"MediaSizeWidth"), 210000);
     EXPECT_NE(xml.find("<!--page-->"), std::string::npos) << xml;  // the rest is kept
-    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
-                             L"JobCopiesAllDocuments"),
-              "2");
+    EXPECT_EQ(ParameterValue(package.TicketXml(), L"JobCopiesAllDocuments"), "2");
 }
 
 // A ticket that is not namespace-well-formed and a bad configuration stop the job with a
@@ -427,9 +420,7 @@ TEST_P(CorpusThroughSampleFilters, TicketsChangeAndTheStampIsWrittenOnce) {
     }
     for (const std::string& ticket : pageTickets) EXPECT_EQ(package.ItemCount(ticket), 1);
     EXPECT_EQ(package.ItemCount("/Resources/Stamp/stamp.png"), 1);
-    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
-                             L"JobCopiesAllDocuments"),
-              "2");
+    EXPECT_EQ(ParameterValue(package.TicketXml(), L"JobCopiesAllDocuments"), "2");
     fs::remove_all(run.dir);
 }
 

@@ -105,7 +105,8 @@ TEST(StampConfiguration, FromTheFilterParameters) {
         EXPECT_TRUE(filter->GetPartInterfaceId() == (row.font ? IID_IPartFont : IID_IPartImage));
         CComBSTR key;
         ASSERT_EQ(filter->GetKeyName(&key), S_OK);
-        EXPECT_EQ(platform::WideToUtf8(key.m_str), "stamp:" + platform::WideToUtf8(row.resourceUri));
+        EXPECT_EQ(platform::WideToUtf8(key.m_str),
+                  "stamp:" + platform::WideToUtf8(row.resourceUri));
         EXPECT_EQ(filter->GetKeyName(nullptr), E_POINTER);
         EXPECT_EQ(filter->GetResourceUri(nullptr), E_POINTER);
     }

@@ -118,7 +118,8 @@ std::map<std::string, std::string> TicketsByPart(const outputpackage::Package& p
     for (const std::string& rels : package.PartNames()) {
         const std::size_t at = rels.rfind("/_rels/");
         if (at == std::string::npos || !rels.ends_with(".rels")) continue;
-        const std::string source = rels.substr(0, at + 1) + rels.substr(at + 7, rels.size() - at - 12);
+        const std::string source =
+            rels.substr(0, at + 1) + rels.substr(at + 7, rels.size() - at - 12);
         const std::string ticket = package.TicketOf(source);
         if (!ticket.empty()) tickets[source] = ticket;
     }

@@ -162,7 +162,8 @@ TEST(WatermarkPageRewriter, CopiesMarkupEscapesAndInsertsBeforeTheRootCloses) {
     ASSERT_TRUE(ParsesAsXml(out)) << out;
     toolrunner::ExpectContains(
         out, {"Name=\"a&amp;b&lt;c&gt;d&quot;e&apos;f\"", "Tag=\"line&#10;break&#9;tab\"",
-              "text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; \xF0\x9F\x98\x80 \xC3\xA9&lt;raw&gt;",
+              "text &amp; &lt;tag&gt; &quot;q&quot; &apos;a&apos; \xF0\x9F\x98\x80 "
+              "\xC3\xA9&lt;raw&gt;",
               "<y:Other xmlns:y=\"urn:o&amp;ther\" y:attr=\"1\">", "<?pi some data?>",
               "<x:Canvas Name=\"inserted\"/></x:FixedPage>"});
     EXPECT_EQ(AttributeOf(page, "Canvas", "Tag"), AttributeOf(out, "Canvas", "Tag"));
@@ -369,7 +370,8 @@ TEST(WatermarkMarkup, TextGlyphsAreEscapedAndWellFormed) {
         platform::WideToUtf8(watermark::TextMarkup(data, 800, 1000, L"p:", L"/f.ttf"));
     toolrunner::ExpectContains(turned, {"<p:Canvas><p:Glyphs ",
                                         "RenderTransform=\"0,-1,1,0,-70,890\"",
-                                        "StyleSimulations=\"BoldSimulation\"", "Fill=\"#FF000000\""});
+                                        "StyleSimulations=\"BoldSimulation\"",
+                                        "Fill=\"#FF000000\""});
 
     data.text.text = L"\x01\x02";
     EXPECT_TRUE(watermark::TextMarkup(data, 800, 1000, L"", L"/f.ttf").empty());

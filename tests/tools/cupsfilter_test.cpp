@@ -92,45 +92,32 @@ void ExpectCupsMessages(const std::string& err) {
 
 // Through cupsfilter, the way the scheduler would run the sample printer's queue: the PPD's
 // *cupsFilter2 line picks the filter (-e), copies come as the copies argument (-n 3).
-struct CupsfilterCase {
-    std::string name;
-    std::string job;
-};
-
-void PrintTo(const CupsfilterCase& job, std::ostream* out) {
-    *out << job.name;
+// The sample job carries a job ticket, the corpus job none.
+TEST(Cupsfilter, OptionsReachTheJobTicketAndPagesRenderAsBefore) {
+    for (const auto& [name, input] : std::vector<std::pair<std::string, std::string>>{
+             {"sample_job_with_job_ticket", kSampleJob},
+             {"corpus_job_without_job_ticket", testpackages::CorpusFile("tika_testPPT.xps")}}) {
+        SCOPED_TRACE(name);
+        const fs::path dir = WorkDir("cupsfilter-" + name);
+        fs::path conf = CupsConfiguration(dir);
+        fs::path output = dir / "out.xps";
+        SplitOutcome run =
+            ShellSplit(kCupsfilter + " -c " + Quote(conf.string()) + " -e -p " + Quote(kPpd) +
+                           " -m printer/zorun -n 3 -o media=A5 -o sides=two-sided-long-edge"
+                           " -o orientation-requested=4 -o job-uuid=urn:uuid:1 " +
+                           Quote(input) + " > " + Quote(output.string()),
+                       dir / "err.txt");
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        ExpectContains(run.err, {"INFO: filterutilities-xps (PID", "PAGE: 1 3\n",
+                                 "DEBUG: option job-uuid=urn:uuid:1 has no PrintTicket setting"});
+        ExpectContains(ShowJobTicket(output.string(), dir),
+                       {"psk:PageMediaSize = psk:ISOA5", "psk:MediaSizeWidth = 148000",
+                        "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge",
+                        "psk:PageOrientation = psk:Landscape", "psk:JobCopiesAllDocuments = 3"});
+        ExpectRendersAlike(input, output.string(), dir);
+        EXPECT_TRUE(fs::is_empty(dir / "tmp"));
+    }
 }
-
-class CupsfilterTest : public ::testing::TestWithParam<CupsfilterCase> {};
-
-TEST_P(CupsfilterTest, OptionsReachTheJobTicketAndPagesRenderAsBefore) {
-    const CupsfilterCase& job = GetParam();
-    fs::path dir = WorkDir("cupsfilter-" + job.name);
-    fs::path conf = CupsConfiguration(dir);
-    fs::path output = dir / "out.xps";
-    SplitOutcome run =
-        ShellSplit(kCupsfilter + " -c " + Quote(conf.string()) + " -e -p " + Quote(kPpd) +
-                       " -m printer/zorun -n 3 -o media=A5 -o sides=two-sided-long-edge"
-                       " -o orientation-requested=4 -o job-uuid=urn:uuid:1 " +
-                       Quote(job.job) + " > " + Quote(output.string()),
-                   dir / "err.txt");
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    ExpectContains(run.err, {"INFO: filterutilities-xps (PID", "PAGE: 1 3\n",
-                             "DEBUG: option job-uuid=urn:uuid:1 has no PrintTicket setting"});
-    ExpectContains(ShowJobTicket(output.string(), dir),
-                   {"psk:PageMediaSize = psk:ISOA5", "psk:MediaSizeWidth = 148000",
-                    "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge",
-                    "psk:PageOrientation = psk:Landscape", "psk:JobCopiesAllDocuments = 3"});
-    ExpectRendersAlike(job.job, output.string(), dir);
-    EXPECT_TRUE(fs::is_empty(dir / "tmp"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Jobs, CupsfilterTest,
-                         ::testing::Values(CupsfilterCase{"sample_job_with_job_ticket", kSampleJob},
-                                           CupsfilterCase{
-                                               "corpus_job_without_job_ticket",
-                                               testpackages::CorpusFile("tika_testPPT.xps")}),
-                         [](const auto& info) { return info.param.name; });
 
 // The MIME files: a package named .oxps is OpenXPS, recognised by its content as an XPS package,
 // and reaches the filter through the .convs line to application/vnd.cups-xps (no -e); so do the

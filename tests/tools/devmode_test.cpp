@@ -102,8 +102,8 @@ TEST_F(DevmodeCommand, EncodedDescriptionsDecodeAndReencodeToTheSameTicket) {
                     "# NUpPagesPerSheet: NUp4\n215 = option 7242\n",
                     "# PaperSize: ISOA4\n477/210/168 = option 5011\n"});
 
-    Outcome again = Run(
-        {"devmode", "encode", Write("d2.txt", DescriptionLines(decoded.out)), "-o", Path("t2.xml")});
+    Outcome again = Run({"devmode", "encode", Write("d2.txt", DescriptionLines(decoded.out)), "-o",
+                         Path("t2.xml")});
     ASSERT_EQ(again.exitCode, 0) << again.err;
     EXPECT_EQ(ReadFile(Path("t2.xml")), ticket);
 
@@ -185,7 +185,8 @@ TEST_F(DevmodeCommand, BadDescriptionsNameTheLine) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text.substr(0, 60));
-        Outcome outcome = Run({"devmode", "encode", Write("bad.txt", c.text), "-o", Path("out.xml")});
+        Outcome outcome =
+            Run({"devmode", "encode", Write("bad.txt", c.text), "-o", Path("out.xml")});
         EXPECT_EQ(outcome.exitCode, 7);
         ExpectContains(outcome.err, {c.message});
         EXPECT_TRUE(outcome.out.empty());
@@ -245,7 +246,8 @@ TEST_F(DevmodeCommand, TheCoreSizeDefaultsPerLayout) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const std::string description = Write("d.txt", std::string("[devmode]\n[plugin]\n") + row.plugin);
+        const std::string description =
+            Write("d.txt", std::string("[devmode]\n[plugin]\n") + row.plugin);
         ASSERT_EQ(Run({"devmode", "encode", description, "-o", Path("t.xml")}).exitCode, 0);
         Outcome decoded = Run({"devmode", "decode", Path("t.xml")});
         ASSERT_EQ(decoded.exitCode, 0) << decoded.err;

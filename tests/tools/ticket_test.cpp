@@ -68,7 +68,8 @@ TEST(TicketShow, PrintsTheTypedViewAndTheFeatures) {
         // An option outside the keywords: not found, with the view's status.
         {"odd_option",
          {"--json", WriteTicket(dir, "odd.xml", Feature("PageOrientation", "Sideways"))},
-         {"\"orientation\": {\"value\": \"Portrait\", \"found\": false, \"error\": \"0x80004005\"}"},
+         {"\"orientation\": {\"value\": \"Portrait\", \"found\": false, "
+          "\"error\": \"0x80004005\"}"},
          {}},
         {"escaped_json",
          {"--json",
@@ -149,54 +150,44 @@ TEST(TicketMerge, AppliesTheDeltaAtItsScope) {
     ExpectContains(merged.output, {"psk:Landscape"});
 }
 
-struct BadTicketInput {
-    const char* name;
-    int exitCode;
-    const char* message;
-};
-
-class TicketBadInputs : public ::testing::TestWithParam<BadTicketInput> {};
-
-TEST_P(TicketBadInputs, GiveAClearErrorTheirExitCodeAndNoOutput) {
-    const std::string name = GetParam().name;
-    const fs::path dir = WorkDir("ticket_bad_" + name);
+// A ticket file that cannot be read or is no ticket: show and merge give a clear error and
+// their exit code, and merge writes no output.
+TEST(TicketCommand, BadTicketsGiveAClearErrorTheirExitCodeAndNoOutput) {
+    const fs::path dir = WorkDir("ticket_bad");
     const std::string good = WriteTicket(dir, "good.xml", Feature("PageOrientation", "Portrait"));
-    std::string bad = (dir / "bad.xml").string();
-    if (name == "missing") {
-        bad = (dir / "missing.xml").string();
-    } else if (name == "malformed") {
-        std::ofstream(bad) << "<psf:PrintTicket";
-    } else if (name == "empty") {
-        std::ofstream(bad) << "";
-    } else if (name == "capabilities") {
-        bad = std::string(FU_CORPUS_DIR) + "/caps/kip_pc-nup.xml";
-    } else if (name == "directory") {
-        bad = dir.string();
-    } else if (name == "huge") {
-        std::ofstream out(bad);
-        out << kHeader << "<!--";
-        out << std::string(17u << 20, 'x');
-        out << "--></psf:PrintTicket>";
+    const std::string huge = (dir / "huge.xml").string();
+    std::ofstream(huge) << kHeader << "<!--" << std::string(17u << 20, 'x')
+                        << "--></psf:PrintTicket>";
+    const std::string malformed = (dir / "malformed.xml").string();
+    std::ofstream(malformed) << "<psf:PrintTicket";
+    const std::string empty = (dir / "empty.xml").string();
+    std::ofstream(empty) << "";
+    const struct {
+        const char* name;
+        std::string ticket;
+        int exitCode;
+        const char* message;
+    } rows[] = {
+        {"missing", (dir / "missing.xml").string(), 3, "cannot open the ticket file"},
+        {"directory", dir.string(), 3, "cannot open the ticket file"},
+        {"malformed", malformed, 7, "is not well-formed XML"},
+        {"empty", empty, 7, "is not well-formed XML"},
+        {"capabilities", std::string(FU_CORPUS_DIR) + "/caps/kip_pc-nup.xml", 7,
+         "is not a PrintTicket"},
+        {"huge", huge, 7, "larger than the limit"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string output = (dir / "merged.xml").string();
+        Outcome merged = RunTool({"ticket", "merge", good, row.ticket, "-o", output});
+        EXPECT_EQ(merged.exitCode, row.exitCode) << merged.output;
+        ExpectContains(merged.output, {"xpsfilter: ticket error: "});
+        EXPECT_FALSE(fs::exists(output));
+        Outcome shown = RunTool({"ticket", "show", row.ticket});
+        EXPECT_EQ(shown.exitCode, row.exitCode) << shown.output;
+        ExpectContains(shown.output, {row.message});
     }
-    const std::string output = (dir / "merged.xml").string();
-    Outcome merged = RunTool({"ticket", "merge", good, bad, "-o", output});
-    EXPECT_EQ(merged.exitCode, GetParam().exitCode) << merged.output;
-    ExpectContains(merged.output, {"xpsfilter: ticket error: "});
-    EXPECT_FALSE(fs::exists(output));
-    Outcome shown = RunTool({"ticket", "show", bad});
-    EXPECT_EQ(shown.exitCode, GetParam().exitCode) << shown.output;
-    ExpectContains(shown.output, {GetParam().message});
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Tickets, TicketBadInputs,
-    ::testing::Values(BadTicketInput{"missing", 3, "cannot open the ticket file"},
-                      BadTicketInput{"directory", 3, "cannot open the ticket file"},
-                      BadTicketInput{"malformed", 7, "is not well-formed XML"},
-                      BadTicketInput{"empty", 7, "is not well-formed XML"},
-                      BadTicketInput{"capabilities", 7, "is not a PrintTicket"},
-                      BadTicketInput{"huge", 7, "larger than the limit"}),
-    [](const ::testing::TestParamInfo<BadTicketInput>& info) { return info.param.name; });
 
 TEST(TicketCommand, RejectsABadCommandLineAndAnUnwritableOutput) {
     const fs::path dir = WorkDir("ticket_usage");

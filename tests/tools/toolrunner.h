@@ -190,7 +190,8 @@ inline std::string TextWatermarkIni(const std::string& text, int fontPoints = 36
 // unless `withTicket` is false, a per-user ticket whose private data names watermark 12; runs
 // the watermark pipeline with them.
 struct WatermarkSetup {
-    explicit WatermarkSetup(const fs::path& folder, const std::string& ini = TextWatermarkIni("DRAFT"),
+    explicit WatermarkSetup(const fs::path& folder,
+                            const std::string& ini = TextWatermarkIni("DRAFT"),
                             bool withTicket = true)
         : dir(folder) {
         const fs::path settings = dir / "config" / "PrinterDriver" / "Zorun";

@@ -149,14 +149,13 @@ TEST(OddJobs, GoThroughEveryPipelineSayingWhatWasOdd) {
         }
         const std::string input = WriteZip(std::string(row.name) + ".xps", job);
         const fs::path dir = WorkDir(std::string("odd_") + row.name);
-        // Two page-rewriting filters in a row, as when a driver chains its filter after a vendor's.
+        // Two page-rewriting filters in a row, as a driver chains its filter after a vendor's.
         const std::string pipeline = (dir / "pipeline.xml").string();
-        std::ofstream(pipeline) << "<Filters>"
-                                   "<Filter name=\"first\" builtin=\"setticket\">"
-                                   "<Parameter name=\"PageOrientation\" value=\"Landscape\"/></Filter>"
-                                   "<Filter name=\"second\" builtin=\"setticket\">"
-                                   "<Parameter name=\"PageMediaSize\" value=\"ISOA4\"/></Filter>"
-                                   "</Filters>";
+        std::ofstream(pipeline)
+            << "<Filters><Filter name=\"first\" builtin=\"setticket\"><Parameter "
+               "name=\"PageOrientation\" value=\"Landscape\"/></Filter><Filter name=\"second\" "
+               "builtin=\"setticket\"><Parameter name=\"PageMediaSize\" value=\"ISOA4\"/>"
+               "</Filter></Filters>";
         for (const std::string& chosen : {std::string(), pipeline}) {
             SCOPED_TRACE(chosen.empty() ? "pass-through" : "two setticket filters");
             const std::string output = (dir / "out.xps").string();
@@ -178,8 +177,7 @@ TEST(OddJobs, GoThroughEveryPipelineSayingWhatWasOdd) {
             if (!chosen.empty() && row.pages > 0) {
                 // The second page's ticket, rewritten twice, says what both filters set.
                 const outputpackage::Package package(output);
-                const std::string ticket =
-                    package.Part(package.TicketOf("/Documents/1/Pages/2.fpage"));
+                const std::string ticket = package.TicketXml("/Documents/1/Pages/2.fpage");
                 ASSERT_FALSE(ticket.empty());
                 std::ofstream(dir / "page2.xml", std::ios::binary) << ticket;
                 const Outcome show = RunTool({"ticket", "show", (dir / "page2.xml").string()});
