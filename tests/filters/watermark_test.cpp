@@ -308,15 +308,13 @@ TEST(WatermarkPageRewriter, OneRewriterServesManyPagesAndWritesEachInOneCall) {
         }
         ASSERT_EQ(S_OK, hr);
         EXPECT_EQ(expected, rewriter->Output());
-        CComPtr<fakes::WriteStream> stream;
-        stream.Attach(new fakes::WriteStream());
+        auto stream = filtertesting::Make<fakes::WriteStream>();
         ASSERT_EQ(S_OK, rewriter->WriteTo(stream));
         EXPECT_EQ(1, stream->writeCalls);
         EXPECT_EQ(expected, stream->bytes);
     }
     // A stream error is passed on.
-    CComPtr<fakes::WriteStream> failing;
-    failing.Attach(new fakes::WriteStream());
+    auto failing = filtertesting::Make<fakes::WriteStream>();
     failing->failWrites = true;
     EXPECT_EQ(E_ACCESSDENIED, rewriter->WriteTo(failing));
 }
