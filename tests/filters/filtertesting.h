@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +53,23 @@ inline std::string WriteConfig(const fs::path& dir, const std::vector<FilterEntr
 
 inline std::string ModulePath(const std::string& name) {
     return std::string(FU_BINARY_DIR) + "/lib/lib" + name + "filter.so";
+}
+
+// A job through `xpsfilter run -q` with a pipeline of `filters`, in a work folder of its own.
+struct JobRun {
+    fs::path dir;
+    std::string output;
+    toolrunner::Outcome outcome;
+};
+
+inline JobRun RunFilters(const std::string& name, const std::string& input,
+                         const std::vector<FilterEntry>& filters) {
+    JobRun run;
+    run.dir = toolrunner::WorkDir(name);
+    run.output = (run.dir / "out.xps").string();
+    const std::string config = WriteConfig(run.dir, filters);
+    run.outcome = toolrunner::RunTool({"run", "-q", "--pipeline", config, input, run.output});
+    return run;
 }
 
 // Runs a filter over fake parts on this thread: the provider yields `parts`, the consumer
@@ -140,10 +156,7 @@ inline std::string ParameterValue(const std::string& ticketXml, const wchar_t* n
 }
 
 inline std::string SampleDefaultTicket() {
-    std::ifstream in(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return toolrunner::ReadFile(std::string(FU_SOURCE_DIR) + "/samples/default_ticket.xml");
 }
 
 // Initialises a ticket manager as a filter's is, with the sample default ticket.

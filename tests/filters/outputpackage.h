@@ -1,31 +1,21 @@
 // outputpackage.h: reads an XPS package written by a test job back, independently of the
-// pipeline host: its ZIP items (libzip, pieces joined) and the relationships of its parts
-// (libxml2), with relationship targets resolved to absolute part names.
+// pipeline host: its ZIP items (libzip, through testpackages; pieces joined) and the
+// relationships and listings of its parts (libxml2), targets resolved to absolute part names.
 #pragma once
 
 #include <libxml/parser.h>
 #include <libxml/tree.h>
-#include <zip.h>
 
 #include <algorithm>
 #include <cctype>
-#include <map>
+#include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
-namespace outputpackage {
+#include "../pipelinehost/testpackages.h"
 
-// Relationship types, in the Microsoft XPS or the OpenXPS spelling.
-inline bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-inline bool IsTicketRel(const std::string& type) {
-    return EndsWith(type, "/printticket");
-}
-inline bool IsResourceRel(const std::string& type) {
-    return EndsWith(type, "/required-resource");
-}
+namespace outputpackage {
 
 struct Relationship {
     std::string type;
@@ -34,114 +24,77 @@ struct Relationship {
 
 class Package {
 public:
-    // Reads every item of the ZIP; an unreadable file gives an empty package.
     explicit Package(const std::string& path) {
-        int error = 0;
-        zip_t* archive = zip_open(path.c_str(), ZIP_RDONLY, &error);
-        if (archive == nullptr) return;
-        const zip_int64_t count = zip_get_num_entries(archive, 0);
-        for (zip_int64_t i = 0; i < count; ++i) {
-            const char* name = zip_get_name(archive, static_cast<zip_uint64_t>(i), 0);
-            zip_file_t* file = zip_fopen_index(archive, static_cast<zip_uint64_t>(i), 0);
-            if (name == nullptr || file == nullptr) continue;
-            std::string bytes;
-            char buffer[65536];
-            zip_int64_t got;
-            while ((got = zip_fread(file, buffer, sizeof buffer)) > 0) {
-                bytes.append(buffer, static_cast<std::size_t>(got));
-            }
-            zip_fclose(file);
-            m_items.emplace_back(name, std::move(bytes));
+        for (testpackages::Item& item : testpackages::ReadZip(path)) {
+            m_items.emplace_back("/" + item.name, std::move(item.content));
         }
-        zip_close(archive);
     }
 
     bool Valid() const { return !m_items.empty(); }
 
     // How many ZIP items carry this part name (case ignored, pieces not counted separately).
     int ItemCount(const std::string& partName) const {
-        int count = 0;
-        for (const auto& [name, bytes] : m_items) {
-            if (SameName("/" + name, partName)) ++count;
-        }
-        return count;
+        return static_cast<int>(std::count_if(
+            m_items.begin(), m_items.end(),
+            [&](const auto& item) { return SameName(item.first, partName); }));
     }
 
     // The part's content (items of an interleaved part joined in order); "" when absent.
     std::string Part(const std::string& partName) const {
         for (const auto& [name, bytes] : m_items) {
-            if (SameName("/" + name, partName)) return bytes;
+            if (SameName(name, partName)) return bytes;
         }
         std::string joined;
         for (int piece = 0;; ++piece) {
-            bool found = false;
-            for (const auto& [name, bytes] : m_items) {
-                const std::string prefix = "/" + name;
-                if (SameName(prefix, partName + "/[" + std::to_string(piece) + "].piece") ||
-                    SameName(prefix, partName + "/[" + std::to_string(piece) + "].last.piece")) {
-                    joined += bytes;
-                    found = true;
-                }
-            }
-            if (!found) break;
+            const std::string prefix = partName + "/[" + std::to_string(piece) + "]";
+            const auto found = std::find_if(m_items.begin(), m_items.end(), [&](const auto& item) {
+                return SameName(item.first, prefix + ".piece") ||
+                       SameName(item.first, prefix + ".last.piece");
+            });
+            if (found == m_items.end()) return joined;
+            joined += found->second;
         }
-        return joined;
     }
 
     // The part names of all items, as written.
     std::vector<std::string> PartNames() const {
         std::vector<std::string> names;
-        for (const auto& [name, bytes] : m_items) names.push_back("/" + name);
+        for (const auto& item : m_items) names.push_back(item.first);
         return names;
     }
 
-    // The relationships of a part, from its _rels item; targets made absolute.
+    // The relationships of a part, from its _rels item.
     std::vector<Relationship> Relationships(const std::string& partName) const {
         const std::size_t slash = partName.rfind('/');
-        const std::string folder = partName.substr(0, slash + 1);
-        const std::string rels = folder + "_rels/" + partName.substr(slash + 1) + ".rels";
-        const std::string xml = Part(rels);
+        const std::string rels =
+            partName.substr(0, slash + 1) + "_rels/" + partName.substr(slash + 1) + ".rels";
         std::vector<Relationship> found;
-        if (xml.empty()) return found;
-        xmlDocPtr doc = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), "rels.xml", nullptr,
-                                      XML_PARSE_NONET | XML_PARSE_NOERROR);
-        if (doc == nullptr) return found;
-        for (xmlNodePtr node = xmlDocGetRootElement(doc)->children; node; node = node->next) {
-            if (node->type != XML_ELEMENT_NODE) continue;
-            xmlChar* type = xmlGetProp(node, BAD_CAST "Type");
-            xmlChar* target = xmlGetProp(node, BAD_CAST "Target");
-            if (type != nullptr && target != nullptr) {
-                found.push_back({reinterpret_cast<const char*>(type),
-                                 Resolve(folder, reinterpret_cast<const char*>(target))});
-            }
-            xmlFree(type);
-            xmlFree(target);
+        for (const auto& attributes : Elements(rels, "Relationship", {"Type", "Target"})) {
+            found.push_back({attributes[0], attributes[1]});
         }
-        xmlFreeDoc(doc);
         return found;
     }
 
-    // The target of the part's print ticket relationship, "" when it has none.
+    // The target of the part's print ticket relationship (Microsoft XPS or OpenXPS), "" if none.
     std::string TicketOf(const std::string& partName) const {
         for (const Relationship& r : Relationships(partName)) {
-            if (IsTicketRel(r.type)) return r.target;
+            if (r.type.ends_with("/printticket")) return r.target;
         }
         return "";
     }
 
-    // The part names of the pages, in document order, from the listings.
-    std::vector<std::string> Pages() const {
-        std::vector<std::string> pages;
-        for (const std::string& document : ListedSources(SequenceName(), "DocumentReference")) {
-            for (const std::string& page : ListedSources(document, "PageContent")) {
-                pages.push_back(page);
-            }
-        }
-        return pages;
+    // The content of the part's print ticket ("" without one); of the job's when `partName` is "".
+    std::string TicketXml(const std::string& partName = "") const {
+        return Part(TicketOf(partName.empty() ? SequenceName() : partName));
     }
 
-    std::vector<std::string> Documents() const {
-        return ListedSources(SequenceName(), "DocumentReference");
+    // How many of the part's relationships are required-resource ones to `target`.
+    int ResourceLinks(const std::string& partName, const std::string& target) const {
+        int count = 0;
+        for (const Relationship& r : Relationships(partName)) {
+            count += r.type.ends_with("/required-resource") && r.target == target;
+        }
+        return count;
     }
 
     // The fixed document sequence: the start part of the package relationships.
@@ -150,6 +103,19 @@ public:
             if (r.type.find("fixedrepresentation") != std::string::npos) return r.target;
         }
         return "";
+    }
+
+    std::vector<std::string> Documents() const {
+        return Listed(SequenceName(), "DocumentReference");
+    }
+
+    // The part names of the pages, in document order, from the listings.
+    std::vector<std::string> Pages() const {
+        std::vector<std::string> pages;
+        for (const std::string& document : Documents()) {
+            for (const std::string& page : Listed(document, "PageContent")) pages.push_back(page);
+        }
+        return pages;
     }
 
 private:
@@ -161,51 +127,53 @@ private:
                });
     }
 
-    // A target relative to the folder of its source, with "." and ".." segments folded.
-    static std::string Resolve(const std::string& folder, const std::string& target) {
-        std::string path = target.rfind('/', 0) == 0 ? target : folder + target;
-        std::vector<std::string> segments;
-        std::size_t at = 1;
-        while (at <= path.size()) {
-            std::size_t next = path.find('/', at);
-            if (next == std::string::npos) next = path.size();
-            const std::string segment = path.substr(at, next - at);
-            if (segment == "..") {
-                if (!segments.empty()) segments.pop_back();
-            } else if (!segment.empty() && segment != ".") {
-                segments.push_back(segment);
-            }
-            at = next + 1;
-        }
-        std::string resolved;
-        for (const std::string& segment : segments) resolved += "/" + segment;
-        return resolved.empty() ? "/" : resolved;
-    }
-
-    std::vector<std::string> ListedSources(const std::string& listing, const char* element) const {
-        std::vector<std::string> sources;
-        const std::string xml = Part(listing);
-        if (xml.empty()) return sources;
-        xmlDocPtr doc = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), "listing.xml",
-                                      nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR);
-        if (doc == nullptr) return sources;
-        const std::string folder = listing.substr(0, listing.rfind('/') + 1);
+    // The `names` attributes of the root's child elements `element` in part `partName`; the last
+    // attribute, a reference, made absolute against the folder of the part the item belongs to
+    // (for relationships, the folder of the _rels folder).
+    std::vector<std::vector<std::string>> Elements(const std::string& partName,
+                                                   const char* element,
+                                                   const std::vector<const char*>& names) const {
+        std::vector<std::vector<std::string>> found;
+        const std::string xml = Part(partName);
+        xmlDocPtr doc = xml.empty() ? nullptr
+                                    : xmlReadMemory(xml.data(), static_cast<int>(xml.size()),
+                                                    "part.xml", nullptr,
+                                                    XML_PARSE_NONET | XML_PARSE_NOERROR);
+        if (doc == nullptr) return found;
+        std::string folder = partName.substr(0, partName.rfind('/'));
+        if (folder.ends_with("/_rels")) folder.resize(folder.size() - 6);
         for (xmlNodePtr node = xmlDocGetRootElement(doc)->children; node; node = node->next) {
             if (node->type != XML_ELEMENT_NODE ||
                 std::string(reinterpret_cast<const char*>(node->name)) != element) {
                 continue;
             }
-            xmlChar* source = xmlGetProp(node, BAD_CAST "Source");
-            if (source != nullptr) {
-                sources.push_back(Resolve(folder, reinterpret_cast<const char*>(source)));
+            std::vector<std::string> values;
+            for (const char* name : names) {
+                xmlChar* value = xmlGetProp(node, BAD_CAST name);
+                if (value != nullptr) values.emplace_back(reinterpret_cast<const char*>(value));
+                xmlFree(value);
             }
-            xmlFree(source);
+            if (values.size() != names.size()) continue;
+            const std::string& target = values.back();
+            values.back() =
+                std::filesystem::path(target[0] == '/' ? target : folder + "/" + target)
+                    .lexically_normal()
+                    .string();
+            found.push_back(std::move(values));
         }
         xmlFreeDoc(doc);
+        return found;
+    }
+
+    std::vector<std::string> Listed(const std::string& listing, const char* element) const {
+        std::vector<std::string> sources;
+        for (const auto& attributes : Elements(listing, element, {"Source"})) {
+            sources.push_back(attributes[0]);
+        }
         return sources;
     }
 
-    std::vector<std::pair<std::string, std::string>> m_items;
+    std::vector<std::pair<std::string, std::string>> m_items;  // part name, bytes
 };
 
 }  // namespace outputpackage

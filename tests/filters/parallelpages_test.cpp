@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -16,11 +15,10 @@
 #include <thread>
 #include <vector>
 
-#include "../pipelinehost/testpackages.h"
 #include "../tools/toolrunner.h"
 #include "filterpipeline/filterutilities/xpsfilterbase.h"
+#include "hostjob.h"
 #include "outputpackage.h"
-#include "pipelinehost/jobrunner.h"
 
 namespace {
 
@@ -105,52 +103,16 @@ private:
     ULONG m_failAt;
 };
 
-// Two documents of five and four pages.
-std::string TwoDocumentJob() {
-    std::vector<tp::Entry> entries = {
-        {"[Content_Types].xml", tp::kContentTypes},
-        {"_rels/.rels", tp::Rels({{tp::kStartRel, "/FixedDocumentSequence.fdseq"}})},
-        {"FixedDocumentSequence.fdseq",
-         tp::Sequence({"Documents/1/FixedDocument.fdoc", "Documents/2/FixedDocument.fdoc"})},
-    };
-    for (int document = 1; document <= 2; ++document) {
-        const std::string folder = "Documents/" + std::to_string(document) + "/";
-        std::vector<std::string> pages;
-        for (int i = 1; i <= 6 - document; ++i) {
-            pages.push_back("Pages/" + std::to_string(i) + ".fpage");
-            entries.push_back({folder + pages.back(), tp::Page()});
-        }
-        entries.push_back({folder + "FixedDocument.fdoc", tp::Document(pages)});
-    }
-    return tp::WriteZip("parallel_job.xps", entries);
-}
-
-struct NumberingRun {
+struct NumberingRun : hostjob::HostJob {
     std::shared_ptr<NumberingFilter::Seen> seen = std::make_shared<NumberingFilter::Seen>();
-    JobResult result;
-    std::string output;
 };
 
+// The numbering filter over two documents of five and four pages.
 NumberingRun RunNumbering(unsigned threads, ULONG failAt) {
-    static int runs = 0;
     NumberingRun run;
-    FilterRegistry registry;
-    const auto seen = run.seen;
-    registry.AddBuiltin("numbering", [seen, failAt](IPrintPipelineFilter** filter) {
-        *filter = new NumberingFilter(seen, failAt);
-        return S_OK;
-    });
-    PipelineConfig config;
-    FilterEntry entry;
-    entry.name = "numbering";
-    entry.builtin = "numbering";
-    config.filters.push_back(entry);
-    JobOptions options;
-    options.input = TwoDocumentJob();
-    run.output = tp::TempPath("parallel_out" + std::to_string(++runs) + ".xps");
-    options.output = run.output;
-    options.threads = threads;
-    run.result = RunJob(config, registry, options);
+    run.AddNew<NumberingFilter>(run.seen, failAt);
+    run.options.threads = threads;
+    run.Go(hostjob::TwoDocumentJob(5, 4));
     return run;
 }
 
@@ -161,7 +123,7 @@ TEST(ParallelPages, PagesLeaveInOrderWithTheirDocumentsWhateverTheThreads) {
     for (unsigned threads : {1u, 2u, 4u, 8u}) {
         SCOPED_TRACE("threads " + std::to_string(threads));
         NumberingRun run = RunNumbering(threads, 0);
-        ASSERT_TRUE(run.result.succeeded) << (run.result.error ? run.result.error->what() : "");
+        ASSERT_TRUE(run.result.succeeded) << run.Error();
         EXPECT_EQ(run.seen->sent, walk);
         EXPECT_FALSE(run.seen->finishOffFilterThread);
         if (threads == 1) {
@@ -173,17 +135,13 @@ TEST(ParallelPages, PagesLeaveInOrderWithTheirDocumentsWhateverTheThreads) {
         // Each page carries its own number, in the documents and order it came in.
         const outputpackage::Package out(run.output);
         ASSERT_TRUE(out.Valid());
-        int number = 0;
-        for (int document = 1; document <= 2; ++document) {
-            for (int i = 1; i <= 6 - document; ++i) {
-                const std::string name =
-                    "/Documents/" + std::to_string(document) + "/Pages/" + std::to_string(i) +
-                    ".fpage";
-                const std::string markup = out.Part(name);
-                EXPECT_NE(markup.find("<!--page " + std::to_string(++number) + "-->"),
-                          std::string::npos)
-                    << name;
-            }
+        const std::vector<std::string> pages = out.Pages();
+        ASSERT_EQ(pages.size(), 9u);
+        EXPECT_EQ(pages[5], "/Documents/2/Pages/1.fpage");
+        for (std::size_t i = 0; i < pages.size(); ++i) {
+            EXPECT_NE(out.Part(pages[i]).find("<!--page " + std::to_string(i + 1) + "-->"),
+                      std::string::npos)
+                << pages[i];
         }
     }
 }
@@ -208,32 +166,19 @@ TEST(ParallelPages, AFailedPageStopsTheJobWithoutOutput) {
 // The watermark pipeline over every corpus job and the sample job: the output, made
 // reproducible, is byte for byte the same with one thread and with four.
 TEST(ParallelPages, WatermarkOutputDoesNotDependOnTheThreads) {
-    using toolrunner::Quote;
     const fs::path dir = toolrunner::WorkDir("parallel_watermark");
-    const fs::path settings = dir / "config" / "PrinterDriver" / "Zorun";
-    fs::create_directories(settings);
-    std::ofstream(settings / "ZrnWmV5.ini", std::ios::binary)
-        << "[12]\r\nWatermark Type=0\r\nDENSITY=60\r\nFontHeight=36\r\nRed=200\r\nText=DRAFT\r\n";
-    std::ofstream(dir / "devmode.txt") << "[attributes]\n620 = option 12\n";
-    const std::string ticket = (dir / "ticket.xml").string();
-    ASSERT_EQ(toolrunner::RunTool({"devmode", "encode", "--as", "page", "-o", ticket,
-                                   (dir / "devmode.txt").string()})
-                  .exitCode,
-              0);
+    const toolrunner::WatermarkSetup watermark(dir);
+    ASSERT_TRUE(watermark.made);
     std::vector<std::string> jobs;
     for (const std::string& name : tp::CorpusNames()) jobs.push_back(tp::CorpusFile(name));
     jobs.push_back(std::string(FU_SOURCE_DIR) + "/samples/sample_job.xps");
-    const std::string pipeline = std::string(FU_SOURCE_DIR) + "/samples/pipelines/watermark.xml";
     for (const std::string& job : jobs) {
         SCOPED_TRACE(job);
         std::map<std::string, std::string> outputs;
         for (const char* threads : {"1", "4"}) {
             const std::string output = (dir / (std::string("out") + threads + ".xps")).string();
-            const toolrunner::Outcome run = toolrunner::Shell(
-                "XDG_CONFIG_HOME=" + Quote((dir / "config").string()) + " " +
-                Quote(toolrunner::Tool()) + " --reproducible run -q --threads " + threads +
-                " --pipeline " + Quote(pipeline) + " --ticket " + Quote(ticket) + " " +
-                Quote(job) + " " + Quote(output));
+            const toolrunner::Outcome run =
+                watermark.Run(job, output, " --reproducible", std::string(" --threads ") + threads);
             ASSERT_EQ(run.exitCode, 0) << run.output;
             outputs[threads] = toolrunner::ReadFile(output);
         }

@@ -21,10 +21,10 @@ TEST_P(SamplePipelines, RunTheSampleJob) {
     outputpackage::Package package(output);
     const std::vector<std::string> pages = package.Pages();
     ASSERT_EQ(pages.size(), 3u);
-    const std::string job = package.Part(package.TicketOf(package.SequenceName()));
+    const std::string job = package.TicketXml();
     if (GetParam() == "setticket.xml") {
         for (const std::string& page : pages) {
-            const std::string ticket = package.Part(package.TicketOf(page));
+            const std::string ticket = package.TicketXml(page);
             EXPECT_EQ(FeatureOption(ticket, L"PageMediaSize"), "ISOA4") << page;
             EXPECT_EQ(FeatureOption(ticket, L"PageOrientation"), "Landscape") << page;
         }

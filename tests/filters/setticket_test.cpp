@@ -1,7 +1,6 @@
 // Tests of the setticket sample filter: reading its configuration, a walk over fake parts in
 // which pages share tickets, and real jobs through xpsfilter whose tickets read back with the
-// new values at the right scope, whose pages render as before and whose shared page tickets
-// stay shared.
+// new values at the right scope and whose shared page tickets stay shared.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -25,87 +24,78 @@ std::string Narrow(const std::wstring& text) {
 
 // --- Configuration ---
 
-class SetTicketSettings : public ::testing::Test {
-protected:
-    void Set(const wchar_t* name, const wchar_t* value) {
-        CComVariant text(value);
-        bag->AddProperty(name, &text);
-    }
-    HRESULT Read() { return SetTicketFilter::ReadSettings(bag, settings, error); }
+// A setting as "keyword scope kind value", e.g. "PageMediaSize 2 feature ISOA4".
+std::string Describe(const SetTicketFilter::Setting& setting) {
+    using Kind = SetTicketFilter::SettingKind;
+    return Narrow(setting.keyword) + " " + std::to_string(setting.scope) +
+           (setting.kind == Kind::Feature            ? " feature "
+            : setting.kind == Kind::IntegerParameter ? " integer "
+                                                     : " string ") +
+           Narrow(setting.value);
+}
 
-    CComPtr<fakes::PropertyBag> bag = Make<fakes::PropertyBag>();
+// The scope comes from the keyword's prefix unless Scope overrides it; bad values are refused
+// with a reason.
+TEST(SetTicketSettings, ReadFromTheFilterParameters) {
+    const std::string page = std::to_string(kPTPageScope);
+    const std::string document = std::to_string(kPTDocumentScope);
+    const std::string jobScope = std::to_string(kPTJobScope);
+    const struct {
+        const char* name;
+        std::vector<std::pair<const wchar_t*, const wchar_t*>> parameters;
+        HRESULT expected;
+        std::string result;  // the settings, sorted and joined by "; ", or the reason
+    } rows[] = {
+        {"prefixes",
+         {{L"PageMediaSize", L"ISOA4"}, {L"DocumentCollate", L" Collated "},
+          {L"JobCopiesAllDocuments", L"002"}, {L"PageWatermarkTextText", L"Draft & <copy>"},
+          {L"Unrelated", L"ignored"}},
+         S_OK,
+         "DocumentCollate " + document + " feature Collated; JobCopiesAllDocuments " + jobScope +
+             " integer 2; PageMediaSize " + page + " feature ISOA4; PageWatermarkTextText " +
+             page + " string Draft & <copy>"},
+        {"scope_overrides",
+         {{L"PageOrientation", L"Landscape"}, {L"JobCopiesAllDocuments", L"3"},
+          {L"Scope", L"Document"}},
+         S_OK,
+         "JobCopiesAllDocuments " + document + " integer 3; PageOrientation " + document +
+             " feature Landscape"},
+        {"bad_scope", {{L"Scope", L"sideways"}}, E_INVALIDARG,
+         "Scope must be page, document or job"},
+        {"prefixed_option", {{L"PageOrientation", L"psk:Landscape"}}, E_INVALIDARG,
+         "option keyword"},
+        {"spaced_option", {{L"PageOrientation", L"Land scape"}}, E_INVALIDARG, "option keyword"},
+        {"blank_option", {{L"PageOrientation", L"   "}}, E_INVALIDARG, "needs a value"},
+        {"negative", {{L"JobCopiesAllDocuments", L"-1"}}, E_INVALIDARG, "whole number"},
+        {"word", {{L"JobCopiesAllDocuments", L"two"}}, E_INVALIDARG, "whole number"},
+        {"too_large", {{L"JobCopiesAllDocuments", L"99999999999"}}, E_INVALIDARG, "whole number"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeJob job;
+        for (const auto& [name, value] : row.parameters) job.SetParameter(name, value);
+        std::vector<SetTicketFilter::Setting> settings;
+        std::string error;
+        EXPECT_EQ(SetTicketFilter::ReadSettings(job.bag, settings, error), row.expected) << error;
+        std::vector<std::string> described;
+        for (const auto& setting : settings) described.push_back(Describe(setting));
+        std::sort(described.begin(), described.end());
+        std::string joined;
+        for (const std::string& text : described) joined += (joined.empty() ? "" : "; ") + text;
+        if (row.expected == S_OK) {
+            EXPECT_EQ(joined, row.result);
+        } else {
+            EXPECT_NE(error.find(row.result), std::string::npos) << error;
+            EXPECT_TRUE(settings.empty());
+        }
+    }
+    FakeJob job;
+    CComVariant number(7);
+    job.bag->AddProperty(L"PageOrientation", &number);
     std::vector<SetTicketFilter::Setting> settings;
     std::string error;
-};
-
-TEST_F(SetTicketSettings, TheScopeComesFromTheKeywordsPrefix) {
-    Set(L"PageMediaSize", L"ISOA4");
-    Set(L"DocumentCollate", L" Collated ");
-    Set(L"JobCopiesAllDocuments", L"002");
-    Set(L"PageWatermarkTextText", L"Draft & <copy>");
-    Set(L"Unrelated", L"ignored");
-    ASSERT_EQ(Read(), S_OK) << error;
-    ASSERT_EQ(settings.size(), 4u);
-    std::map<std::string, SetTicketFilter::Setting> byName;
-    for (const auto& setting : settings) byName.emplace(Narrow(setting.keyword), setting);
-    EXPECT_EQ(byName.at("PageMediaSize").scope, kPTPageScope);
-    EXPECT_EQ(byName.at("PageMediaSize").kind, SetTicketFilter::SettingKind::Feature);
-    EXPECT_EQ(byName.at("DocumentCollate").scope, kPTDocumentScope);
-    EXPECT_EQ(Narrow(byName.at("DocumentCollate").value), "Collated");
-    EXPECT_EQ(byName.at("JobCopiesAllDocuments").scope, kPTJobScope);
-    EXPECT_EQ(byName.at("JobCopiesAllDocuments").kind,
-              SetTicketFilter::SettingKind::IntegerParameter);
-    EXPECT_EQ(Narrow(byName.at("JobCopiesAllDocuments").value), "2");
-    EXPECT_EQ(byName.at("PageWatermarkTextText").kind,
-              SetTicketFilter::SettingKind::StringParameter);
-}
-
-TEST_F(SetTicketSettings, ScopeOverridesEveryPrefix) {
-    Set(L"PageOrientation", L"Landscape");
-    Set(L"JobCopiesAllDocuments", L"3");
-    Set(L"Scope", L"Document");
-    ASSERT_EQ(Read(), S_OK) << error;
-    ASSERT_EQ(settings.size(), 2u);
-    for (const auto& setting : settings) EXPECT_EQ(setting.scope, kPTDocumentScope);
-}
-
-TEST_F(SetTicketSettings, BadValuesAreRefusedWithAReason) {
-    struct Case {
-        const wchar_t* name;
-        const wchar_t* value;
-        const char* reason;
-    };
-    for (const Case& bad : {Case{L"Scope", L"sideways", "Scope must be page, document or job"},
-                            Case{L"PageOrientation", L"psk:Landscape", "option keyword"},
-                            Case{L"PageOrientation", L"Land scape", "option keyword"},
-                            Case{L"PageOrientation", L"   ", "needs a value"},
-                            Case{L"JobCopiesAllDocuments", L"-1", "whole number"},
-                            Case{L"JobCopiesAllDocuments", L"two", "whole number"},
-                            Case{L"JobCopiesAllDocuments", L"99999999999", "whole number"}}) {
-        bag = Make<fakes::PropertyBag>();
-        Set(bad.name, bad.value);
-        EXPECT_EQ(Read(), E_INVALIDARG) << Narrow(bad.name) << "=" << Narrow(bad.value);
-        EXPECT_NE(error.find(bad.reason), std::string::npos) << error;
-        EXPECT_TRUE(settings.empty());
-    }
-    bag = Make<fakes::PropertyBag>();
-    CComVariant number(7);
-    bag->AddProperty(L"PageOrientation", &number);
-    EXPECT_EQ(Read(), E_INVALIDARG);
+    EXPECT_EQ(SetTicketFilter::ReadSettings(job.bag, settings, error), E_INVALIDARG);
     EXPECT_EQ(SetTicketFilter::ReadSettings(nullptr, settings, error), E_POINTER);
-}
-
-TEST(SetTicketFilterObject, ABadConfigurationFailsInitialisationAndSaysWhy) {
-    FakeJob job;
-    job.SetParameter(L"PageMediaSize", L"ISO A4");
-    CComPtr<IPrintPipelineFilter> filter;
-    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
-    platform::DebugOutputCapture capture;
-    EXPECT_EQ(job.Initialize(filter), E_INVALIDARG);
-    EXPECT_NE(capture.Text().find("setticket: PageMediaSize needs an option keyword"),
-              std::string::npos)
-        << capture.Text();
-    EXPECT_EQ(CreateSetTicketFilter(nullptr), E_POINTER);
 }
 
 // --- A walk over fake parts ---
@@ -188,72 +178,62 @@ TEST(SetTicketFilterObject, RewritesEachScopeAndKeepsSharedPageTicketsShared) {
     EXPECT_EQ(job.consumer->newPartCalls, 4);
 }
 
-TEST(SetTicketFilterObject, WithoutSettingsTicketsPassUnchanged) {
-    FakeJob job;
-    auto page = Make<fakes::Page>();
-    auto ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", FakeTicket("Portrait"));
-    page->ticket = ticket;
-    job.provider->parts = {static_cast<IFixedPage*>(page.p)};
-    CComPtr<IPrintPipelineFilter> filter;
-    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
-    platform::DebugOutputCapture capture;
-    ASSERT_EQ(job.Run(filter), S_OK);
-    EXPECT_EQ(page->ticket.p, static_cast<IPartPrintTicket*>(ticket.p));
-    EXPECT_EQ(job.consumer->newPartCalls, 0);
-    EXPECT_NE(capture.Text().find("no Print Schema keyword"), std::string::npos);
-}
-
-TEST(SetTicketFilterObject, ATicketThatDoesNotParseStopsTheJob) {
-    FakeJob job;
-    job.SetParameter(L"PageOrientation", L"Landscape");
-    auto page = Make<fakes::Page>();
-    page->ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", "<psf:PrintTicket");
-    job.provider->parts = {static_cast<IFixedPage*>(page.p)};
-    CComPtr<IPrintPipelineFilter> filter;
-    ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
-    EXPECT_EQ(job.Run(filter), E_FAIL);
-    EXPECT_EQ(job.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
-    EXPECT_TRUE(job.consumer->sent.empty());
-    ASSERT_EQ(job.consumer->newStreams.size(), 1u);
-    EXPECT_TRUE(job.consumer->newStreams[0]->closed);
-    EXPECT_EQ(job.consumer->closeCalls, 1);
+// One page with a ticket through the filter: a bad configuration fails initialisation, no
+// settings leave the ticket as it is, a ticket that does not parse stops the job.
+TEST(SetTicketFilterObject, BadConfigurationsNoSettingsAndBadTickets) {
+    const struct {
+        const char* name;
+        std::vector<std::pair<const wchar_t*, const wchar_t*>> parameters;
+        std::string ticket;
+        HRESULT expected;
+        const char* said;  // in the debug output
+        std::vector<std::string> sent;
+    } rows[] = {
+        {"bad_configuration", {{L"PageMediaSize", L"ISO A4"}}, FakeTicket("Portrait"),
+         E_INVALIDARG, "setticket: PageMediaSize needs an option keyword", {}},
+        {"no_settings", {}, FakeTicket("Portrait"), S_OK, "no Print Schema keyword", {"page"}},
+        {"unparsable_ticket", {{L"PageOrientation", L"Landscape"}}, "<psf:PrintTicket", E_FAIL, "",
+         {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        FakeJob job;
+        for (const auto& [name, value] : row.parameters) job.SetParameter(name, value);
+        auto page = Make<fakes::Page>();
+        auto ticket = fakes::MakeTicket(L"/Metadata/Page_PT.xml", row.ticket);
+        page->ticket = ticket;
+        job.provider->parts = {static_cast<IFixedPage*>(page.p)};
+        CComPtr<IPrintPipelineFilter> filter;
+        ASSERT_EQ(CreateSetTicketFilter(&filter), S_OK);
+        platform::DebugOutputCapture capture;
+        EXPECT_EQ(job.Run(filter), row.expected);
+        EXPECT_NE(capture.Text().find(row.said), std::string::npos) << capture.Text();
+        EXPECT_EQ(job.consumer->sent, row.sent);
+        if (row.expected != E_FAIL) {
+            EXPECT_EQ(page->ticket.p, static_cast<IPartPrintTicket*>(ticket.p));
+            EXPECT_EQ(job.consumer->newPartCalls, 0);
+            continue;
+        }
+        // The new ticket's stream was closed, not left half written.
+        EXPECT_EQ(job.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
+        ASSERT_EQ(job.consumer->newStreams.size(), 1u);
+        EXPECT_TRUE(job.consumer->newStreams[0]->closed);
+        EXPECT_EQ(job.consumer->closeCalls, 1);
+    }
+    EXPECT_EQ(CreateSetTicketFilter(nullptr), E_POINTER);
 }
 
 // --- Whole jobs through xpsfilter ---
 
-struct JobRun {
-    fs::path dir;
-    std::string output;
-    Outcome outcome;
-};
-
 JobRun RunSetTicket(const std::string& name, const std::string& input,
                     const std::vector<std::pair<std::string, std::string>>& parameters,
                     const std::string& attributes = "name=\"st\" builtin=\"setticket\"") {
-    JobRun run;
-    run.dir = WorkDir("setticket_" + name);
-    run.output = (run.dir / "out.xps").string();
-    const std::string config = WriteConfig(run.dir, {{attributes, parameters}});
-    run.outcome = RunTool({"run", "-q", "--pipeline", config, input, run.output});
-    return run;
-}
-
-void ExpectSameRendering(const std::string& name, const std::string& input, const JobRun& run) {
-    const std::string reference = toolrunner::RenderReference(name, input, run.dir);
-    const std::vector<std::string> expected = toolrunner::Render(reference, run.dir / "in");
-    const std::vector<std::string> actual = toolrunner::Render(run.output, run.dir / "out");
-    ASSERT_FALSE(expected.empty()) << "MuPDF cannot render " << reference;
-    ASSERT_EQ(actual.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_TRUE(actual[i] == expected[i]) << name << ": page " << i + 1 << " differs";
-    }
+    return RunFilters("setticket_" + name, input, {{attributes, parameters}});
 }
 
 const std::vector<std::pair<std::string, std::string>> kAllScopes = {
-    {"PageMediaSize", "ISOA4"},
-    {"PageOrientation", "Landscape"},
-    {"DocumentCollate", "Collated"},
-    {"JobCopiesAllDocuments", "2"}};
+    {"PageMediaSize", "ISOA4"}, {"PageOrientation", "Landscape"},
+    {"DocumentCollate", "Collated"}, {"JobCopiesAllDocuments", "2"}};
 
 TEST(SetTicketJobs, PagesThatSharedATicketShareTheRewrittenOne) {
     const std::string input = testpackages::CorpusFile("winprintrs_test_document.xps");
@@ -284,8 +264,6 @@ TEST(SetTicketJobs, PagesThatSharedATicketShareTheRewrittenOne) {
     const std::string documentTicket = package.TicketOf(package.Documents().at(0));
     EXPECT_EQ(documentTicket, "/Metadata/MXDC_Empty_PT_d.xml");
     EXPECT_EQ(FeatureOption(package.Part(documentTicket), L"DocumentCollate"), "Collated");
-
-    ExpectSameRendering("winprintrs_test_document.xps", input, run);
 }
 
 TEST(SetTicketJobs, EachScopeReadsBackItsNewValues) {
@@ -295,9 +273,9 @@ TEST(SetTicketJobs, EachScopeReadsBackItsNewValues) {
     outputpackage::Package package(run.output);
     const std::string document = package.Documents().at(0);
     const std::string page = package.Pages().at(0);
-    const std::string jobXml = package.Part(package.TicketOf(package.SequenceName()));
-    const std::string documentXml = package.Part(package.TicketOf(document));
-    const std::string pageXml = package.Part(package.TicketOf(page));
+    const std::string jobXml = package.TicketXml();
+    const std::string documentXml = package.TicketXml(document);
+    const std::string pageXml = package.TicketXml(page);
 
     // Page settings in the page ticket only; the job ticket keeps its own orientation.
     EXPECT_EQ(FeatureOption(pageXml, L"PageOrientation"), "Landscape");
@@ -327,8 +305,6 @@ TEST(SetTicketJobs, EachScopeReadsBackItsNewValues) {
     EXPECT_NE(shown.output.find("{\"name\": \"psk:PageMediaSize\", \"value\": \"psk:ISOA4\""),
               std::string::npos)
         << shown.output;
-
-    ExpectSameRendering("wpftest_word.xps", input, run);
 }
 
 TEST(SetTicketJobs, ScopeJobPutsPageSettingsIntoTheJobTicket) {
@@ -340,12 +316,10 @@ TEST(SetTicketJobs, ScopeJobPutsPageSettingsIntoTheJobTicket) {
     outputpackage::Package original(input);
     const std::string document = package.Documents().at(0);
     const std::string page = package.Pages().at(0);
-    EXPECT_EQ(
-        FeatureOption(package.Part(package.TicketOf(package.SequenceName())), L"PageOrientation"),
-        "Landscape");
+    EXPECT_EQ(FeatureOption(package.TicketXml(), L"PageOrientation"), "Landscape");
     // The page ticket is the original, unchanged part.
     EXPECT_EQ(package.TicketOf(page), "/Documents/1/Metadata/Page1_PT.xml");
-    EXPECT_EQ(package.Part(package.TicketOf(page)), original.Part(original.TicketOf(page)));
+    EXPECT_EQ(package.TicketXml(page), original.TicketXml(page));
     bool found = false;
     EXPECT_EQ(ViewedOrientation(package, document, page, kPTJobScope, &found),
               PrintSchema::PageOrientation::Landscape);
@@ -365,11 +339,8 @@ TEST(SetTicketJobs, PagesSharingATicketApartStayShared) {
     EXPECT_EQ(package.TicketOf(pages[0]), package.TicketOf(pages[2]));
     EXPECT_NE(package.TicketOf(pages[0]), package.TicketOf(pages[1]));
     for (const std::string& page : pages) {
-        EXPECT_EQ(FeatureOption(package.Part(package.TicketOf(page)), L"PageOrientation"),
-                  "Landscape")
-            << page;
+        EXPECT_EQ(FeatureOption(package.TicketXml(page), L"PageOrientation"), "Landscape") << page;
     }
-    ExpectSameRendering("sample_job.xps", input, run);
 }
 
 TEST(SetTicketJobs, TicketsWithoutTheKeywordsNamespaceGetItDeclared) {
@@ -390,52 +361,50 @@ TEST(SetTicketJobs, TicketsWithoutTheKeywordsNamespaceGetItDeclared) {
     EXPECT_EQ(FeatureOption(xml, L"PageOrientation"), "Landscape");
     EXPECT_EQ(ScoredValue(xml, L"PageMediaSize", L"MediaSizeWidth"), 210000);
     EXPECT_NE(xml.find("<!--page-->"), std::string::npos) << xml;  // the rest is kept
-    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
-                             L"JobCopiesAllDocuments"),
-              "2");
+    EXPECT_EQ(ParameterValue(package.TicketXml(), L"JobCopiesAllDocuments"), "2");
 }
 
-TEST(SetTicketJobs, AJobWhoseTicketIsNotNamespaceWellFormedIsRejectedNamingThePart) {
-    std::vector<testpackages::Entry> entries = testpackages::SmallJob(2);
-    for (auto& entry : entries) {
+// A ticket that is not namespace-well-formed and a bad configuration stop the job with a
+// message, their exit code and no output, not even a temporary file.
+TEST(SetTicketJobs, BadTicketsAndConfigurationsStopTheJobWithoutOutput) {
+    std::vector<testpackages::Entry> broken = testpackages::SmallJob(2);
+    for (auto& entry : broken) {
         if (entry.name == "Documents/1/Metadata/Page_PT.xml") entry.content = "<psf:PrintTicket";
     }
-    const std::string input = testpackages::WriteZip("broken_ticket.xps", entries);
-    JobRun run = RunSetTicket("broken", input, {{"PageOrientation", "Landscape"}});
-    EXPECT_EQ(run.outcome.exitCode, 5) << run.outcome.output;
-    EXPECT_NE(run.outcome.output.find("Documents/1/Metadata/Page_PT.xml: the PrintTicket is not "
-                                      "well-formed"),
-              std::string::npos)
-        << run.outcome.output;
-    EXPECT_FALSE(fs::exists(run.output));
-    for (const auto& entry : fs::directory_iterator(run.dir)) {
-        EXPECT_EQ(entry.path().filename().string().rfind(".out.xps", 0), std::string::npos);
+    const struct {
+        const char* name;
+        std::string input;
+        std::vector<std::pair<std::string, std::string>> parameters;
+        int exitCode;
+        const char* message;
+    } rows[] = {
+        {"broken_ticket", testpackages::WriteZip("broken_ticket.xps", broken),
+         {{"PageOrientation", "Landscape"}}, 5,
+         "Documents/1/Metadata/Page_PT.xml: the PrintTicket is not well-formed"},
+        {"bad_configuration", testpackages::CorpusFile("wpftest_word.xps"),
+         {{"JobCopiesAllDocuments", "many"}}, 9, "failed to initialise (0x80070057)"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        JobRun run = RunSetTicket(row.name, row.input, row.parameters);
+        EXPECT_EQ(run.outcome.exitCode, row.exitCode) << run.outcome.output;
+        EXPECT_NE(run.outcome.output.find(row.message), std::string::npos) << run.outcome.output;
+        EXPECT_TRUE(testpackages::NothingLeftOf(run.output));
     }
 }
 
-TEST(SetTicketJobs, ABadConfigurationStopsTheJobWithoutOutput) {
-    const std::string input = testpackages::CorpusFile("wpftest_word.xps");
-    JobRun run = RunSetTicket("badconfig", input, {{"JobCopiesAllDocuments", "many"}});
-    EXPECT_EQ(run.outcome.exitCode, 9) << run.outcome.output;
-    EXPECT_NE(run.outcome.output.find("failed to initialise (0x80070057)"), std::string::npos)
-        << run.outcome.output;
-    EXPECT_FALSE(fs::exists(run.output));
-}
-
-// Every corpus job through setticket and stamp: every page ends up with a Landscape ticket,
-// pages render as before, and the stamp's part is written once.
+// Every corpus job through setticket and stamp: every page ends up with a Landscape ticket and
+// the stamp's part is written once. (That the pages render as before through the sample
+// setticket and stamp pipelines is checked on every corpus job by realjobs_test.cpp.)
 class CorpusThroughSampleFilters : public ::testing::TestWithParam<std::string> {};
 
-TEST_P(CorpusThroughSampleFilters, TicketsChangeAndPagesRenderAsBefore) {
+TEST_P(CorpusThroughSampleFilters, TicketsChangeAndTheStampIsWrittenOnce) {
     const std::string name = GetParam();
     const std::string input = testpackages::CorpusFile(name);
-    JobRun run;
-    run.dir = WorkDir("corpus_" + name);
-    run.output = (run.dir / "out.xps").string();
-    const std::string config =
-        WriteConfig(run.dir, {{"name=\"st\" dll=\"" + ModulePath("setticket") + "\"", kAllScopes},
-                              {"name=\"stamp\" builtin=\"stamp\"", {}}});
-    run.outcome = RunTool({"run", "-q", "--pipeline", config, input, run.output});
+    const JobRun run =
+        RunFilters("corpus_" + name, input,
+                   {{"name=\"st\" dll=\"" + ModulePath("setticket") + "\"", kAllScopes},
+                    {"name=\"stamp\" builtin=\"stamp\"", {}}});
     ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
 
     outputpackage::Package package(run.output);
@@ -447,21 +416,11 @@ TEST_P(CorpusThroughSampleFilters, TicketsChangeAndPagesRenderAsBefore) {
         ASSERT_FALSE(ticket.empty()) << page;
         pageTickets.insert(ticket);
         EXPECT_EQ(FeatureOption(package.Part(ticket), L"PageOrientation"), "Landscape") << page;
-        int stamps = 0;
-        for (const auto& relationship : package.Relationships(page)) {
-            if (outputpackage::IsResourceRel(relationship.type) &&
-                relationship.target == "/Resources/Stamp/stamp.png") {
-                ++stamps;
-            }
-        }
-        EXPECT_EQ(stamps, 1) << page;
+        EXPECT_EQ(package.ResourceLinks(page, "/Resources/Stamp/stamp.png"), 1) << page;
     }
     for (const std::string& ticket : pageTickets) EXPECT_EQ(package.ItemCount(ticket), 1);
     EXPECT_EQ(package.ItemCount("/Resources/Stamp/stamp.png"), 1);
-    EXPECT_EQ(ParameterValue(package.Part(package.TicketOf(package.SequenceName())),
-                             L"JobCopiesAllDocuments"),
-              "2");
-    ExpectSameRendering(name, input, run);
+    EXPECT_EQ(ParameterValue(package.TicketXml(), L"JobCopiesAllDocuments"), "2");
     fs::remove_all(run.dir);
 }
 

@@ -1,6 +1,7 @@
 // Tests of the stamp sample filter: the PNG it draws, its configuration, a walk over fake pages
 // in which the resource is written once and attached to every page, and real jobs whose output
-// holds the part once and renders as before.
+// holds the part once. (Pages through the sample stamp pipeline, which stamps a font, render as
+// before on every corpus job: realjobs_test.cpp.)
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -23,13 +24,6 @@ std::uint32_t BigEndian(const std::vector<unsigned char>& bytes, std::size_t at)
     return static_cast<std::uint32_t>(bytes[at]) << 24 |
            static_cast<std::uint32_t>(bytes[at + 1]) << 16 |
            static_cast<std::uint32_t>(bytes[at + 2]) << 8 | bytes[at + 3];
-}
-
-std::string FileBytes(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
 }
 
 TEST(StampImage, IsAValidPngOfAFortyEightPixelSquare) {
@@ -68,62 +62,53 @@ TEST(StampImage, IsAValidPngOfAFortyEightPixelSquare) {
 
 // --- Configuration ---
 
-HRESULT Configure(FakeJob& job, CComPtr<StampFilter>& filter) {
-    filter.Attach(new StampFilter());
-    return job.Initialize(filter);
-}
-
-TEST(StampConfiguration, DefaultsToTheDrawnPng) {
-    FakeJob job;
-    CComPtr<StampFilter> filter;
-    ASSERT_EQ(Configure(job, filter), S_OK);
-    EXPECT_EQ(filter->ResourceUri(), L"/Resources/Stamp/stamp.png");
-    EXPECT_EQ(filter->ResourceBytes(), StampFilter::MakeStampImage());
-    EXPECT_TRUE(filter->GetPartInterfaceId() == IID_IPartImage);
-    CComBSTR key;
-    ASSERT_EQ(filter->GetKeyName(&key), S_OK);
-    EXPECT_TRUE(key == L"stamp:/Resources/Stamp/stamp.png");
-    EXPECT_EQ(filter->GetKeyName(nullptr), E_POINTER);
-    EXPECT_EQ(filter->GetResourceUri(nullptr), E_POINTER);
-}
-
-TEST(StampConfiguration, AFontFileBecomesAFontPart) {
-    FakeJob job;
-    job.SetParameter(L"File", platform::Utf8ToWide(kDejaVu).c_str());
-    job.SetParameter(L"Uri", L"/Resources/Fonts/stamp.ttf");
-    CComPtr<StampFilter> filter;
-    ASSERT_EQ(Configure(job, filter), S_OK);
-    EXPECT_TRUE(filter->GetPartInterfaceId() == IID_IPartFont);
-    EXPECT_EQ(filter->ResourceUri(), L"/Resources/Fonts/stamp.ttf");
-    const std::string bytes = FileBytes(kDejaVu);
-    EXPECT_EQ(std::string(filter->ResourceBytes().begin(), filter->ResourceBytes().end()), bytes);
-}
-
-TEST(StampConfiguration, BadParametersFailInitialisationAndSayWhy) {
+TEST(StampConfiguration, FromTheFilterParameters) {
     const fs::path dir = WorkDir("stamp_config");
     std::ofstream(dir / "notes.txt") << "text";
     std::ofstream(dir / "empty.png");
-    struct Case {
+    const std::vector<unsigned char> png = StampFilter::MakeStampImage();
+    const HRESULT notFound = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
+    const struct {
+        const char* name;
         std::string file;
         std::wstring uri;
         HRESULT expected;
-        const char* reason;
+        std::string result;  // the resource's bytes, or the reason given for the failure
+        std::wstring resourceUri = L"";
+        bool font = false;
+    } rows[] = {
+        {"default", "", L"", S_OK, {png.begin(), png.end()}, L"/Resources/Stamp/stamp.png"},
+        {"font", kDejaVu, L"/Resources/Fonts/stamp.ttf", S_OK, toolrunner::ReadFile(kDejaVu),
+         L"/Resources/Fonts/stamp.ttf", true},
+        {"not_an_image", (dir / "notes.txt").string(), L"", E_INVALIDARG, "neither an image"},
+        {"missing", (dir / "missing.png").string(), L"", notFound, "cannot be opened"},
+        {"empty", (dir / "empty.png").string(), L"", E_INVALIDARG, "is empty"},
+        {"relative", "", L"Resources/relative.png", E_INVALIDARG, "not an absolute part name"},
+        {"dot_dot", "", L"/Resources/../up.png", E_INVALIDARG, "not an absolute part name"},
+        {"space", "", L"/Resources/sp ace.png", E_INVALIDARG, "not an absolute part name"},
     };
-    for (const Case& bad :
-         {Case{(dir / "notes.txt").string(), L"", E_INVALIDARG, "neither an image"},
-          Case{(dir / "missing.png").string(), L"", HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND),
-               "cannot be opened"},
-          Case{(dir / "empty.png").string(), L"", E_INVALIDARG, "is empty"},
-          Case{"", L"Resources/relative.png", E_INVALIDARG, "not an absolute part name"},
-          Case{"", L"/Resources/../up.png", E_INVALIDARG, "not an absolute part name"},
-          Case{"", L"/Resources/sp ace.png", E_INVALIDARG, "not an absolute part name"}}) {
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
         FakeJob job;
-        if (!bad.file.empty()) job.SetParameter(L"File", platform::Utf8ToWide(bad.file).c_str());
-        if (!bad.uri.empty()) job.SetParameter(L"Uri", bad.uri.c_str());
-        CComPtr<StampFilter> filter;
+        if (!row.file.empty()) job.SetParameter(L"File", platform::Utf8ToWide(row.file).c_str());
+        if (!row.uri.empty()) job.SetParameter(L"Uri", row.uri.c_str());
+        CComPtr<StampFilter> filter = Make<StampFilter>();
         platform::DebugOutputCapture capture;
-        EXPECT_EQ(Configure(job, filter), bad.expected) << bad.file;
-        EXPECT_NE(capture.Text().find(bad.reason), std::string::npos) << capture.Text();
+        ASSERT_EQ(job.Initialize(filter), row.expected);
+        if (FAILED(row.expected)) {
+            EXPECT_NE(capture.Text().find(row.result), std::string::npos) << capture.Text();
+            continue;
+        }
+        EXPECT_EQ(filter->ResourceUri(), row.resourceUri);
+        EXPECT_EQ(std::string(filter->ResourceBytes().begin(), filter->ResourceBytes().end()),
+                  row.result);
+        EXPECT_TRUE(filter->GetPartInterfaceId() == (row.font ? IID_IPartFont : IID_IPartImage));
+        CComBSTR key;
+        ASSERT_EQ(filter->GetKeyName(&key), S_OK);
+        EXPECT_EQ(platform::WideToUtf8(key.m_str),
+                  "stamp:" + platform::WideToUtf8(row.resourceUri));
+        EXPECT_EQ(filter->GetKeyName(nullptr), E_POINTER);
+        EXPECT_EQ(filter->GetResourceUri(nullptr), E_POINTER);
     }
 }
 
@@ -166,45 +151,27 @@ TEST(StampFilterObject, APageThatRefusesTheResourceStopsTheJob) {
 
 TEST(StampJobs, AFontIsWrittenOnceForEveryPageOfAMultiPageJob) {
     const std::string input = testpackages::CorpusFile("winprintrs_data.xps");
-    const fs::path dir = WorkDir("stamp_font");
-    const std::string output = (dir / "out.xps").string();
-    const std::string config = WriteConfig(
-        dir, {{"name=\"stamp\" dll=\"" + ModulePath("stamp") + "\"", {{"File", kDejaVu}}}});
-    Outcome run = RunTool({"run", "-q", "--pipeline", config, input, output});
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    outputpackage::Package package(output);
+    const JobRun run = RunFilters(
+        "stamp_font", input,
+        {{"name=\"stamp\" dll=\"" + ModulePath("stamp") + "\"", {{"File", kDejaVu}}}});
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
     const std::vector<std::string> pages = package.Pages();
     ASSERT_EQ(pages.size(), 4u);
     for (const std::string& page : pages) {
-        bool attached = false;
-        for (const auto& relationship : package.Relationships(page)) {
-            attached = attached || (outputpackage::IsResourceRel(relationship.type) &&
-                                    relationship.target == "/Resources/Stamp/DejaVuSans.ttf");
-        }
-        EXPECT_TRUE(attached) << page;
+        EXPECT_EQ(package.ResourceLinks(page, "/Resources/Stamp/DejaVuSans.ttf"), 1) << page;
     }
     EXPECT_EQ(package.ItemCount("/Resources/Stamp/DejaVuSans.ttf"), 1);
-    EXPECT_EQ(package.Part("/Resources/Stamp/DejaVuSans.ttf"), FileBytes(kDejaVu));
-
-    const std::vector<std::string> expected = toolrunner::Render(input, dir / "in");
-    const std::vector<std::string> actual = toolrunner::Render(output, dir / "out");
-    ASSERT_FALSE(expected.empty());
-    ASSERT_EQ(actual.size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_TRUE(actual[i] == expected[i]) << "page " << i + 1 << " differs";
-    }
+    EXPECT_EQ(package.Part("/Resources/Stamp/DejaVuSans.ttf"), toolrunner::ReadFile(kDejaVu));
 }
 
 TEST(StampJobs, TwoStampsOfOneJobAreTwoParts) {
-    const std::string input = testpackages::CorpusFile("tika_testPPT.xps");
-    const fs::path dir = WorkDir("stamp_two");
-    const std::string output = (dir / "out.xps").string();
-    const std::string config = WriteConfig(
-        dir, {{"name=\"one\" builtin=\"stamp\"", {}},
-              {"name=\"two\" builtin=\"stamp\"", {{"Uri", "/Resources/Stamp/second.png"}}}});
-    Outcome run = RunTool({"run", "-q", "--pipeline", config, input, output});
-    ASSERT_EQ(run.exitCode, 0) << run.output;
-    outputpackage::Package package(output);
+    const JobRun run = RunFilters(
+        "stamp_two", testpackages::CorpusFile("tika_testPPT.xps"),
+        {{"name=\"one\" builtin=\"stamp\"", {}},
+         {"name=\"two\" builtin=\"stamp\"", {{"Uri", "/Resources/Stamp/second.png"}}}});
+    ASSERT_EQ(run.outcome.exitCode, 0) << run.outcome.output;
+    outputpackage::Package package(run.output);
     EXPECT_EQ(package.ItemCount("/Resources/Stamp/stamp.png"), 1);
     EXPECT_EQ(package.ItemCount("/Resources/Stamp/second.png"), 1);
     EXPECT_EQ(package.Part("/Resources/Stamp/second.png"),

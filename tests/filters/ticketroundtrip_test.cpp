@@ -10,22 +10,18 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
-#include <algorithm>
 #include <cstring>
-#include <cctype>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "../pipelinehost/testpackages.h"
 #include "filterpipeline/filterutilities/pagemediasizeptpchelper.h"
 #include "filterpipeline/filterutilities/printschema.h"
 #include "filterpipeline/filterutilities/printticketeditor.h"
 #include "filterpipeline/filterutilities/xpsfilterbase.h"
 #include "filtertesting.h"
-#include "pipelinehost/jobrunner.h"
+#include "hostjob.h"
 #include "platform/com/com.h"
 #include "platform/com/unicode.h"
 #include "platform/prntvpt/prntvpt.h"
@@ -35,7 +31,6 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace tp = testpackages;
-using namespace pipelinehost;
 
 const std::string kKeywords =
     "http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords";
@@ -117,47 +112,18 @@ private:
     }
 };
 
-// The PrintTicket part attached to each part of a package, by relationship.
-std::map<std::string, std::string> TicketsByPart(const std::vector<tp::Item>& items) {
+// The PrintTicket part attached to each part of a package that has one, by relationship.
+std::map<std::string, std::string> TicketsByPart(const outputpackage::Package& package) {
     std::map<std::string, std::string> tickets;
-    for (const tp::Item& item : items) {
-        const std::string marker = "_rels/";
-        const std::size_t at = item.name.rfind(marker);
-        if (at == std::string::npos || item.name.size() < 5 ||
-            item.name.compare(item.name.size() - 5, 5, ".rels") != 0) {
-            continue;
-        }
-        const std::string folder = item.name.substr(0, at);
+    for (const std::string& rels : package.PartNames()) {
+        const std::size_t at = rels.rfind("/_rels/");
+        if (at == std::string::npos || !rels.ends_with(".rels")) continue;
         const std::string source =
-            folder + item.name.substr(at + marker.size(), item.name.size() - at - 11);
-        ticketcheck::Doc rels = ticketcheck::ParseStrict(item.content);
-        if (!rels) continue;
-        for (xmlNode* r = xmlDocGetRootElement(rels.get())->children; r != nullptr; r = r->next) {
-            if (r->type != XML_ELEMENT_NODE) continue;
-            xmlChar* type = xmlGetProp(r, ticketcheck::X("Type"));
-            xmlChar* target = xmlGetProp(r, ticketcheck::X("Target"));
-            // The MS XPS and OpenXPS relationship types both end so.
-            const std::string kind = ticketcheck::S(type);
-            const bool ticketRelationship =
-                kind.size() > 12 && kind.compare(kind.size() - 12, 12, "/printticket") == 0;
-            if (ticketRelationship && !tickets.count(source)) {
-                std::string path = ticketcheck::S(target);
-                path = path[0] == '/' ? path.substr(1)
-                                      : (fs::path(folder) / path).lexically_normal().string();
-                tickets[source] = path;
-            }
-            xmlFree(type);
-            xmlFree(target);
-        }
+            rels.substr(0, at + 1) + rels.substr(at + 7, rels.size() - at - 12);
+        const std::string ticket = package.TicketOf(source);
+        if (!ticket.empty()) tickets[source] = ticket;
     }
     return tickets;
-}
-
-std::string Content(const std::vector<tp::Item>& items, const std::string& name) {
-    for (const tp::Item& item : items) {
-        if (item.name == name) return item.content;
-    }
-    return {};
 }
 
 // The selected option of a root Feature, as an expanded name; "" when absent.
@@ -208,13 +174,13 @@ std::string MergedOntoDefault(const std::string& ticket) {
     SysFreeString(error);
     PTCloseProvider(provider);
     EXPECT_TRUE(SUCCEEDED(hr)) << std::hex << hr;
-    std::string bytes;
     LARGE_INTEGER zero{};
     result->Seek(zero, STREAM_SEEK_SET, nullptr);
-    char buffer[4096];
+    std::string bytes(1 << 20, '\0');
     ULONG got = 0;
-    while (SUCCEEDED(result->Read(buffer, sizeof buffer, &got)) && got != 0)
-        bytes.append(buffer, got);
+    EXPECT_TRUE(SUCCEEDED(result->Read(bytes.data(), static_cast<ULONG>(bytes.size()), &got)));
+    EXPECT_LT(got, bytes.size()) << "the merged ticket is larger than expected";
+    bytes.resize(got);
     return bytes;
 }
 
@@ -258,10 +224,7 @@ void CheckWrittenTicket(const std::string& written, const std::string& input) {
     ByteBuffer data;
     ticket.GetJobZorunDriverDataFromPrintTicket(data);
     EXPECT_EQ(data, DriverData());
-    CComBSTR media;
-    EXPECT_EQ(ticket.GetFeatureOption(L"PageMediaSize", &media), S_OK);
-    EXPECT_EQ(platform::WideToUtf8(media.m_str == nullptr ? L"" : media.m_str),
-              "UserForm_258_1000x2000");
+    EXPECT_EQ(filtertesting::FeatureOption(written, L"PageMediaSize"), "UserForm_258_1000x2000");
 
     // And the typed view of a page that carries it.
     PrintTicketManager manager;
@@ -319,33 +282,21 @@ TEST_P(TicketRoundTrip, EditedTicketsReadBackWhole) {
                                         std::string(FU_CORPUS_DIR) + "/tickets/" + row.name))
                                   : tp::CorpusFile(row.name);
 
-    FilterRegistry registry;
-    registry.AddBuiltin("edit", [](IPrintPipelineFilter** filter) {
-        *filter = new EditingFilter();
-        return S_OK;
-    });
-    PipelineConfig config;
-    FilterEntry entry;
-    entry.name = "edit";
-    entry.builtin = "edit";
-    config.filters.push_back(entry);
-    JobOptions options;
-    options.input = input;
-    options.output = tp::TempPath("edited.xps");
-    const JobResult result = RunJob(config, registry, options);
-    ASSERT_TRUE(result.succeeded) << (result.error ? result.error->what() : "");
+    hostjob::HostJob job;
+    job.AddNew<EditingFilter>();
+    job.Go(input);
+    ASSERT_TRUE(job.result.succeeded) << job.Error();
 
-    const std::vector<tp::Item> in = tp::ReadZip(input);
-    const std::vector<tp::Item> out = tp::ReadZip(options.output);
+    const outputpackage::Package in(input);
+    const outputpackage::Package out(job.output);
     const auto inputTickets = TicketsByPart(in);
     const auto outputTickets = TicketsByPart(out);
     ASSERT_FALSE(outputTickets.empty());
     for (const auto& [part, ticket] : outputTickets) {
         SCOPED_TRACE(part + " -> " + ticket);
         const auto before = inputTickets.find(part);
-        CheckWrittenTicket(Content(out, ticket), before == inputTickets.end()
-                                                     ? std::string()
-                                                     : Content(in, before->second));
+        CheckWrittenTicket(out.Part(ticket),
+                           before == inputTickets.end() ? std::string() : in.Part(before->second));
     }
 }
 

@@ -13,17 +13,15 @@
 #include <vector>
 
 #include "../pipelinehost/testfilters.h"
-#include "../pipelinehost/testpackages.h"
 #include "filterpipeline/filterutilities/xpsfilterbase.h"
+#include "hostjob.h"
 #include "outputpackage.h"
-#include "pipelinehost/jobrunner.h"
 #include "platform/com/comobject.h"
 #include "platform/com/unicode.h"
 
 namespace {
 
 using namespace pipelinehost;
-namespace tp = testpackages;
 
 struct Log {
     std::mutex mutex;
@@ -91,96 +89,17 @@ private:
     PageHook m_onPage;
 };
 
-std::string OrientationTicket(const char* option) {
-    return std::string(
-               "<psf:PrintTicket "
-               "xmlns:psf=\"http://schemas.microsoft.com/windows/2003/08/printing/"
-               "printschemaframework\" "
-               "xmlns:psk=\"http://schemas.microsoft.com/windows/2003/08/printing/"
-               "printschemakeywords\" version=\"1\">"
-               "<psf:Feature name=\"psk:PageOrientation\"><psf:Option name=\"psk:") +
-           option + "\"/></psf:Feature></psf:PrintTicket>";
-}
-
-// Two documents of two and three pages. The job's ticket says portrait, the second document's
-// landscape; page 2 of document 1 says landscape and page 1 of document 2 portrait; the other
-// pages carry no ticket of their own.
-std::string TwoDocumentJob() {
-    std::vector<tp::Entry> entries = {
-        {"[Content_Types].xml", tp::kContentTypes},
-        {"_rels/.rels", tp::Rels({{tp::kStartRel, "/FixedDocumentSequence.fdseq"}})},
-        {"FixedDocumentSequence.fdseq",
-         tp::Sequence({"Documents/1/FixedDocument.fdoc", "Documents/2/FixedDocument.fdoc"})},
-        {"_rels/FixedDocumentSequence.fdseq.rels",
-         tp::Rels({{tp::kTicketRel, "Metadata/Job_PT.xml"}})},
-        {"Metadata/Job_PT.xml", OrientationTicket("Portrait")},
-        {"Documents/2/_rels/FixedDocument.fdoc.rels",
-         tp::Rels({{tp::kTicketRel, "Metadata/Document_PT.xml"}})},
-        {"Documents/2/Metadata/Document_PT.xml", OrientationTicket("Landscape")},
-        {"Documents/1/Metadata/Page2_PT.xml", OrientationTicket("Landscape")},
-        {"Documents/2/Metadata/Page1_PT.xml", OrientationTicket("Portrait")},
-    };
-    for (int document = 1; document <= 2; ++document) {
-        const std::string folder = "Documents/" + std::to_string(document) + "/";
-        std::vector<std::string> pages;
-        for (int i = 1; i <= document + 1; ++i) {
-            const std::string page = "Pages/" + std::to_string(i) + ".fpage";
-            pages.push_back(page);
-            entries.push_back({folder + page, tp::Page()});
-            if ((document == 1 && i == 2) || (document == 2 && i == 1)) {
-                entries.push_back(
-                    {folder + "Pages/_rels/" + std::to_string(i) + ".fpage.rels",
-                     tp::Rels(
-                         {{tp::kTicketRel, "../Metadata/Page" + std::to_string(i) + "_PT.xml"}})});
-            }
-        }
-        entries.push_back({folder + "FixedDocument.fdoc", tp::Document(pages)});
-    }
-    static int jobs = 0;
-    return tp::WriteZip("walker_job" + std::to_string(++jobs) + ".xps", entries);
-}
-
-// A chain of filters registered as built-ins named f0, f1, ... and the job's outcome.
-struct HostJob {
-    FilterRegistry registry;
-    PipelineConfig config;
-    JobResult result;
-    std::string output;
-
-    void Add(FilterFactory factory) {
-        const std::string name = "f" + std::to_string(config.filters.size());
-        registry.AddBuiltin(name, std::move(factory));
-        FilterEntry entry;
-        entry.name = name;
-        entry.builtin = name;
-        config.filters.push_back(entry);
-    }
+// A host job of probes (and feeds: filters written against the bare interfaces, placed before a
+// probe to shape its input) over the two-document job of two and three pages.
+struct WalkJob : hostjob::HostJob {
+    WalkJob() { options.queueCapacity = 1; }
     void AddProbe(std::shared_ptr<Log> log, ProbeFilter::PageHook onPage = {}) {
-        Add([log, onPage](IPrintPipelineFilter** filter) {
-            *filter = new ProbeFilter(log, onPage);
-            return S_OK;
-        });
+        AddNew<ProbeFilter>(log, onPage);
     }
-    // A filter written against the bare interfaces, placed before a probe to shape its input.
     void AddFeed(testfilters::Mode mode) {
-        Add([mode](IPrintPipelineFilter** filter) {
-            *filter = new testfilters::TestFilter(mode, std::make_shared<testfilters::Observed>());
-            return S_OK;
-        });
+        AddNew<testfilters::TestFilter>(mode, std::make_shared<testfilters::Observed>());
     }
-
-    void Go(const std::string& input) {
-        static int outputs = 0;
-        output = tp::TempPath("walker_out" + std::to_string(++outputs) + ".xps");
-        JobOptions options;
-        options.input = input;
-        options.output = output;
-        options.queueCapacity = 1;
-        result = RunJob(config, registry, options);
-    }
-
-    bool OutputExists() const { return std::filesystem::exists(output); }
-    std::string Error() const { return result.error ? result.error->what() : std::string(); }
+    void Go() { HostJob::Go(hostjob::TwoDocumentJob(2, 3)); }
 };
 
 // Every filter was told to shut down once and reported completion. A filter's report from its
@@ -201,10 +120,10 @@ const std::vector<std::string> kWalkOfTheTwoDocumentJob = {
 TEST(WalkerOnTheHost, HandlersSeeJobWideCountersAndInheritedTicketsInEveryFilter) {
     auto first = std::make_shared<Log>();
     auto second = std::make_shared<Log>();
-    HostJob run;
+    WalkJob run;
     run.AddProbe(first);
     run.AddProbe(second);
-    run.Go(TwoDocumentJob());
+    run.Go();
     ASSERT_TRUE(run.result.succeeded) << run.Error();
     EXPECT_EQ(run.result.pages, 5u);
     EXPECT_EQ(first->Events(), kWalkOfTheTwoDocumentJob);
@@ -223,10 +142,10 @@ TEST(WalkerOnTheHost, HandlersSeeJobWideCountersAndInheritedTicketsInEveryFilter
 
 TEST(WalkerOnTheHost, AnEmptyInputFinalisesOnceAndTheJobFailsWithoutOutput) {
     auto log = std::make_shared<Log>();
-    HostJob run;
+    WalkJob run;
     run.AddFeed(testfilters::Mode::EmptyOutput);
     run.AddProbe(log);
-    run.Go(TwoDocumentJob());
+    run.Go();
     EXPECT_EQ(log->Events(), std::vector<std::string>{"finalize"});
     ASSERT_EQ(run.result.filters.size(), 2u);
     EXPECT_EQ(run.result.filters[1].startResult, S_OK);
@@ -238,10 +157,10 @@ TEST(WalkerOnTheHost, AnEmptyInputFinalisesOnceAndTheJobFailsWithoutOutput) {
 
 TEST(WalkerOnTheHost, APartOfNoWalkedKindIsForwardedWithoutAHandler) {
     auto log = std::make_shared<Log>();
-    HostJob run;
+    WalkJob run;
     run.AddFeed(testfilters::Mode::ExtraPart);
     run.AddProbe(log);
-    run.Go(TwoDocumentJob());
+    run.Go();
     ASSERT_TRUE(run.result.succeeded) << run.Error();
     EXPECT_EQ(log->Events(), kWalkOfTheTwoDocumentJob);
     outputpackage::Package out(run.output);
@@ -252,11 +171,11 @@ TEST(WalkerOnTheHost, APartOfNoWalkedKindIsForwardedWithoutAHandler) {
 TEST(WalkerOnTheHost, AHandlerFailureStopsTheJobAndNamesTheFilter) {
     auto log = std::make_shared<Log>();
     auto after = std::make_shared<Log>();
-    HostJob run;
+    WalkJob run;
     run.AddProbe(log,
                  [](ProbeFilter& self) { return self.PageCount() == 2 ? E_ACCESSDENIED : S_OK; });
     run.AddProbe(after);
-    run.Go(TwoDocumentJob());
+    run.Go();
     EXPECT_FALSE(run.result.succeeded);
     EXPECT_FALSE(run.OutputExists());
     EXPECT_NE(run.Error().find("\"f0\""), std::string::npos) << run.Error();
@@ -275,13 +194,13 @@ TEST(WalkerOnTheHost, AHandlerFailureStopsTheJobAndNamesTheFilter) {
 TEST(WalkerOnTheHost, AShutdownDuringAHandlerEndsTheWalkQuietly) {
     auto log = std::make_shared<Log>();
     bool delivered = false;
-    HostJob run;
+    WalkJob run;
     run.AddProbe(log, [&delivered](ProbeFilter& self) {
         if (self.PageCount() == 3) delivered = self.StopJobAndWait(E_ABORT);
         return S_OK;
     });
     run.AddProbe(std::make_shared<Log>());
-    run.Go(TwoDocumentJob());
+    run.Go();
     EXPECT_TRUE(delivered);
     EXPECT_FALSE(run.result.succeeded);
     EXPECT_FALSE(run.OutputExists());

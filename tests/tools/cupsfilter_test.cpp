@@ -8,12 +8,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "../filters/outputpackage.h"
 #include "toolrunner.h"
 
 namespace {
@@ -39,9 +39,9 @@ void LinkEntries(const fs::path& from, const fs::path& to) {
     }
 }
 
-// A CUPS configuration in `dir`: the system's filters and MIME files with the build tree's
-// beside them. Returns the cups-files.conf to give cupsfilter with -c.
-fs::path CupsConfiguration(const fs::path& dir) {
+// The system's filters and MIME files with the build tree's beside them, in `dir`'s serverbin
+// and data folders.
+void LinkCupsFiles(const fs::path& dir) {
     LinkEntries("/usr/lib/cups/filter", dir / "serverbin/filter");
     fs::create_symlink(kFilter, dir / "serverbin/filter/filterutilities-xps");
     LinkEntries("/usr/share/cups/mime", dir / "data/mime");
@@ -49,6 +49,11 @@ fs::path CupsConfiguration(const fs::path& dir) {
         fs::create_symlink(fs::path(FU_BINARY_DIR) / "share/cups/mime" / name,
                            dir / "data/mime" / name);
     }
+}
+
+// A CUPS configuration in `dir` for cupsfilter -c: its cups-files.conf.
+fs::path CupsConfiguration(const fs::path& dir) {
+    LinkCupsFiles(dir);
     fs::create_directories(dir / "root");
     fs::create_directories(dir / "tmp");
     fs::path conf = dir / "cups-files.conf";
@@ -58,61 +63,16 @@ fs::path CupsConfiguration(const fs::path& dir) {
     return conf;
 }
 
-std::string Attribute(const std::string& element, const std::string& name) {
-    std::smatch match;
-    std::regex pattern("\\b" + name + "\\s*=\\s*\"([^\"]*)\"");
-    return std::regex_search(element, match, pattern) ? match[1].str() : "";
-}
-
-// The target of the relationship of `type` (its last segment) in a .rels part, resolved against
-// the folder of the part the relationships belong to.
-std::string Target(const std::string& rels, const std::string& type, const std::string& folder) {
-    std::regex relationship("<Relationship\\b[^>]*>");
-    for (auto it = std::sregex_iterator(rels.begin(), rels.end(), relationship);
-         it != std::sregex_iterator(); ++it) {
-        std::string element = it->str();
-        std::string relType = Attribute(element, "Type");
-        if (relType.size() >= type.size() &&
-            relType.compare(relType.size() - type.size(), type.size(), type) == 0) {
-            std::string target = Attribute(element, "Target");
-            return target.front() == '/' ? target.substr(1) : folder + target;
-        }
-    }
-    return "";
-}
-
-// The job ticket of an XPS package: the PrintTicket of its fixed document sequence.
-std::string JobTicket(const std::string& package) {
-    std::map<std::string, std::string> items;
-    for (testpackages::Item& item : testpackages::ReadZip(package)) {
-        items[item.name] = std::move(item.content);
-    }
-    std::string sequence = Target(items["_rels/.rels"], "/fixedrepresentation", "");
-    std::size_t slash = sequence.rfind('/');
-    std::string folder = slash == std::string::npos ? "" : sequence.substr(0, slash + 1);
-    std::string name = sequence.substr(folder.size());
-    std::string ticket = Target(items[folder + "_rels/" + name + ".rels"], "/printticket", folder);
-    EXPECT_FALSE(ticket.empty()) << package << ": the sequence " << sequence << " has no ticket";
-    return items[ticket];
-}
-
-// What `xpsfilter ticket show` reads from a job's ticket (the filter library's view).
+// What `xpsfilter ticket show` reads from a job's ticket, the PrintTicket of its fixed document
+// sequence (the filter library's view).
 std::string ShowJobTicket(const std::string& package, const fs::path& dir) {
-    fs::path ticket = dir / "job-ticket.xml";
-    WriteText(ticket, JobTicket(package));
-    Outcome shown = RunTool({"ticket", "show", ticket.string()});
+    const outputpackage::Package job(package);
+    const std::string ticket = job.TicketOf(job.SequenceName());
+    EXPECT_FALSE(ticket.empty()) << package << ": the sequence has no ticket";
+    WriteText(dir / "job-ticket.xml", job.Part(ticket));
+    Outcome shown = RunTool({"ticket", "show", (dir / "job-ticket.xml").string()});
     EXPECT_EQ(shown.exitCode, 0) << shown.output;
     return shown.output;
-}
-
-void ExpectRendersLike(const std::string& input, const std::string& output, const fs::path& dir) {
-    std::vector<std::string> before = Render(input, dir / "before");
-    std::vector<std::string> after = Render(output, dir / "after");
-    ASSERT_FALSE(before.empty()) << input;
-    ASSERT_EQ(before.size(), after.size());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        EXPECT_TRUE(before[i] == after[i]) << "page " << i + 1 << " renders differently";
-    }
 }
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -130,59 +90,34 @@ void ExpectCupsMessages(const std::string& err) {
     }
 }
 
-bool IsEmptyFolder(const fs::path& dir) {
-    return fs::is_empty(dir);
-}
-
 // Through cupsfilter, the way the scheduler would run the sample printer's queue: the PPD's
 // *cupsFilter2 line picks the filter (-e), copies come as the copies argument (-n 3).
-struct CupsfilterCase {
-    std::string name;
-    std::string job;
-};
-
-void PrintTo(const CupsfilterCase& job, std::ostream* out) {
-    *out << job.name;
+// The sample job carries a job ticket, the corpus job none.
+TEST(Cupsfilter, OptionsReachTheJobTicketAndPagesRenderAsBefore) {
+    for (const auto& [name, input] : std::vector<std::pair<std::string, std::string>>{
+             {"sample_job_with_job_ticket", kSampleJob},
+             {"corpus_job_without_job_ticket", testpackages::CorpusFile("tika_testPPT.xps")}}) {
+        SCOPED_TRACE(name);
+        const fs::path dir = WorkDir("cupsfilter-" + name);
+        fs::path conf = CupsConfiguration(dir);
+        fs::path output = dir / "out.xps";
+        SplitOutcome run =
+            ShellSplit(kCupsfilter + " -c " + Quote(conf.string()) + " -e -p " + Quote(kPpd) +
+                           " -m printer/zorun -n 3 -o media=A5 -o sides=two-sided-long-edge"
+                           " -o orientation-requested=4 -o job-uuid=urn:uuid:1 " +
+                           Quote(input) + " > " + Quote(output.string()),
+                       dir / "err.txt");
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        ExpectContains(run.err, {"INFO: filterutilities-xps (PID", "PAGE: 1 3\n",
+                                 "DEBUG: option job-uuid=urn:uuid:1 has no PrintTicket setting"});
+        ExpectContains(ShowJobTicket(output.string(), dir),
+                       {"psk:PageMediaSize = psk:ISOA5", "psk:MediaSizeWidth = 148000",
+                        "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge",
+                        "psk:PageOrientation = psk:Landscape", "psk:JobCopiesAllDocuments = 3"});
+        ExpectRendersAlike(input, output.string(), dir);
+        EXPECT_TRUE(fs::is_empty(dir / "tmp"));
+    }
 }
-
-class CupsfilterTest : public ::testing::TestWithParam<CupsfilterCase> {};
-
-TEST_P(CupsfilterTest, OptionsReachTheJobTicketAndPagesRenderAsBefore) {
-    const CupsfilterCase& job = GetParam();
-    fs::path dir = WorkDir("cupsfilter-" + job.name);
-    fs::path conf = CupsConfiguration(dir);
-    fs::path output = dir / "out.xps";
-    SplitOutcome run =
-        ShellSplit(kCupsfilter + " -c " + Quote(conf.string()) + " -e -p " + Quote(kPpd) +
-                       " -m printer/zorun -n 3 -o media=A5 -o sides=two-sided-long-edge"
-                       " -o orientation-requested=4 -o job-uuid=urn:uuid:1 " +
-                       Quote(job.job) + " > " + Quote(output.string()),
-                   dir / "err.txt");
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_NE(run.err.find("INFO: filterutilities-xps (PID"), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("PAGE: 1 3\n"), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("DEBUG: option job-uuid=urn:uuid:1 has no PrintTicket setting"),
-              std::string::npos)
-        << run.err;
-
-    std::string shown = ShowJobTicket(output.string(), dir);
-    EXPECT_NE(shown.find("psk:PageMediaSize = psk:ISOA5"), std::string::npos) << shown;
-    EXPECT_NE(shown.find("psk:MediaSizeWidth = 148000"), std::string::npos) << shown;
-    EXPECT_NE(shown.find("psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge"),
-              std::string::npos)
-        << shown;
-    EXPECT_NE(shown.find("psk:PageOrientation = psk:Landscape"), std::string::npos) << shown;
-    EXPECT_NE(shown.find("psk:JobCopiesAllDocuments = 3"), std::string::npos) << shown;
-    ExpectRendersLike(job.job, output.string(), dir);
-    EXPECT_TRUE(IsEmptyFolder(dir / "tmp"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Jobs, CupsfilterTest,
-                         ::testing::Values(CupsfilterCase{"sample_job_with_job_ticket", kSampleJob},
-                                           CupsfilterCase{
-                                               "corpus_job_without_job_ticket",
-                                               testpackages::CorpusFile("tika_testPPT.xps")}),
-                         [](const auto& info) { return info.param.name; });
 
 // The MIME files: a package named .oxps is OpenXPS, recognised by its content as an XPS package,
 // and reaches the filter through the .convs line to application/vnd.cups-xps (no -e); so do the
@@ -195,7 +130,7 @@ TEST(CupsfilterMime, OpenXpsGoesThroughTheConversionsFile) {
     Outcome listed = Shell(kCupsfilter + " -c " + Quote(conf.string()) + " -p " + Quote(kPpd) +
                            " -m application/vnd.cups-xps --list-filters " + Quote(job.string()));
     EXPECT_EQ(listed.exitCode, 0) << listed.output;
-    EXPECT_NE(listed.output.find("filterutilities-xps"), std::string::npos) << listed.output;
+    ExpectContains(listed.output, {"filterutilities-xps"});
 
     fs::path output = dir / "out.xps";
     SplitOutcome run =
@@ -204,9 +139,9 @@ TEST(CupsfilterMime, OpenXpsGoesThroughTheConversionsFile) {
                        " > " + Quote(output.string()),
                    dir / "err.txt");
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_NE(run.err.find("CONTENT_TYPE=application/oxps"), std::string::npos) << run.err;
-    std::string shown = ShowJobTicket(output.string(), dir);
-    EXPECT_NE(shown.find("psk:PageMediaSize = psk:NorthAmericaLetter"), std::string::npos) << shown;
+    ExpectContains(run.err, {"CONTENT_TYPE=application/oxps"});
+    ExpectContains(ShowJobTicket(output.string(), dir),
+                   {"psk:PageMediaSize = psk:NorthAmericaLetter"});
 
     // Every real-world package of the corpus is recognised by its content.
     for (const auto& entry : fs::directory_iterator(std::string(FU_CORPUS_DIR) + "/xps")) {
@@ -217,14 +152,10 @@ TEST(CupsfilterMime, OpenXpsGoesThroughTheConversionsFile) {
     }
 
     // A ZIP that is not an XPS package is not taken for one.
-    fs::path other = dir / "archive.zip";
-    ASSERT_EQ(Shell("cd " + Quote(dir.string()) + " && python3 -c " +
-                    Quote("import zipfile; zipfile.ZipFile('archive.zip', 'w').writestr("
-                          "'word/document.xml', '<w/>')"))
-                  .exitCode,
-              0);
+    const std::string other =
+        testpackages::WriteZip("archive.zip", {{"word/document.xml", "<w/>"}});
     Outcome refused = Shell(kCupsfilter + " -c " + Quote(conf.string()) + " -p " + Quote(kPpd) +
-                            " -m application/vnd.cups-xps " + Quote(other.string()));
+                            " -m application/vnd.cups-xps " + Quote(other));
     EXPECT_NE(refused.exitCode, 0) << refused.output;
 }
 
@@ -239,21 +170,14 @@ public:
         for (const char* folder : {"etc/ppd", "spool/tmp", "run", "cache", "log", "out"}) {
             fs::create_directories(dir / folder);
         }
-        LinkEntries("/usr/lib/cups/filter", dir / "serverbin/filter");
-        fs::create_symlink(kFilter, dir / "serverbin/filter/filterutilities-xps");
+        LinkCupsFiles(dir);
         for (const char* folder : {"backend", "daemon", "monitor", "notifier"}) {
             fs::create_symlink(fs::path("/usr/lib/cups") / folder, dir / "serverbin" / folder);
         }
-        fs::create_directories(dir / "data");
         for (const auto& entry : fs::directory_iterator("/usr/share/cups")) {
             if (entry.path().filename() != "mime") {
                 fs::create_symlink(entry.path(), dir / "data" / entry.path().filename());
             }
-        }
-        LinkEntries("/usr/share/cups/mime", dir / "data/mime");
-        for (const char* name : {"filterutilities.types", "filterutilities.convs"}) {
-            fs::create_symlink(fs::path(FU_BINARY_DIR) / "share/cups/mime" / name,
-                               dir / "data/mime" / name);
         }
         // Filters run as the scheduler's user (lp): they write in the temporary folder, and the
         // file: device writes in out/.
@@ -314,16 +238,12 @@ TEST(CupsQueue, LpPrintsThroughTheSamplePpd) {
     ASSERT_NE(completed.output.find("zorun-"), std::string::npos)
         << scheduler.Client("/usr/bin/lpstat -l -o").output << ReadFile(dir / "log/error_log");
 
-    std::string shown = ShowJobTicket(device.string(), dir);
-    for (const char* expected :
-         {"psk:PageMediaSize = psk:ISOA5",
-          "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge",
-          "psk:PageOrientation = psk:Landscape", "psk:JobCopiesAllDocuments = 2"}) {
-        EXPECT_NE(shown.find(expected), std::string::npos) << expected << "\n" << shown;
-    }
-    ExpectRendersLike(kSampleJob, device.string(), dir);
-    EXPECT_NE(ReadFile(dir / "log/page_log").find(" total 6 "), std::string::npos)
-        << ReadFile(dir / "log/page_log");
+    ExpectContains(ShowJobTicket(device.string(), dir),
+                   {"psk:PageMediaSize = psk:ISOA5",
+                    "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedLongEdge",
+                    "psk:PageOrientation = psk:Landscape", "psk:JobCopiesAllDocuments = 2"});
+    ExpectRendersAlike(kSampleJob, device.string(), dir);
+    ExpectContains(ReadFile(dir / "log/page_log"), {" total 6 "});
 }
 
 // The filter run directly, as the scheduler runs it: job on standard input, options argument.
@@ -347,22 +267,20 @@ TEST(CupsFilterProgram, JobOnStandardInputWithOptions) {
                    dir / "err.txt");
     ASSERT_EQ(run.exitCode, 0) << run.err;
     ExpectCupsMessages(run.err);
-    EXPECT_NE(run.err.find("PAGE: 3 2\n"), std::string::npos) << run.err;
-    EXPECT_TRUE(IsEmptyFolder(dir / "tmp"));
+    ExpectContains(run.err, {"PAGE: 3 2\n"});
+    EXPECT_TRUE(fs::is_empty(dir / "tmp"));
 
-    std::string shown = ShowJobTicket(output.string(), dir);
     // media wins over PageSize; a size without a keyword is a custom size.
-    for (const char* expected :
-         {"psk:PageMediaSize = psk:CustomMediaSize", "psk:PageMediaSizeMediaSizeWidth = 100000",
-          "psk:PageMediaSizeMediaSizeHeight = 150000",
-          "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedShortEdge",
-          "psk:PageOrientation = psk:Landscape", "psk:PageOutputColor = psk:Grayscale",
-          "psk:PageOutputQuality = psk:High", "psk:ResolutionX = 300", "psk:PagesPerSheet = 2",
-          "psk:DocumentPageRanges = 1-2,3", "psk:DocumentCollate = psk:Uncollated",
-          "psk:JobCopiesAllDocuments = 2"}) {
-        EXPECT_NE(shown.find(expected), std::string::npos) << expected << "\n" << shown;
-    }
-    ExpectRendersLike(kSampleJob, output.string(), dir);
+    ExpectContains(ShowJobTicket(output.string(), dir),
+                   {"psk:PageMediaSize = psk:CustomMediaSize",
+                    "psk:PageMediaSizeMediaSizeWidth = 100000",
+                    "psk:PageMediaSizeMediaSizeHeight = 150000",
+                    "psk:JobDuplexAllDocumentsContiguously = psk:TwoSidedShortEdge",
+                    "psk:PageOrientation = psk:Landscape", "psk:PageOutputColor = psk:Grayscale",
+                    "psk:PageOutputQuality = psk:High", "psk:ResolutionX = 300",
+                    "psk:PagesPerSheet = 2", "psk:DocumentPageRanges = 1-2,3",
+                    "psk:DocumentCollate = psk:Uncollated", "psk:JobCopiesAllDocuments = 2"});
+    ExpectRendersAlike(kSampleJob, output.string(), dir);
 }
 
 // Page sizes only the printer's PPD knows: one of a keyword's size (within the points' rounding),
@@ -392,8 +310,7 @@ TEST(CupsFilterProgram, PageSizesOfThePpd) {
                                           " " + Quote(kSampleJob) + " > " + Quote(output.string()),
                                       dir / "err.txt");
         ASSERT_EQ(run.exitCode, 0) << run.err;
-        std::string shown = ShowJobTicket(output.string(), dir);
-        EXPECT_NE(shown.find(expected), std::string::npos) << shown;
+        ExpectContains(ShowJobTicket(output.string(), dir), {expected});
     }
 }
 
@@ -424,10 +341,10 @@ TEST(CupsFilterProgram, BadInputGivesAnErrorAndNoOutput) {
                                           " > " + Quote(output.string()),
                                       dir / "err.txt");
         EXPECT_EQ(run.exitCode, 1) << run.err;
-        EXPECT_NE(run.err.find(input.message), std::string::npos) << run.err;
+        ExpectContains(run.err, {input.message});
         ExpectCupsMessages(run.err);
         EXPECT_EQ(fs::file_size(output), 0u);
-        EXPECT_TRUE(IsEmptyFolder(tmp));
+        EXPECT_TRUE(fs::is_empty(tmp));
     }
 
     // The command line of a CUPS filter, and nothing else.
@@ -447,35 +364,8 @@ TEST(CupsFilterProgram, BadInputGivesAnErrorAndNoOutput) {
 TEST(CupsFilterProgram, SigtermStopsTheJobCleanly) {
     fs::path dir = WorkDir("cups-direct-sigterm");
     fs::create_directories(dir / "tmp");
-    ASSERT_EQ(Shell("cd " + Quote(dir.string()) + " && python3 -c " +
-                    Quote("import zipfile\n"
-                          "X = 'http://schemas.microsoft.com/xps/2005/06'\n"
-                          "n = 10000\n"
-                          "z = zipfile.ZipFile('large.xps', 'w')\n"
-                          "z.writestr('[Content_Types].xml', '<Types xmlns=\"http://schemas."
-                          "openxmlformats.org/package/2006/content-types\"><Default Extension="
-                          "\"rels\" ContentType=\"application/vnd.openxmlformats-package."
-                          "relationships+xml\"/><Default Extension=\"fdseq\" ContentType="
-                          "\"application/vnd.ms-package.xps-fixeddocumentsequence+xml\"/>"
-                          "<Default Extension=\"fdoc\" ContentType=\"application/vnd.ms-package."
-                          "xps-fixeddocument+xml\"/><Default Extension=\"fpage\" ContentType="
-                          "\"application/vnd.ms-package.xps-fixedpage+xml\"/></Types>')\n"
-                          "z.writestr('_rels/.rels', '<Relationships xmlns=\"http://schemas."
-                          "openxmlformats.org/package/2006/relationships\"><Relationship Id="
-                          "\"R0\" Type=\"' + X + '/fixedrepresentation\" Target=\"/Seq.fdseq\"/>"
-                          "</Relationships>')\n"
-                          "z.writestr('Seq.fdseq', '<FixedDocumentSequence xmlns=\"' + X + '\">"
-                          "<DocumentReference Source=\"/Doc.fdoc\"/></FixedDocumentSequence>')\n"
-                          "z.writestr('Doc.fdoc', '<FixedDocument xmlns=\"' + X + '\">' + ''.join("
-                          "'<PageContent Source=\"/P/%d.fpage\"/>' % i for i in range(n)) + "
-                          "'</FixedDocument>')\n"
-                          "for i in range(n):\n"
-                          "    z.writestr('P/%d.fpage' % i, '<FixedPage xmlns=\"' + X + '\" "
-                          "Width=\"96\" Height=\"96\"><Path Data=\"M 1,1 L 9,9\" Stroke="
-                          "\"#000000\"/></FixedPage>')\n"
-                          "z.close()\n"))
-                  .exitCode,
-              0);
+    // A job of many pages, which takes a while to run.
+    const std::string large = testpackages::WriteZip("large.xps", testpackages::SmallJob(10000));
     const std::string err = (dir / "err.txt").string();
     const std::string out = (dir / "out.xps").string();
     // While spooling: half the job written into a FIFO that stays open.
@@ -484,26 +374,24 @@ TEST(CupsFilterProgram, SigtermStopsTheJobCleanly) {
         " < in > " + Quote(out) + " 2> " + Quote(err) + " & pid=$!; exec 3> in; head -c 4000 " +
         Quote(kSampleJob) + " >&3; for i in $(seq 100); do grep -q spooling " + Quote(err) +
         " && break; sleep 0.1; done; kill -TERM $pid; wait $pid; echo status=$?; exec 3>&-)");
-    EXPECT_NE(spooling.output.find("status=1"), std::string::npos) << spooling.output;
-    EXPECT_NE(ReadFile(err).find("INFO: job stopped (SIGTERM)"), std::string::npos)
-        << ReadFile(err);
+    ExpectContains(spooling.output, {"status=1"});
+    ExpectContains(ReadFile(err), {"INFO: job stopped (SIGTERM)"});
     EXPECT_EQ(fs::file_size(out), 0u);
-    EXPECT_TRUE(IsEmptyFolder(dir / "tmp"));
+    EXPECT_TRUE(fs::is_empty(dir / "tmp"));
 
     // While the pipeline runs: the signal comes after the first pages went out.
     Outcome running =
         Shell("cd " + Quote(dir.string()) + " && (" + FilterCommand(dir / "tmp", "") +
-              " large.xps > " + Quote(out) + " 2> " + Quote(err) +
+              " " + Quote(large) + " > " + Quote(out) + " 2> " + Quote(err) +
               " & pid=$!; for i in $(seq 200); do grep -q PAGE: " + Quote(err) +
               " && break; sleep 0.05; done; kill -TERM $pid; wait $pid; echo status=$?)");
-    EXPECT_NE(running.output.find("status=1"), std::string::npos) << running.output;
-    std::string messages = ReadFile(err);
-    EXPECT_NE(messages.find("PAGE: 1 1\n"), std::string::npos) << messages;
-    EXPECT_NE(messages.find("INFO: job stopped (SIGTERM)"), std::string::npos) << messages;
+    ExpectContains(running.output, {"status=1"});
+    const std::string messages = ReadFile(err);
+    ExpectContains(messages, {"PAGE: 1 1\n", "INFO: job stopped (SIGTERM)"});
     EXPECT_EQ(messages.find("INFO: printed"), std::string::npos) << messages;
     ExpectCupsMessages(messages);
     EXPECT_EQ(fs::file_size(out), 0u);
-    EXPECT_TRUE(IsEmptyFolder(dir / "tmp"));
+    EXPECT_TRUE(fs::is_empty(dir / "tmp"));
 }
 
 }  // namespace

@@ -2,9 +2,7 @@
 // description (and re-encodes to the same ticket), real tickets of another driver are described
 // and flagged, and bad descriptions, tickets and files give a clear message and their exit code.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -19,27 +17,26 @@ namespace fs = std::filesystem;
 
 using Outcome = toolrunner::SplitOutcome;
 using toolrunner::Quote;
+using toolrunner::ExpectContains;
 using toolrunner::ReadFile;
-
-void WriteFile(const fs::path& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary);
-    out << text;
-}
 
 class DevmodeCommand : public ::testing::Test {
 protected:
     void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        dir = fs::path(FU_BINARY_DIR) / "test-tmp" / "devmode_cli" / info->name();
-        fs::remove_all(dir);
-        fs::create_directories(dir);
+        dir = toolrunner::WorkDir(std::string("devmode_") +
+                                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
     }
-    void TearDown() override { fs::remove_all(dir); }
 
     Outcome Run(const std::vector<std::string>& args) {
-        std::string command = Quote(std::string(FU_BINARY_DIR) + "/bin/xpsfilter");
+        std::string command = Quote(toolrunner::Tool());
         for (const std::string& arg : args) command += " " + Quote(arg);
         return toolrunner::ShellSplit(command, dir / "stderr.txt");
+    }
+
+    // Writes a file of the test's folder; its path.
+    std::string Write(const std::string& name, const std::string& text) {
+        std::ofstream(dir / name, std::ios::binary) << text;
+        return Path(name);
     }
 
     std::string Path(const std::string& name) const { return (dir / name).string(); }
@@ -84,85 +81,65 @@ std::string DescriptionLines(const std::string& decoded) {
     return kept;
 }
 
-}  // namespace
 
 TEST_F(DevmodeCommand, EncodedDescriptionsDecodeAndReencodeToTheSameTicket) {
-    WriteFile(Path("d.txt"), kDescription);
-    Outcome encoded = Run({"devmode", "encode", Path("d.txt"), "-o", Path("t.xml")});
+    Outcome encoded = Run({"devmode", "encode", Write("d.txt", kDescription), "-o", Path("t.xml")});
     ASSERT_EQ(encoded.exitCode, 0) << encoded.err;
-    std::string ticket = ReadFile(Path("t.xml"));
-    EXPECT_NE(ticket.find("name=\"zk:PageDevmodeSnapshot\""), std::string::npos);
+    const std::string ticket = ReadFile(Path("t.xml"));
+    ExpectContains(ticket, {"name=\"zk:PageDevmodeSnapshot\""});
 
     Outcome decoded = Run({"devmode", "decode", Path("t.xml")});
     ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
-    const std::string& text = decoded.out;
-    for (const char* expected :
-         {"deviceName = \"Zorun Universal XPS\"", "orientation = 2", "copies = 3",
-          "layout = postscript", "coreSize = 200", "CRC stored", "match", "215 = option 7242",
-          "160 = integer -150", "216 = boolean true unspecified", "477/210/168 = option 5011",
-          "477/210/164/172 = dimension 210.5 mm", "9000 = string \"tab\\tquote\\\" \xC3\xA9\"",
-          "[record 7]", "hex = 00 01 fe ff"}) {
-        EXPECT_NE(text.find(expected), std::string::npos) << expected << "\n" << text;
-    }
+    ExpectContains(decoded.out,
+                   {"deviceName = \"Zorun Universal XPS\"", "orientation = 2", "copies = 3",
+                    "layout = postscript", "coreSize = 200", "CRC stored", "match",
+                    "215 = option 7242", "160 = integer -150", "216 = boolean true unspecified",
+                    "477/210/168 = option 5011", "477/210/164/172 = dimension 210.5 mm",
+                    "9000 = string \"tab\\tquote\\\" \xC3\xA9\"", "[record 7]",
+                    "hex = 00 01 fe ff",
+                    // Known features and options are named beside their numbers, in comments
+                    // (which encode ignores).
+                    "# NUpPagesPerSheet: NUp4\n215 = option 7242\n",
+                    "# PaperSize: ISOA4\n477/210/168 = option 5011\n"});
 
-    WriteFile(Path("d2.txt"), DescriptionLines(text));
-    Outcome again = Run({"devmode", "encode", Path("d2.txt"), "-o", Path("t2.xml")});
+    Outcome again = Run({"devmode", "encode", Write("d2.txt", DescriptionLines(decoded.out)), "-o",
+                         Path("t2.xml")});
     ASSERT_EQ(again.exitCode, 0) << again.err;
     EXPECT_EQ(ReadFile(Path("t2.xml")), ticket);
-}
 
-// Known features and options are named beside their numbers, in comments (which encode ignores)
-// and in the JSON form.
-TEST_F(DevmodeCommand, DecodeNamesKnownFeaturesAndOptions) {
-    WriteFile(Path("d.txt"), kDescription);
-    ASSERT_EQ(Run({"devmode", "encode", Path("d.txt"), "-o", Path("t.xml")}).exitCode, 0);
-    const Outcome decoded = Run({"devmode", "decode", Path("t.xml")});
-    ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
-    EXPECT_NE(decoded.out.find("# NUpPagesPerSheet: NUp4\n215 = option 7242\n"), std::string::npos)
-        << decoded.out;
-    EXPECT_NE(decoded.out.find("# PaperSize: ISOA4\n477/210/168 = option 5011\n"),
-              std::string::npos)
-        << decoded.out;
-
+    // And in the JSON form.
     const Outcome json = Run({"devmode", "decode", "--json", Path("t.xml")});
     ASSERT_EQ(json.exitCode, 0) << json.err;
-    WriteFile(Path("d.json"), json.out);
     const toolrunner::Outcome names = toolrunner::Shell(
         "python3 -c " +
-        toolrunner::Quote(
-            "import json, sys\n"
-            "for a in json.load(open(sys.argv[1]))['devmodes'][0]['attributes']:\n"
-            "    print(a['path'], a['type'], a['value'], a['feature'], a['option'])") +
-        " " + toolrunner::Quote(Path("d.json")));
-    EXPECT_NE(names.output.find("215 option 7242 NUpPagesPerSheet NUp4\n"), std::string::npos)
-        << names.output;
-    EXPECT_NE(names.output.find("160 integer -150 ScalingPercentage None\n"), std::string::npos)
-        << names.output;
+        Quote("import json, sys\n"
+              "for a in json.load(open(sys.argv[1]))['devmodes'][0]['attributes']:\n"
+              "    print(a['path'], a['type'], a['value'], a['feature'], a['option'])") +
+        " " + Quote(Write("d.json", json.out)));
+    ExpectContains(names.output, {"215 option 7242 NUpPagesPerSheet NUp4\n",
+                                  "160 integer -150 ScalingPercentage None\n"});
 }
 
 TEST_F(DevmodeCommand, JobDataIsWrittenIntoAGivenTicket) {
-    WriteFile(Path("d.txt"), kDescription);
-    WriteFile(Path("base.xml"),
-              "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
-              "printschemaframework' xmlns:psk='http://schemas.microsoft.com/windows/2003/08/"
-              "printing/printschemakeywords' version='1'><psf:Feature name='psk:PageOrientation'>"
-              "<psf:Option name='psk:Landscape'/></psf:Feature></psf:PrintTicket>");
+    const std::string base = Write(
+        "base.xml",
+        "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
+        "printschemaframework' xmlns:psk='http://schemas.microsoft.com/windows/2003/08/"
+        "printing/printschemakeywords' version='1'><psf:Feature name='psk:PageOrientation'>"
+        "<psf:Option name='psk:Landscape'/></psf:Feature></psf:PrintTicket>");
     Outcome encoded =
-        Run({"devmode", "encode", "--as", "job", "--ticket", Path("base.xml"), Path("d.txt")});
+        Run({"devmode", "encode", "--as", "job", "--ticket", base, Write("d.txt", kDescription)});
     ASSERT_EQ(encoded.exitCode, 0) << encoded.err;
-    EXPECT_NE(encoded.out.find("psk:Landscape"), std::string::npos);
-    EXPECT_NE(encoded.out.find("JobZorunDriverData"), std::string::npos);
-    WriteFile(Path("t.xml"), encoded.out);
+    ExpectContains(encoded.out, {"psk:Landscape", "JobZorunDriverData"});
 
-    Outcome decoded = Run({"devmode", "decode", "--which", "job", Path("t.xml")});
+    Outcome decoded = Run({"devmode", "decode", "--which", "job", Write("t.xml", encoded.out)});
     EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
-    EXPECT_NE(decoded.out.find("# JobZorunDriverData"), std::string::npos);
-    EXPECT_NE(decoded.out.find("215 = option 7242"), std::string::npos);
+    ExpectContains(decoded.out, {"# JobZorunDriverData", "215 = option 7242"});
 
     // The page snapshot is asked for: there is none.
     Outcome page = Run({"devmode", "decode", "--which", "page", Path("t.xml")});
     EXPECT_EQ(page.exitCode, 0);
-    EXPECT_NE(page.err.find("no PageDevmodeSnapshot"), std::string::npos);
+    ExpectContains(page.err, {"no PageDevmodeSnapshot"});
 }
 
 TEST_F(DevmodeCommand, AnotherDriversDevmodeIsDescribedAndFlagged) {
@@ -170,15 +147,16 @@ TEST_F(DevmodeCommand, AnotherDriversDevmodeIsDescribedAndFlagged) {
                            std::string(FU_CORPUS_DIR) +
                                "/tickets/libarchive_test_compat_zip_7.xps__Metadata_Job_PT.xml"});
     EXPECT_EQ(decoded.exitCode, 7);
-    EXPECT_NE(decoded.out.find("deviceName = \"Microsoft XPS Document Writer\""),
-              std::string::npos);
-    EXPECT_NE(decoded.out.find("formName = \"A4\""), std::string::npos);
-    EXPECT_NE(decoded.err.find("no driver plug-in part"), std::string::npos) << decoded.err;
+    ExpectContains(decoded.out,
+                   {"deviceName = \"Microsoft XPS Document Writer\"", "formName = \"A4\""});
+    ExpectContains(decoded.err, {"no driver plug-in part"});
 }
 
 TEST_F(DevmodeCommand, BadDescriptionsNameTheLine) {
-    struct Case {
-        const char* text;
+    std::string big = "[record 9]\nhex =";
+    for (int i = 0; i < 6000; ++i) big += " 00";
+    const struct {
+        std::string text;
         const char* message;
     } cases[] = {
         {"[nonsense]\n", "line 1: unknown section"},
@@ -202,66 +180,57 @@ TEST_F(DevmodeCommand, BadDescriptionsNameTheLine) {
         {"[record 1]\nhex = 00\n[record 2]\nhex = 00\n[record 3]\nhex = 00\n"
          "[record 4]\nhex = 00\n[plugin]\ntrailing = 65535\n",
          "coreSize must leave room"},
+        // Records that together do not fit the plug-in part.
+        {big + "\n", "do not fit the plug-in part"},
     };
-    int index = 0;
-    for (const Case& c : cases) {
-        std::string name = "bad" + std::to_string(index++) + ".txt";
-        WriteFile(Path(name), c.text);
-        Outcome outcome = Run({"devmode", "encode", Path(name), "-o", Path("out.xml")});
-        EXPECT_EQ(outcome.exitCode, 7) << c.text;
-        EXPECT_NE(outcome.err.find(c.message), std::string::npos) << c.text << "\n" << outcome.err;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 60));
+        Outcome outcome =
+            Run({"devmode", "encode", Write("bad.txt", c.text), "-o", Path("out.xml")});
+        EXPECT_EQ(outcome.exitCode, 7);
+        ExpectContains(outcome.err, {c.message});
         EXPECT_TRUE(outcome.out.empty());
         EXPECT_FALSE(fs::exists(Path("out.xml")));
     }
-
-    // Records that together do not fit the plug-in part.
-    std::string big = "[record 9]\nhex =";
-    for (int i = 0; i < 6000; ++i) big += " 00";
-    WriteFile(Path("big.txt"), big + "\n");
-    Outcome outcome = Run({"devmode", "encode", Path("big.txt")});
-    EXPECT_EQ(outcome.exitCode, 7);
-    EXPECT_NE(outcome.err.find("do not fit the plug-in part"), std::string::npos) << outcome.err;
 }
 
 TEST_F(DevmodeCommand, BadTicketsAndFiles) {
-    Outcome missing = Run({"devmode", "decode", Path("nothing.xml")});
-    EXPECT_EQ(missing.exitCode, 3);
-    EXPECT_NE(missing.err.find("cannot read"), std::string::npos);
-
-    WriteFile(Path("broken.xml"), "<psf:PrintTicket");
-    Outcome broken = Run({"devmode", "decode", Path("broken.xml")});
-    EXPECT_EQ(broken.exitCode, 7);
-    EXPECT_NE(broken.err.find("not well-formed"), std::string::npos);
-
-    WriteFile(Path("other.xml"), "<root/>");
-    Outcome other = Run({"devmode", "decode", Path("other.xml")});
-    EXPECT_EQ(other.exitCode, 7);
-    EXPECT_NE(other.err.find("not a PrintTicket"), std::string::npos);
-
     const std::string header =
         "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
         "printschemaframework' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
         "xmlns:zk='http://schemas.zorun.example/enterprise/print/driver/native/"
         "printSchemaPrivateKeywords/2006/11' version='1'>";
-    WriteFile(Path("crc.xml"),
-              header +
-                  "<psf:ParameterInit name='zk:JobZorunDriverData'><psf:Value>"
-                  "AAAAAEFCQ0RFRg==</psf:Value></psf:ParameterInit></psf:PrintTicket>");
-    Outcome crc = Run({"devmode", "decode", Path("crc.xml")});
-    EXPECT_EQ(crc.exitCode, 7);
-    EXPECT_NE(crc.err.find("JobZorunDriverData is damaged"), std::string::npos) << crc.err;
-
-    WriteFile(Path("short.xml"), header +
-                                     "<psf:ParameterInit name='zk:PageDevmodeSnapshot'><psf:Value>"
-                                     "QUJDRA==</psf:Value></psf:ParameterInit></psf:PrintTicket>");
-    Outcome tooShort = Run({"devmode", "decode", Path("short.xml")});
-    EXPECT_EQ(tooShort.exitCode, 7);
-    EXPECT_NE(tooShort.err.find("fewer than the 220"), std::string::npos) << tooShort.err;
-
-    Outcome usage = Run({"devmode"});
-    EXPECT_EQ(usage.exitCode, 2);
-    Outcome badWhich = Run({"devmode", "decode", "--which", "both", Path("crc.xml")});
-    EXPECT_EQ(badWhich.exitCode, 2);
+    const std::string crc = Write("crc.xml", header +
+                                                 "<psf:ParameterInit name='zk:JobZorunDriverData'>"
+                                                 "<psf:Value>AAAAAEFCQ0RFRg==</psf:Value>"
+                                                 "</psf:ParameterInit></psf:PrintTicket>");
+    const struct {
+        const char* name;
+        std::vector<std::string> args;
+        int exitCode;
+        const char* message;
+    } rows[] = {
+        {"missing", {"decode", Path("nothing.xml")}, 3, "cannot read"},
+        {"broken", {"decode", Write("broken.xml", "<psf:PrintTicket")}, 7, "not well-formed"},
+        {"other", {"decode", Write("other.xml", "<root/>")}, 7, "not a PrintTicket"},
+        {"crc", {"decode", crc}, 7, "JobZorunDriverData is damaged"},
+        {"short",
+         {"decode", Write("short.xml", header +
+                                           "<psf:ParameterInit name='zk:PageDevmodeSnapshot'>"
+                                           "<psf:Value>QUJDRA==</psf:Value></psf:ParameterInit>"
+                                           "</psf:PrintTicket>")},
+         7, "fewer than the 220"},
+        {"usage", {}, 2, ""},
+        {"bad_which", {"decode", "--which", "both", crc}, 2, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::vector<std::string> args = {"devmode"};
+        args.insert(args.end(), row.args.begin(), row.args.end());
+        const Outcome outcome = Run(args);
+        EXPECT_EQ(outcome.exitCode, row.exitCode);
+        ExpectContains(outcome.err, {row.message});
+    }
 }
 
 // The core driver's size follows the layout unless the description gives it.
@@ -277,10 +246,13 @@ TEST_F(DevmodeCommand, TheCoreSizeDefaultsPerLayout) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        WriteFile(Path("d.txt"), std::string("[devmode]\n[plugin]\n") + row.plugin);
-        ASSERT_EQ(Run({"devmode", "encode", Path("d.txt"), "-o", Path("t.xml")}).exitCode, 0);
+        const std::string description =
+            Write("d.txt", std::string("[devmode]\n[plugin]\n") + row.plugin);
+        ASSERT_EQ(Run({"devmode", "encode", description, "-o", Path("t.xml")}).exitCode, 0);
         Outcome decoded = Run({"devmode", "decode", Path("t.xml")});
         ASSERT_EQ(decoded.exitCode, 0) << decoded.err;
-        EXPECT_NE(decoded.out.find(row.expected), std::string::npos) << decoded.out;
+        ExpectContains(decoded.out, {row.expected});
     }
 }
+
+}  // namespace

@@ -5,13 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -47,70 +44,60 @@ std::size_t Occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
+const std::string kTicketHead =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<psf:PrintTicket "
+    "xmlns:psf=\"http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework\" "
+    "xmlns:psk=\"http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords\" "
+    "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+    "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" version=\"1\">";
+
 class MediaSizeCommandTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-        m_dir = fs::path(FU_BINARY_DIR) / "testscratch" /
-                ("mediasize-" + std::to_string(getpid()) + "-" + test->name());
-        fs::remove_all(m_dir);
-        fs::create_directories(m_dir);
+        m_dir = toolrunner::WorkDir(std::string("mediasize_") +
+                                    testing::UnitTest::GetInstance()->current_test_info()->name());
         m_environment["FU_PRINTER_REGISTRY"] = std::string(FU_SOURCE_DIR) + "/samples/printers";
         m_environment["FU_DEBUG_SINK"] = "none";
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(m_dir, ignored);
+        m_letter = Write("letter.xml",
+                         kTicketHead +
+                             "<psf:Feature name=\"psk:PageMediaSize\"><psf:Option "
+                             "name=\"psk:NorthAmericaLetter\"/></psf:Feature><psf:Feature "
+                             "name=\"psk:PageOrientation\"><psf:Option name=\"psk:Landscape\"/>"
+                             "</psf:Feature></psf:PrintTicket>\n");
     }
 
     // Runs xpsfilter with the test's environment; stdout and stderr apart.
-    Outcome Run(const std::vector<std::string>& args, const std::string& tool = "") {
+    Outcome Run(const std::vector<std::string>& args) {
         std::string command;
         for (const auto& [name, value] : m_environment) command += name + "=" + Quote(value) + " ";
-        command += Quote(tool.empty() ? std::string(FU_BINARY_DIR) + "/bin/xpsfilter" : tool);
+        command += Quote(toolrunner::Tool());
         for (const std::string& arg : args) command += " " + Quote(arg);
         return toolrunner::ShellSplit(command, m_dir / "stderr.txt");
     }
 
-    // A registry of the test's own with one printer of the given printer.ini.
-    void UsePrinter(const std::string& name, const std::string& ini) {
-        const fs::path registry = m_dir / "registry";
-        fs::create_directories(registry / name);
-        std::ofstream(registry / name / "printer.ini", std::ios::binary) << ini;
-        m_environment["FU_PRINTER_REGISTRY"] = registry.string();
+    std::string Write(const std::string& name, const std::string& content) {
+        const fs::path path = m_dir / name;
+        fs::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << content;
+        return path.string();
     }
 
-    fs::path WriteTicket(const std::string& body, const std::string& extra = "") {
-        const fs::path path = m_dir / "ticket.xml";
-        std::ofstream(path, std::ios::binary)
-            << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-               "<psf:PrintTicket "
-               "xmlns:psf=\"http://schemas.microsoft.com/windows/2003/08/printing/"
-               "printschemaframework\" "
-               "xmlns:psk=\"http://schemas.microsoft.com/windows/2003/08/printing/"
-               "printschemakeywords\" "
-               "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
-               "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" version=\"1\""
-            << extra << ">" << body << "</psf:PrintTicket>\n";
-        return path;
-    }
-
-    fs::path LetterTicket() {
-        return WriteTicket(
-            "<psf:Feature name=\"psk:PageMediaSize\"><psf:Option "
-            "name=\"psk:NorthAmericaLetter\"/></psf:Feature><psf:Feature "
-            "name=\"psk:PageOrientation\"><psf:Option name=\"psk:Landscape\"/></psf:Feature>");
+    // A printer of the given printer.ini in the test's own registry (no file without `ini`).
+    void AddPrinter(const std::string& name, const std::optional<std::string>& ini) {
+        fs::create_directories(m_dir / "registry" / name);
+        if (ini) Write("registry/" + name + "/printer.ini", *ini);
     }
 
     Outcome SetMedia(const std::string& size, const std::vector<std::string>& more = {}) {
-        std::vector<std::string> args = {"ticket",    "set-media", LetterTicket().string(),
-                                         "--printer", kSample,     "--size=" + size};
+        std::vector<std::string> args = {"ticket", "set-media", m_letter, "--printer", kSample,
+                                         "--size=" + size};
         args.insert(args.end(), more.begin(), more.end());
         return Run(args);
     }
 
     fs::path m_dir;
     std::map<std::string, std::string> m_environment;
+    std::string m_letter;
 };
 
 // --- printer forms ---
@@ -122,14 +109,12 @@ TEST_F(MediaSizeCommandTest, FormsListsTheFilteredFormsWithTheirOptions) {
     std::vector<std::string> rows;
     for (std::string line; std::getline(lines, line);) rows.push_back(line);
     ASSERT_EQ(rows.size(), 10u) << run.out;  // a header and nine forms
-    EXPECT_NE(rows[1].find("25001 predefined"), std::string::npos);
-    EXPECT_NE(rows[1].find("2100x2970"), std::string::npos);
-    EXPECT_NE(rows[1].find("210000x297000"), std::string::npos);
-    EXPECT_NE(rows[1].find("5011"), std::string::npos);
-    EXPECT_NE(rows[1].find("psk  ISOA4"), std::string::npos);
-    EXPECT_NE(rows[4].find("CustomMediaSize"), std::string::npos);
-    EXPECT_NE(rows[8].find("zk   UserForm_258_1000x1500"), std::string::npos);
-    EXPECT_NE(rows[9].find("zk   DriverCustomSize_257_2100x9000"), std::string::npos);
+    for (const auto& [row, text] : std::vector<std::pair<int, const char*>>{
+             {1, "25001 predefined"}, {1, "2100x2970"}, {1, "210000x297000"}, {1, "5011"},
+             {1, "psk  ISOA4"}, {4, "CustomMediaSize"}, {8, "zk   UserForm_258_1000x1500"},
+             {9, "zk   DriverCustomSize_257_2100x9000"}}) {
+        EXPECT_NE(rows[row].find(text), std::string::npos) << row << ": " << text;
+    }
     // Forms known to the dictionary (B5 (JIS), Ledger) are not offered to tickets.
     EXPECT_EQ(run.out.find("JISB5"), std::string::npos);
     EXPECT_EQ(run.out.find("Ledger"), std::string::npos);
@@ -137,179 +122,118 @@ TEST_F(MediaSizeCommandTest, FormsListsTheFilteredFormsWithTheirOptions) {
     const Outcome postScript = Run({"printer", "forms", "--postscript", kSample});
     ASSERT_EQ(postScript.exitCode, kOk);
     EXPECT_NE(postScript.out.find("PSCustomMediaSize"), std::string::npos);
-}
 
-// The JSON form lists the same forms, in the same order, with sizes in micrometres.
-TEST_F(MediaSizeCommandTest, FormsAsJsonMatchTheTable) {
+    // The JSON form lists the same forms, in the same order, with sizes in micrometres.
     const Outcome json = Run({"printer", "forms", "--json", kSample});
     ASSERT_EQ(json.exitCode, kOk) << json.err;
-    const fs::path file = m_dir / "forms.json";
-    std::ofstream(file) << json.out;
     const toolrunner::Outcome listed = toolrunner::Shell(
         "python3 -c " +
-        toolrunner::Quote("import json, sys\n"
-                          "for f in json.load(open(sys.argv[1]))['forms']:\n"
-                          "    print(f['kind'], f['width'], f['height'], f['namespace'], "
-                          "f['option'])") +
-        " " + toolrunner::Quote(file.string()));
+        Quote("import json, sys\n"
+              "for f in json.load(open(sys.argv[1]))['forms']:\n"
+              "    print(f['kind'], f['width'], f['height'], f['namespace'], f['option'])") +
+        " " + Quote(Write("forms.json", json.out)));
     ASSERT_EQ(listed.exitCode, 0) << listed.output;
     EXPECT_EQ(listed.output.find("25001 210000 297000 psk ISOA4\n"), 0u) << listed.output;
     EXPECT_NE(listed.output.find("25005 100000 150000 zk UserForm_258_1000x1500\n"),
               std::string::npos)
         << listed.output;
     EXPECT_EQ(std::count(listed.output.begin(), listed.output.end(), '\n'), 9) << listed.output;
-}
 
-TEST_F(MediaSizeCommandTest, FormsThatCannotBeNamedAreShownAsSuch) {
-    UsePrinter("P",
-               "[Forms]\nA=25001,9,2100,2970,5011\nOdd=25001,9,2101,2970,5011\n"
-               "Entry=25008,300,2100,2970,5002\n");
-    const Outcome run = Run({"printer", "forms", "P"});
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_NE(run.out.find("(not in the dictionary)"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("(cannot be named: kind 25008, paper id 300 (0x80004005))"),
-              std::string::npos)
-        << run.out;
-}
-
-TEST_F(MediaSizeCommandTest, AnUnknownPrinterHasItsOwnExitCode) {
-    const Outcome run = Run({"printer", "forms", "No Such Printer"});
-    EXPECT_EQ(run.exitCode, kUnknownPrinter);
-    EXPECT_NE(run.err.find("has no printer \"No Such Printer\""), std::string::npos) << run.err;
-    EXPECT_TRUE(run.out.empty());
-    EXPECT_EQ(Run({"printer", "forms", "../printers"}).exitCode, kUnknownPrinter);
-}
-
-TEST_F(MediaSizeCommandTest, AMissingOrDamagedConfigurationIsReported) {
-    m_environment["FU_PRINTER_REGISTRY"] = (m_dir / "nowhere").string();
-    Outcome run = Run({"printer", "forms", kSample});
-    EXPECT_EQ(run.exitCode, kPrinterConfig);
-    EXPECT_NE(run.err.find("does not exist"), std::string::npos) << run.err;
-
-    fs::create_directories(m_dir / "registry" / "Empty");
+    // Forms that cannot be named are shown as such.
+    AddPrinter("Odd", "[Forms]\nA=25001,9,2100,2970,5011\nOdd=25001,9,2101,2970,5011\n"
+                      "Entry=25008,300,2100,2970,5002\n");
     m_environment["FU_PRINTER_REGISTRY"] = (m_dir / "registry").string();
-    run = Run({"printer", "forms", "Empty"});
-    EXPECT_EQ(run.exitCode, kPrinterConfig);
-    EXPECT_NE(run.err.find("printer.ini is missing"), std::string::npos) << run.err;
-
-    std::string binary(
-        "\x7f"
-        "ELF\x02\x01\x01");
-    binary += std::string(3, '\0') + "[Forms]\nA4=25001,9,2100,2970,5011\n";
-    UsePrinter("Binary", binary);
-    run = Run({"printer", "forms", "Binary"});
-    EXPECT_EQ(run.exitCode, kPrinterConfig);
-    EXPECT_NE(run.err.find("is not a text file"), std::string::npos) << run.err;
-
-    UsePrinter("Bad",
-               "[Forms]\nA4=25001,9,2100,2970,5011\nBroken=25001,9,0,2970,5011\n"
-               "Short=25005,258\n");
-    run = Run({"printer", "forms", "Bad"});
-    EXPECT_EQ(run.exitCode, kPrinterConfig);
-    EXPECT_NE(run.err.find("Broken=25001,9,0,2970,5011"), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("Short=25005,258"), std::string::npos) << run.err;
-    EXPECT_TRUE(run.out.empty());
-
-    UsePrinter("NoForms", "[Printer]\nDriverName=X\n[Forms]\nOther=25002,13,1820,2570,5061\n");
-    run = Run({"printer", "forms", "NoForms"});
-    EXPECT_EQ(run.exitCode, kPrinterConfig);
-    EXPECT_NE(run.err.find("lists no form a PrintTicket can use"), std::string::npos) << run.err;
+    const Outcome odd = Run({"printer", "forms", "Odd"});
+    ASSERT_EQ(odd.exitCode, kOk) << odd.err;
+    EXPECT_NE(odd.out.find("(not in the dictionary)"), std::string::npos) << odd.out;
+    EXPECT_NE(odd.out.find("(cannot be named: kind 25008, paper id 300 (0x80004005))"),
+              std::string::npos)
+        << odd.out;
 }
 
 // --- ticket set-media ---
 
+// Each successful rewrite: an XML ticket with exactly one PageMediaSize, whose option and sizes
+// are those of the form of the size, in namespaces the ticket declares.
 TEST_F(MediaSizeCommandTest, SetMediaWritesTheMatchedFormsOption) {
-    const Outcome run = SetMedia("210x297mm");
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_EQ(run.out.rfind("<?xml", 0), 0u) << run.out;
-    EXPECT_EQ(Occurrences(run.out, "\"psk:PageMediaSize\""), 1u) << run.out;
-    EXPECT_NE(run.out.find("<psf:Option name=\"psk:ISOA4\">"), std::string::npos) << run.out;
-    EXPECT_EQ(run.out.find("NorthAmericaLetter"), std::string::npos);
-    EXPECT_NE(run.out.find(">210000<"), std::string::npos);
-    EXPECT_NE(run.out.find(">297000<"), std::string::npos);
-    EXPECT_NE(run.out.find("psk:Landscape"), std::string::npos) << "other features are kept";
-    EXPECT_NE(run.err.find("psk:ISOA4"), std::string::npos) << run.err;
-}
-
-TEST_F(MediaSizeCommandTest, SetMediaSizesTakeMicronsOrAUnit) {
-    for (const char* size : {"210000x297000", "210000X297000um", "210mmx297mm", "210 x 297 MM",
-                             "210.04x297.09mm", "8.2677x11.6929in"}) {
-        const Outcome run = SetMedia(size);
-        EXPECT_EQ(run.exitCode, kOk) << size << ": " << run.err;
-        EXPECT_NE(run.out.find("psk:ISOA4"), std::string::npos) << size;
+    const std::string bare = Write(
+        "bare.xml",
+        "<psf:PrintTicket xmlns:psf=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+        "printschemaframework\" xmlns:psk=\"urn:not-keywords\" version=\"1\"/>");
+    const std::string other = Write(
+        "other.xml",
+        "<p:PrintTicket xmlns:p=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+        "printschemaframework\" xmlns:k=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+        "printschemakeywords\" version=\"1\"/>");
+    const struct {
+        const char* name;
+        std::string ticket;
+        std::string size;
+        std::vector<std::string> more;
+        std::vector<std::string> contains;
+        std::vector<std::string> absent;
+        std::string message;  // on standard error
+    } rows[] = {
+        {"a4", m_letter, "210x297mm", {},
+         {"<psf:Option name=\"psk:ISOA4\">", ">210000<", ">297000<", "psk:Landscape"},
+         {"NorthAmericaLetter"}, "psk:ISOA4"},
+        {"microns", m_letter, "210000x297000", {}, {"psk:ISOA4"}, {}, ""},
+        {"micron_unit", m_letter, "210000X297000um", {}, {"psk:ISOA4"}, {}, ""},
+        {"mm_each", m_letter, "210mmx297mm", {}, {"psk:ISOA4"}, {}, ""},
+        {"spaced", m_letter, "210 x 297 MM", {}, {"psk:ISOA4"}, {}, ""},
+        {"rounded", m_letter, "210.04x297.09mm", {}, {"psk:ISOA4"}, {}, ""},
+        {"inches", m_letter, "8.2677x11.6929in", {}, {"psk:ISOA4"}, {}, ""},
+        {"letter", m_letter, "8.5x11in", {}, {"psk:NorthAmericaLetter", ">215900<"}, {}, ""},
+        // A user form's option is in the private namespace, which gets declared.
+        {"user_form", m_letter, "100x150mm", {},
+         {"<psf:Option name=\"zk:UserForm_258_1000x1500\">",
+          "xmlns:zk=\"http://schemas.zorun.example/"},
+         {}, ""},
+        // No form of the size: the custom size.
+        {"custom", m_letter, "123x456mm", {},
+         {"psk:CustomMediaSize", "<psf:ParameterRef name=\"psk:PageMediaSizeMediaSizeWidth\"/>",
+          ">123000<", ">456000<"},
+         {}, "custom size"},
+        {"postscript_custom", m_letter, "123x456mm", {"--postscript"},
+         {"psk:PSCustomMediaSize",
+          "<psf:ParameterInit name=\"psk:PageMediaSizePSOrientation\"><psf:Value "
+          "xsi:type=\"xsd:integer\">1<",
+          "PageMediaSizePSWidthOffset\"><psf:Value xsi:type=\"xsd:integer\">0<",
+          "PageMediaSizePSHeightOffset\"><psf:Value xsi:type=\"xsd:integer\">0<"},
+         {}, ""},
+        // A ticket that does not declare the namespaces the new PageMediaSize is written in gets
+        // them on its root; its own prefixes are kept, and a prefix in use for something else is
+        // not taken.
+        {"undeclared_keywords", bare, "210x297mm", {},
+         {"xmlns:psk1=\"http://schemas.microsoft.com/windows/2003/08/printing/"
+          "printschemakeywords\"",
+          "xmlns:psk=\"urn:not-keywords\"",
+          "<psf:Feature name=\"psk1:PageMediaSize\"><psf:Option name=\"psk1:ISOA4\">",
+          "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\"",
+          "<psf:Value xsi:type=\"xsd:integer\">210000<"},
+         {"xmlns:zk="}, "psk1:ISOA4"},
+        {"own_prefixes", other, "100x150mm", {},
+         {"<p:Feature name=\"k:PageMediaSize\"><p:Option name=\"zk:UserForm_258_1000x1500\">"
+          "<p:ScoredProperty name=\"k:MediaSizeWidth\">"},
+         {}, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::vector<std::string> args = {"ticket",    "set-media", row.ticket,
+                                         "--printer", kSample,     "--size=" + row.size};
+        args.insert(args.end(), row.more.begin(), row.more.end());
+        const Outcome run = Run(args);
+        ASSERT_EQ(run.exitCode, kOk) << run.err;
+        EXPECT_TRUE(row.ticket != m_letter || run.out.rfind("<?xml", 0) == 0) << run.out;
+        EXPECT_EQ(Occurrences(run.out, "PageMediaSize\""), 1u) << run.out;
+        for (const std::string& text : row.contains) {
+            EXPECT_NE(run.out.find(text), std::string::npos) << text << "\n" << run.out;
+        }
+        for (const std::string& text : row.absent) {
+            EXPECT_EQ(run.out.find(text), std::string::npos) << text << "\n" << run.out;
+        }
+        EXPECT_NE(run.err.find(row.message), std::string::npos) << run.err;
     }
-    const Outcome letter = SetMedia("8.5x11in");
-    ASSERT_EQ(letter.exitCode, kOk) << letter.err;
-    EXPECT_NE(letter.out.find("psk:NorthAmericaLetter"), std::string::npos);
-    EXPECT_NE(letter.out.find(">215900<"), std::string::npos);
-}
-
-TEST_F(MediaSizeCommandTest, SetMediaDeclaresThePrivateNamespaceForAUserForm) {
-    const Outcome run = SetMedia("100x150mm");
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_NE(run.out.find("<psf:Option name=\"zk:UserForm_258_1000x1500\">"), std::string::npos)
-        << run.out;
-    EXPECT_NE(run.out.find("xmlns:zk=\"http://schemas.zorun.example/"), std::string::npos)
-        << run.out;
-}
-
-// A ticket that does not declare the namespaces the new PageMediaSize is written in gets them on
-// its root; its own prefixes are kept, and a prefix in use for something else is not taken.
-TEST_F(MediaSizeCommandTest, SetMediaDeclaresTheNamespacesItWritesIn) {
-    const fs::path bare = m_dir / "bare.xml";
-    std::ofstream(bare) << "<psf:PrintTicket xmlns:psf=\"http://schemas.microsoft.com/windows/2003/"
-                           "08/printing/printschemaframework\" xmlns:psk=\"urn:not-keywords\" "
-                           "version=\"1\"/>";
-    Outcome run =
-        Run({"ticket", "set-media", bare.string(), "--printer", kSample, "--size", "210x297mm"});
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_NE(run.out.find("xmlns:psk1=\"http://schemas.microsoft.com/windows/2003/08/printing/"
-                           "printschemakeywords\""),
-              std::string::npos)
-        << run.out;
-    EXPECT_NE(run.out.find("xmlns:psk=\"urn:not-keywords\""), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("<psf:Feature name=\"psk1:PageMediaSize\"><psf:Option "
-                           "name=\"psk1:ISOA4\">"),
-              std::string::npos)
-        << run.out;
-    EXPECT_NE(run.out.find("xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\""), std::string::npos);
-    EXPECT_NE(run.out.find("<psf:Value xsi:type=\"xsd:integer\">210000<"), std::string::npos)
-        << run.out;
-    EXPECT_EQ(run.out.find("xmlns:zk="), std::string::npos) << "no private option, no declaration";
-    EXPECT_NE(run.err.find("psk1:ISOA4"), std::string::npos) << run.err;
-
-    const fs::path other = m_dir / "other.xml";
-    std::ofstream(other) << "<p:PrintTicket xmlns:p=\"http://schemas.microsoft.com/windows/2003/08/"
-                            "printing/printschemaframework\" xmlns:k=\"http://schemas.microsoft."
-                            "com/windows/2003/08/printing/printschemakeywords\" version=\"1\"/>";
-    run = Run({"ticket", "set-media", other.string(), "--printer", kSample, "--size", "100x150mm"});
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_NE(run.out.find("<p:Feature name=\"k:PageMediaSize\"><p:Option "
-                           "name=\"zk:UserForm_258_1000x1500\"><p:ScoredProperty "
-                           "name=\"k:MediaSizeWidth\">"),
-              std::string::npos)
-        << run.out;
-}
-
-TEST_F(MediaSizeCommandTest, SetMediaFallsBackToTheCustomSize) {
-    Outcome run = SetMedia("123x456mm");
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_NE(run.out.find("psk:CustomMediaSize"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("<psf:ParameterRef name=\"psk:PageMediaSizeMediaSizeWidth\"/>"),
-              std::string::npos);
-    EXPECT_NE(run.out.find(">123000<"), std::string::npos);
-    EXPECT_NE(run.out.find(">456000<"), std::string::npos);
-    EXPECT_NE(run.err.find("custom size"), std::string::npos) << run.err;
-
-    run = SetMedia("123x456mm", {"--postscript"});
-    ASSERT_EQ(run.exitCode, kOk) << run.err;
-    EXPECT_NE(run.out.find("psk:PSCustomMediaSize"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("<psf:ParameterInit name=\"psk:PageMediaSizePSOrientation\"><psf:Value "
-                           "xsi:type=\"xsd:integer\">1<"),
-              std::string::npos)
-        << run.out;
-    EXPECT_EQ(Occurrences(run.out, "Offset\"><psf:Value xsi:type=\"xsd:integer\">0<"), 2u)
-        << run.out;
 }
 
 TEST_F(MediaSizeCommandTest, SetMediaWritesTheOutputFileOnlyOnSuccess) {
@@ -325,56 +249,82 @@ TEST_F(MediaSizeCommandTest, SetMediaWritesTheOutputFileOnlyOnSuccess) {
     EXPECT_FALSE(fs::exists(output));
 }
 
-TEST_F(MediaSizeCommandTest, SizesOfZeroOrBelowOrTooLargeAreRefused) {
+// --- bad input ---
+
+// Every kind of bad input has its exit code, says what is wrong on standard error and writes
+// nothing on standard output.
+TEST_F(MediaSizeCommandTest, BadInputHasItsOwnExitCodeAndMessage) {
+    std::string binary("\x7f" "ELF\x02\x01\x01");
+    binary += std::string(3, '\0') + "[Forms]\nA4=25001,9,2100,2970,5011\n";
+    AddPrinter("Empty", std::nullopt);
+    AddPrinter("Binary", binary);
+    AddPrinter("Bad", "[Forms]\nA4=25001,9,2100,2970,5011\nBroken=25001,9,0,2970,5011\n"
+                      "Short=25005,258\n");
+    AddPrinter("NoForms", "[Printer]\nDriverName=X\n[Forms]\nOther=25002,13,1820,2570,5061\n");
+    AddPrinter("A4Only", "[Forms]\nA4=25001,9,2100,2970,5011\n");
+    const std::string broken = Write("broken.xml", "<psf:PrintTicket");
+    const std::string notTicket = Write("not_ticket.xml", "<Ticket/>");
+    const std::string sample = std::string(FU_SOURCE_DIR) + "/samples/printers";
+    const std::string own = (m_dir / "registry").string();
+    auto setMedia = [&](const std::string& ticket, const std::string& printer,
+                        const std::string& size) {
+        return std::vector<std::string>{"ticket",  "set-media", ticket,
+                                        "--printer", printer, "--size=" + size};
+    };
+    struct Row {
+        std::string name;
+        std::string registry;
+        std::vector<std::string> args;
+        int exitCode;
+        std::vector<std::string> messages;
+    };
+    std::vector<Row> rows = {
+        {"unknown_printer", sample, {"printer", "forms", "No Such Printer"}, kUnknownPrinter,
+         {"has no printer \"No Such Printer\""}},
+        {"printer_outside_the_registry", sample, {"printer", "forms", "../printers"},
+         kUnknownPrinter, {}},
+        {"no_registry", (m_dir / "nowhere").string(), {"printer", "forms", kSample},
+         kPrinterConfig, {"does not exist"}},
+        {"no_printer_ini", own, {"printer", "forms", "Empty"}, kPrinterConfig,
+         {"printer.ini is missing"}},
+        {"binary_printer_ini", own, {"printer", "forms", "Binary"}, kPrinterConfig,
+         {"is not a text file"}},
+        {"bad_forms", own, {"printer", "forms", "Bad"}, kPrinterConfig,
+         {"Broken=25001,9,0,2970,5011", "Short=25005,258"}},
+        {"no_usable_form", own, {"printer", "forms", "NoForms"}, kPrinterConfig,
+         {"lists no form a PrintTicket can use"}},
+        {"no_form_of_the_size", own, setMedia(m_letter, "A4Only", "100x100mm"), kNoMatchingForm,
+         {"has no form of 1000x1000 tenths of a millimetre"}},
+        {"missing_ticket", sample, setMedia((m_dir / "missing.xml").string(), kSample, "210x297mm"),
+         kInputMissing, {}},
+        {"broken_ticket", sample, setMedia(broken, kSample, "210x297mm"), kBadTicket,
+         {"not well-formed"}},
+        {"not_a_ticket", sample, setMedia(notTicket, kSample, "210x297mm"), kBadTicket,
+         {"is not a PrintTicket"}},
+        {"set_media_unknown_printer", sample, setMedia(m_letter, "Nobody", "210x297mm"),
+         kUnknownPrinter, {}},
+        {"no_printer", sample, {"ticket", "set-media", m_letter, "--size", "1x1"}, kUsage, {}},
+    };
+    // Sizes of zero or below, or too large.
     for (const char* size : {"0x297mm", "210x0", "-210x297mm", "210x-1in", "0.0004x297mm",
                              "3000000000x1", "100000x1in"}) {
-        const Outcome run = SetMedia(size);
-        EXPECT_EQ(run.exitCode, kBadSize) << size << ": " << run.err;
-        EXPECT_FALSE(run.err.empty());
-        EXPECT_TRUE(run.out.empty()) << size;
+        rows.push_back({size, sample, setMedia(m_letter, kSample, size), kBadSize, {""}});
     }
     for (const char* size : {"210", "210x297cm", "axb", "210x297x3", "x297", "210x", "nanxinf"}) {
-        const Outcome run = SetMedia(size);
-        EXPECT_EQ(run.exitCode, kUsage) << size << ": " << run.err;
-        EXPECT_NE(run.err.find("expected WIDTHxHEIGHT"), std::string::npos) << size;
+        rows.push_back({size, sample, setMedia(m_letter, kSample, size), kUsage,
+                        {"expected WIDTHxHEIGHT"}});
     }
-}
-
-TEST_F(MediaSizeCommandTest, NoFormOfTheSizeAndNoCustomEntry) {
-    UsePrinter("P", "[Forms]\nA4=25001,9,2100,2970,5011\n");
-    const Outcome run = Run(
-        {"ticket", "set-media", LetterTicket().string(), "--printer", "P", "--size", "100x100mm"});
-    EXPECT_EQ(run.exitCode, kNoMatchingForm);
-    EXPECT_NE(run.err.find("has no form of 1000x1000 tenths of a millimetre"), std::string::npos)
-        << run.err;
-    EXPECT_TRUE(run.out.empty());
-}
-
-TEST_F(MediaSizeCommandTest, SetMediaReportsBadTicketsAndPrinters) {
-    Outcome run = Run({"ticket", "set-media", (m_dir / "missing.xml").string(), "--printer",
-                       kSample, "--size", "210x297mm"});
-    EXPECT_EQ(run.exitCode, kInputMissing) << run.err;
-
-    const fs::path broken = m_dir / "broken.xml";
-    std::ofstream(broken) << "<psf:PrintTicket";
-    run =
-        Run({"ticket", "set-media", broken.string(), "--printer", kSample, "--size", "210x297mm"});
-    EXPECT_EQ(run.exitCode, kBadTicket) << run.err;
-    EXPECT_NE(run.err.find("not well-formed"), std::string::npos) << run.err;
-
-    const fs::path other = m_dir / "other.xml";
-    std::ofstream(other) << "<Ticket/>";
-    run = Run({"ticket", "set-media", other.string(), "--printer", kSample, "--size", "210x297mm"});
-    EXPECT_EQ(run.exitCode, kBadTicket) << run.err;
-    EXPECT_NE(run.err.find("is not a PrintTicket"), std::string::npos) << run.err;
-
-    run = Run({"ticket", "set-media", LetterTicket().string(), "--printer", "Nobody", "--size",
-               "210x297mm"});
-    EXPECT_EQ(run.exitCode, kUnknownPrinter) << run.err;
-    EXPECT_TRUE(run.out.empty());
-
-    EXPECT_EQ(Run({"ticket", "set-media", LetterTicket().string(), "--size", "1x1"}).exitCode,
-              kUsage);
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        m_environment["FU_PRINTER_REGISTRY"] = row.registry;
+        const Outcome run = Run(row.args);
+        EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+        EXPECT_FALSE(run.err.empty());
+        for (const std::string& message : row.messages) {
+            EXPECT_NE(run.err.find(message), std::string::npos) << message << "\n" << run.err;
+        }
+        EXPECT_TRUE(run.out.empty()) << run.out;
+    }
 }
 
 // The core library is opened on first use beside the filter library or in the printer driver

@@ -9,10 +9,7 @@
 #include <libxml/tree.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -77,45 +74,9 @@ std::string IndentedCopy(const std::string& input, const std::string& fileName) 
     return testpackages::WriteZip(fileName, entries);
 }
 
-std::vector<Image> RenderPages(const std::string& xps, const fs::path& dir) {
-    fs::create_directories(dir);
-    // MuPDF chooses its reader by the file name's extension.
-    const fs::path named = dir / "job.xps";
-    fs::copy_file(xps, named, fs::copy_options::overwrite_existing);
-    std::vector<Image> pages;
-    const Outcome drawn = Shell("mutool draw -q -r " + std::to_string(kDpi) + " -o " +
-                                Quote((dir / "p%d.ppm").string()) + " " + Quote(named.string()));
-    if (drawn.exitCode != 0) return pages;
-    for (int i = 1; fs::exists(dir / ("p" + std::to_string(i) + ".ppm")); ++i) {
-        pages.push_back(ReadPpm(dir / ("p" + std::to_string(i) + ".ppm")));
-    }
-    return pages;
-}
-
 bool White(const unsigned char* pixel) {
     return pixel[0] >= 250 && pixel[1] >= 250 && pixel[2] >= 250;
 }
-
-// The watermark's settings and a per-user ticket whose private data names it (watermark 12, a
-// red text at 60% density, starting at the page's centre).
-struct WatermarkSetup {
-    explicit WatermarkSetup(const fs::path& dir) {
-        const fs::path settings = dir / "config" / "PrinterDriver" / "Zorun";
-        fs::create_directories(settings);
-        std::ofstream(settings / "ZrnWmV5.ini", std::ios::binary)
-            << "[12]\r\nWatermark Type=0\r\nDENSITY=60\r\nFontHeight=" << kFontPoints
-            << "\r\nRed=200\r\nGreen=0\r\nBlue=0\r\nText=DRAFT\r\n";
-        std::ofstream(dir / "devmode.txt") << "[attributes]\n620 = option 12\n";
-        ticket = (dir / "ticket.xml").string();
-        made = RunTool({"devmode", "encode", "--as", "page", "-o", ticket,
-                        (dir / "devmode.txt").string()})
-                   .exitCode == 0;
-        environment = "XDG_CONFIG_HOME=" + Quote((dir / "config").string()) + " ";
-    }
-    std::string ticket;
-    std::string environment;
-    bool made = false;
-};
 
 class RealJob : public ::testing::TestWithParam<JobCase> {};
 
@@ -129,7 +90,7 @@ TEST_P(RealJob, EveryPipelineKeepsThePagesAsTheyRender) {
     // rewritten by libzip already).
     const std::string reference =
         !job.indented && MuPdfMisreadsContainer(job.name) ? Repack(input, dir) : input;
-    const std::vector<Image> before = RenderPages(reference, dir / "in");
+    const std::vector<Image> before = Render(reference, dir / "in", kDpi);
     ASSERT_FALSE(before.empty()) << "MuPDF cannot render " << reference;
 
     const std::string pipelines = std::string(FU_SOURCE_DIR) + "/samples/pipelines/";
@@ -141,7 +102,7 @@ TEST_P(RealJob, EveryPipelineKeepsThePagesAsTheyRender) {
         args.insert(args.end(), {input, output});
         const Outcome run = RunTool(args);
         ASSERT_EQ(run.exitCode, 0) << run.output;
-        const std::vector<Image> after = RenderPages(output, dir / "out");
+        const std::vector<Image> after = Render(output, dir / "out", kDpi);
         ASSERT_EQ(after.size(), before.size());
         for (std::size_t i = 0; i < before.size(); ++i) {
             EXPECT_TRUE(after[i] == before[i]) << "page " << i + 1 << " renders differently";
@@ -150,14 +111,12 @@ TEST_P(RealJob, EveryPipelineKeepsThePagesAsTheyRender) {
     }
 
     SCOPED_TRACE("watermark.xml");
-    const WatermarkSetup watermark(dir);
+    const WatermarkSetup watermark(dir, TextWatermarkIni("DRAFT", kFontPoints));
     ASSERT_TRUE(watermark.made);
     const std::string output = (dir / "marked.xps").string();
-    const Outcome run = Shell(watermark.environment + Quote(Tool()) + " run -q --pipeline " +
-                              Quote(pipelines + "watermark.xml") + " --ticket " +
-                              Quote(watermark.ticket) + " " + Quote(input) + " " + Quote(output));
+    const Outcome run = watermark.Run(input, output);
     ASSERT_EQ(run.exitCode, 0) << run.output;
-    const std::vector<Image> after = RenderPages(output, dir / "marked");
+    const std::vector<Image> after = Render(output, dir / "marked", kDpi);
     ASSERT_EQ(after.size(), before.size());
     const double em = kFontPoints * kDpi / 72.0;
     for (std::size_t i = 0; i < before.size(); ++i) {

@@ -69,6 +69,13 @@ inline SplitOutcome ShellSplit(const std::string& command, const fs::path& errFi
     return outcome;
 }
 
+// Every one of `parts` is in `text`.
+inline void ExpectContains(const std::string& text, const std::vector<std::string>& parts) {
+    for (const std::string& part : parts) {
+        EXPECT_NE(text.find(part), std::string::npos) << "no \"" << part << "\" in\n" << text;
+    }
+}
+
 inline std::string Tool() {
     return std::string(FU_BINARY_DIR) + "/bin/xpsfilter";
 }
@@ -118,20 +125,32 @@ inline fs::path WorkDir(const std::string& name) {
     return dir;
 }
 
-// Renders every page at 72 dpi; returns the PNG files in page order (empty when MuPDF fails).
-inline std::vector<std::string> Render(const std::string& xps, const fs::path& dir) {
+// Renders every page at `dpi` (none when MuPDF fails). MuPDF picks its reader by the file name's
+// extension, so the job is rendered from a copy named job.xps.
+inline std::vector<Image> Render(const std::string& xps, const fs::path& dir, int dpi = 72) {
     fs::create_directories(dir);
-    Outcome drawn =
-        Shell("mutool draw -q -r 72 -o " + Quote((dir / "page%d.png").string()) + " " + Quote(xps));
-    std::vector<std::string> pages;
+    const fs::path named = dir / "job.xps";
+    fs::copy_file(xps, named, fs::copy_options::overwrite_existing);
+    std::vector<Image> pages;
+    const Outcome drawn = Shell("mutool draw -q -r " + std::to_string(dpi) + " -o " +
+                                Quote((dir / "p%d.ppm").string()) + " " + Quote(named.string()));
     if (drawn.exitCode != 0) return pages;
-    for (int i = 1; fs::exists(dir / ("page" + std::to_string(i) + ".png")); ++i) {
-        std::ifstream in(dir / ("page" + std::to_string(i) + ".png"), std::ios::binary);
-        std::ostringstream bytes;
-        bytes << in.rdbuf();
-        pages.push_back(bytes.str());
+    for (int i = 1; fs::exists(dir / ("p" + std::to_string(i) + ".ppm")); ++i) {
+        pages.push_back(ReadPpm(dir / ("p" + std::to_string(i) + ".ppm")));
     }
     return pages;
+}
+
+// Every page of `output` renders as the same page of `reference` does, pixel for pixel.
+inline void ExpectRendersAlike(const std::string& reference, const std::string& output,
+                               const fs::path& dir) {
+    const std::vector<Image> before = Render(reference, dir / "before");
+    const std::vector<Image> after = Render(output, dir / "after");
+    ASSERT_FALSE(before.empty()) << "MuPDF cannot render " << reference;
+    ASSERT_EQ(after.size(), before.size());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        EXPECT_TRUE(after[i] == before[i]) << "page " << i + 1 << " renders differently";
+    }
 }
 
 // Rewrites a ZIP entry by entry from its central directory (Python's zipfile), repairing
@@ -160,5 +179,45 @@ inline std::string RenderReference(const std::string& name, const std::string& i
                                    const fs::path& dir) {
     return MuPdfMisreadsContainer(name) ? Repack(input, dir) : input;
 }
+
+// Settings of a text watermark 12: red at 60% density, `fontPoints` high.
+inline std::string TextWatermarkIni(const std::string& text, int fontPoints = 36) {
+    return "[12]\r\nWatermark Type=0\r\nDENSITY=60\r\nFontHeight=" + std::to_string(fontPoints) +
+           "\r\nRed=200\r\nGreen=0\r\nBlue=0\r\nText=" + text + "\r\n";
+}
+
+// The watermark's settings in a configuration folder of `dir` (no file when `ini` is empty) and,
+// unless `withTicket` is false, a per-user ticket whose private data names watermark 12; runs
+// the watermark pipeline with them.
+struct WatermarkSetup {
+    explicit WatermarkSetup(const fs::path& folder,
+                            const std::string& ini = TextWatermarkIni("DRAFT"),
+                            bool withTicket = true)
+        : dir(folder) {
+        const fs::path settings = dir / "config" / "PrinterDriver" / "Zorun";
+        fs::create_directories(settings);
+        if (!ini.empty()) std::ofstream(settings / "ZrnWmV5.ini", std::ios::binary) << ini;
+        if (!withTicket) return;
+        std::ofstream(dir / "devmode.txt") << "[attributes]\n620 = option 12\n";
+        ticket = (dir / "ticket.xml").string();
+        made = RunTool({"devmode", "encode", "--as", "page", "-o", ticket,
+                        (dir / "devmode.txt").string()})
+                   .exitCode == 0;
+    }
+
+    // `xpsfilter <global> run -q <options> --pipeline watermark.xml [--ticket ...] input output`.
+    Outcome Run(const std::string& input, const std::string& output, const std::string& global = "",
+                const std::string& options = "") const {
+        return Shell("XDG_CONFIG_HOME=" + Quote((dir / "config").string()) + " " + Quote(Tool()) +
+                     global + " run -q" + options + " --pipeline " +
+                     Quote(std::string(FU_SOURCE_DIR) + "/samples/pipelines/watermark.xml") +
+                     (ticket.empty() ? "" : " --ticket " + Quote(ticket)) + " " + Quote(input) +
+                     " " + Quote(output));
+    }
+
+    fs::path dir;
+    std::string ticket;  // "" without one
+    bool made = true;
+};
 
 }  // namespace toolrunner
