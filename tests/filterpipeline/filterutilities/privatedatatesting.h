@@ -115,4 +115,13 @@ inline std::wstring PrivateTicket(const std::wstring& body) {
     return Ticket(body, PrivateDeclaration());
 }
 
+// The values an XPath query selects in serialised XML, joined by '|'.
+inline std::string Joined(const documenttesting::RawXml& raw, const char* xpath) {
+    std::string joined;
+    for (const std::string& value : raw.Strings(xpath)) {
+        joined += (joined.empty() ? "" : "|") + value;
+    }
+    return joined;
+}
+
 }  // namespace privatedatatesting
