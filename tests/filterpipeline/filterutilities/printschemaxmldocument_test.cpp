@@ -444,7 +444,8 @@ TEST(PrintSchemaDocumentDeletion, DeletersReportWhetherTheyFoundSomething) {
     const std::tuple<const char*, std::function<HRESULT()>, HRESULT, const char*> steps[] = {
         // clang-format off
         // A duplicated feature loses only its first occurrence, until one is left.
-        {"dup", [&] { return dup(L"D"); }, S_OK, "v:P v:N psk:D psk:2 psf:S psk:K psf:S psk:D psk:3"},
+        {"duplicate", [&] { return dup(L"D"); }, S_OK,
+         "v:P v:N psk:D psk:2 psf:S psk:K psf:S psk:D psk:3"},
         {"again", [&] { return dup(L"D"); }, S_OK, "v:P v:N psf:S psk:K psf:S psk:D psk:3"},
         {"single", [&] { return dup(L"D"); }, S_FALSE, "v:P v:N psf:S psk:K psf:S psk:D psk:3"},
         {"none", [&] { return dup(L"X"); }, S_FALSE, "v:P v:N psf:S psk:K psf:S psk:D psk:3"},
