@@ -18,6 +18,10 @@ using Scope = XpsFilterPrintTicketBase;
 namespace {
 
 constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+constexpr auto kPageSlot = Scope::EFilterPtScopePage;
+constexpr auto kDocumentSlot = Scope::EFilterPtScopeDocument;
+constexpr auto kJobSlot = Scope::EFilterPtScopeJob;
+constexpr auto kDefaultSlot = Scope::EFilterPtScopeUserDefault;
 
 AttributeBytesItem Opt(long feature, long value) {
     return AttributeBytesItem::MakeOptionValue(feature, static_cast<tagValueEnum>(value));
@@ -73,15 +77,13 @@ protected:
         view.Initialize(scope, dom[0], dom[1], dom[2], dom[3], nullptr, printer, token);
     }
 
-    // Renames the Option of the psk:PageOrientation Feature of a slot's DOM.
-    void SetOrientationOption(int slot, const wchar_t* option) {
+    // Renames the first element the query selects in a slot's DOM.
+    void Rename(int slot, const wchar_t* xpath, const wchar_t* name) {
         CComPtr<IXMLDOMNode> node;
-        ASSERT_EQ(dom[slot]->selectSingleNode(
-                      CComBSTR(L"//psf:Feature[@name='psk:PageOrientation']/psf:Option"), &node),
-                  S_OK);
+        ASSERT_EQ(dom[slot]->selectSingleNode(CComBSTR(xpath), &node), S_OK);
         CComQIPtr<IXMLDOMElement> element(node);
         ASSERT_TRUE(element);
-        ASSERT_EQ(element->setAttribute(CComBSTR(L"name"), CComVariant(option)), S_OK);
+        ASSERT_EQ(element->setAttribute(CComBSTR(L"name"), CComVariant(name)), S_OK);
     }
 
     std::wstring OptionOf(const wchar_t* feature) {
@@ -103,24 +105,18 @@ protected:
 // --- Scopes, counter, slots ---
 
 TEST(TypedViewScopes, PlatformScopesAndFeatureNamesMapOntoSlots) {
-    const std::pair<EPrintTicketScope, Scope::EFilterPtScope> scopes[] = {
-        {kPTPageScope, Scope::EFilterPtScopePage},
-        {kPTDocumentScope, Scope::EFilterPtScopeDocument},
-        {kPTJobScope, Scope::EFilterPtScopeJob},
-        {static_cast<EPrintTicketScope>(7), Scope::EFilterPtScopeUserDefault}};
-    for (const auto& [scope, slot] : scopes) {
-        EXPECT_EQ(Scope::MsEPrintTicketScopeToEFilterPtScope(scope), slot) << scope;
-    }
+    // clang-format off
+    const std::pair<int, Scope::EFilterPtScope> scopes[] = {
+        {kPTPageScope, kPageSlot}, {kPTDocumentScope, kDocumentSlot}, {kPTJobScope, kJobSlot},
+        {7, kDefaultSlot}};
     const std::pair<const wchar_t*, Scope::EFilterPtScope> names[] = {
-        {L"PageMediaSize", Scope::EFilterPtScopePage},
-        {L"DocumentNUp", Scope::EFilterPtScopeDocument},
-        {L"JobCopiesAllDocuments", Scope::EFilterPtScopeJob},
-        {L"OutputPage", Scope::EFilterPtScopeJob},
-        {L"page", Scope::EFilterPtScopeJob},
-        {L"", Scope::EFilterPtScopeJob}};
-    for (const auto& [name, slot] : names) {
-        EXPECT_EQ(Scope::GetFeatureScopeFromName(name), slot) << CXString(name).ToUtf8();
+        {L"PageMediaSize", kPageSlot}, {L"DocumentNUp", kDocumentSlot}, {L"OutputPage", kJobSlot},
+        {L"JobCopiesAllDocuments", kJobSlot}, {L"page", kJobSlot}, {L"", kJobSlot}};
+    // clang-format on
+    for (const auto& [scope, slot] : scopes) {
+        EXPECT_EQ(Scope::MsEPrintTicketScopeToEFilterPtScope(EPrintTicketScope(scope)), slot);
     }
+    for (const auto& [name, slot] : names) EXPECT_EQ(Scope::GetFeatureScopeFromName(name), slot);
 }
 
 TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
@@ -129,10 +125,10 @@ TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
     token = reinterpret_cast<HANDLE>(0x1234);
     Initialize(kPTPageScope, ticket, L"", ticket, ticket);
     EXPECT_EQ(view.GetChangeCounter().Get(), 0);
-    EXPECT_EQ(view.GetFilterScope(), Scope::EFilterPtScopePage);
-    EXPECT_NE(view.GetTicketOfScope(Scope::EFilterPtScopeUserDefault), nullptr);
-    EXPECT_EQ(view.GetTicketOfScope(Scope::EFilterPtScopeJob), nullptr);
-    EXPECT_NE(view.GetTicketOfScope(Scope::EFilterPtScopePage), nullptr);
+    EXPECT_EQ(view.GetFilterScope(), kPageSlot);
+    EXPECT_NE(view.GetTicketOfScope(kDefaultSlot), nullptr);
+    EXPECT_EQ(view.GetTicketOfScope(kJobSlot), nullptr);
+    EXPECT_NE(view.GetTicketOfScope(kPageSlot), nullptr);
     EXPECT_EQ(view.GetMergedTicket(), nullptr);
     EXPECT_EQ(view.GetPrinterName().Compare(L"Typed View Printer"), 0);
     EXPECT_EQ(view.GetUserToken(), token);
@@ -140,8 +136,8 @@ TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
     dom[3] = nullptr;
     Reinitialize(kPTDocumentScope);
     EXPECT_EQ(view.GetChangeCounter().Get(), 1);
-    EXPECT_EQ(view.GetTicketOfScope(Scope::EFilterPtScopePage), nullptr);
-    EXPECT_EQ(view.GetFilterScope(), Scope::EFilterPtScopeDocument);
+    EXPECT_EQ(view.GetTicketOfScope(kPageSlot), nullptr);
+    EXPECT_EQ(view.GetFilterScope(), kDocumentSlot);
 
     // A DOM that is not a PrintTicket is refused by its wrapper.
     CComPtr<IXMLDOMDocument2> capabilities = LoadXml(documenttesting::Capabilities(L""));
@@ -360,11 +356,7 @@ TEST_F(TypedViewTest, OrientationFailuresAreThrownAndAbsenceIsNotCached) {
     Initialize(kPTPageScope, L"", L"", L"",
                PrivateTicket(Feature(L"Unrelated", L"ReverseLandscape")));
     EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Portrait);  // no throw
-    CComPtr<IXMLDOMNode> feature;
-    ASSERT_EQ(dom[3]->selectSingleNode(CComBSTR(L"//psf:Feature"), &feature), S_OK);
-    CComQIPtr<IXMLDOMElement> element(feature);
-    ASSERT_TRUE(element);
-    ASSERT_EQ(element->setAttribute(CComBSTR(L"name"), CComVariant(L"psk:PageOrientation")), S_OK);
+    Rename(3, L"//psf:Feature", L"psk:PageOrientation");
     EXPECT_EQ(view.GetOrientation(&found), PrintSchema::PageOrientation::ReverseLandscape);
     EXPECT_TRUE(found);
 }
@@ -396,8 +388,8 @@ TEST_F(TypedViewTest, TheAttributesComeFromTheFirstTicketFromTheViewsScopeUp) {
 TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
     Initialize(kPTPageScope, PrivateTicket(Feature(L"PageOrientation", L"Landscape")),
                AttributeTicket(NUp(ValueNUp4)), PrivateTicket(L""), PrivateTicket(L""));
-    PrintTicketXmlDocument* job = view.GetTicketOfScope(Scope::EFilterPtScopeJob);
-    PrintTicketXmlDocument* page = view.GetTicketOfScope(Scope::EFilterPtScopePage);
+    PrintTicketXmlDocument* job = view.GetTicketOfScope(kJobSlot);
+    PrintTicketXmlDocument* page = view.GetTicketOfScope(kPageSlot);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
     EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
 
@@ -405,22 +397,19 @@ TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
     // and the answers are asked again (the counter moved) with the same results.
     dom[3] = LoadXml(PrivateTicket(L""));
     Reinitialize(kPTPageScope);
-    EXPECT_EQ(view.GetTicketOfScope(Scope::EFilterPtScopeJob), job);
-    EXPECT_NE(view.GetTicketOfScope(Scope::EFilterPtScopePage), page);
+    EXPECT_EQ(view.GetTicketOfScope(kJobSlot), job);
+    EXPECT_NE(view.GetTicketOfScope(kPageSlot), page);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
     EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
 
     // A ticket edited between two Initialize calls is read afresh: a new option, and a device
     // mode put into the document ticket, which now comes before the job's.
-    SetOrientationOption(0, L"psk:ReversePortrait");
+    Rename(0, L"//psf:Feature[@name='psk:PageOrientation']/psf:Option", L"psk:ReversePortrait");
     CComPtr<IXMLDOMDocument2> withDevmode = LoadXml(AttributeTicket(NUp(ValueNUp9)));
-    ASSERT_EQ(withDevmode->setProperty(
-                  CComBSTR(L"SelectionNamespaces"),
-                  CComVariant((L"xmlns:psf='" + documenttesting::kFramework + L"'").c_str())),
-              S_OK);
-    CComPtr<IXMLDOMNode> parameterInit;
-    ASSERT_EQ(withDevmode->selectSingleNode(CComBSTR(L"//psf:ParameterInit"), &parameterInit),
-              S_OK);
+    CComPtr<IXMLDOMElement> sourceRoot;
+    ASSERT_EQ(withDevmode->get_documentElement(&sourceRoot), S_OK);
+    CComPtr<IXMLDOMNode> parameterInit;  // the snapshot
+    ASSERT_EQ(sourceRoot->get_firstChild(&parameterInit), S_OK);
     CComPtr<IXMLDOMElement> documentRoot;
     ASSERT_EQ(dom[2]->get_documentElement(&documentRoot), S_OK);
     CComPtr<IXMLDOMNode> moved;
