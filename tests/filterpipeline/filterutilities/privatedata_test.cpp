@@ -228,39 +228,37 @@ TEST(OemDevmodeRecords, RecordsThatDoNotFitAreRefusedByTheBuilder) {
 
 TEST(JobZorunDriverData, RoundTripsByteForByte) {
     auto ticket = TicketDocument(PrivateTicket(Feature(L"PageOrientation", L"Portrait")));
-    ASSERT_TRUE(ticket);
     ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
+    auto set = [&](ByteBuffer& bytes) {
+        return ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(bytes),
+                                                          static_cast<DWORD>(bytes.size()));
+    };
+    ByteBuffer back;
     for (int pass = 0; pass < 2; ++pass) {
         // Setting it again replaces the ParameterInit.
         devmode[kPublic + 3] = static_cast<BYTE>(0x99 + pass);
-        ASSERT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(devmode),
-                                                             static_cast<DWORD>(devmode.size())),
-                  S_OK);
-        ByteBuffer back(3, 0x77);
+        ASSERT_EQ(set(devmode), S_OK);
+        back.assign(3, 0x77);
         ticket->GetJobZorunDriverDataFromPrintTicket(back);
         EXPECT_EQ(back, devmode);
         // One string ParameterInit, the root's last child, the CRC in front of the device mode.
         RawXml xml(XmlOf(*ticket));
-        EXPECT_EQ(Joined(xml, "/psf:PrintTicket/*[last()]/@name"), "zk:JobZorunDriverData");
-        EXPECT_EQ(Joined(xml, "//psf:ParameterInit/psf:Value/@xsi:type"), "xsd:string");
+        EXPECT_EQ(Joined(xml, "/psf:PrintTicket/*[last()]/@name | //psf:Value/@xsi:type"),
+                  "zk:JobZorunDriverData|xsd:string");
         EXPECT_EQ(Joined(xml, "//psf:ParameterInit/psf:Value"),
                   platform::WideToUtf8(FramedPayload(devmode)));
     }
     // An undeclared private namespace is declared when it is written.
     ticket = TicketDocument(documenttesting::Ticket(L""));
-    ASSERT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(devmode),
-                                                         static_cast<DWORD>(devmode.size())),
-              S_OK);
+    ASSERT_EQ(set(devmode), S_OK);
     const std::string xml = XmlOf(*ticket);
     EXPECT_NE(
         xml.find("xmlns:zk=\"" + platform::WideToUtf8(PrintSchema::PrivateKeywordsNamespaceUri)),
         std::string::npos)
         << xml;
     EXPECT_EQ(Joined(RawXml(xml), "//psf:ParameterInit/@name"), "zk:JobZorunDriverData");
-    ByteBuffer back;
     ticket->GetJobZorunDriverDataFromPrintTicket(back);
     EXPECT_EQ(back, devmode);
-
     // A null device mode is refused; an empty one still gets its (zero) CRC frame.
     EXPECT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(nullptr, 10), E_POINTER);
     EXPECT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(nullptr, 0), S_OK);
@@ -323,35 +321,41 @@ TEST(JobZorunDriverData, EachTicketGivesItsOwnBytesWhateverWasReadBefore) {
 
 // --- The device mode the filters use ---
 
-// Only the page snapshot counts, and only with a plug-in part of this version and layout.
+// Only the page snapshot counts, and only with a plug-in part of this version and layout; the
+// manager's entry point parses the text first (not a PrintTicket: the document's rejection,
+// S_FALSE). Only S_OK carries a device mode.
 TEST(DevmodeFromTicket, OnlyASnapshotWithTheDriversPartCounts) {
     const ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
     ByteBuffer version = devmode;
     OemDevmode::WriteDword(version.data() + kPart + 8, 2);
     ByteBuffer layout = devmode;
     OemDevmode::WriteDword(layout.data() + kPart + 12, 2);
-    const struct {
-        const char* name;
-        std::wstring ticket;
-        HRESULT hr;
-        ByteBuffer expected;
-    } rows[] = {
-        // clang-format off
-        {"snapshot", TicketWithSnapshot(devmode), S_OK, devmode},
-        {"job data only", JobData(FramedPayload(devmode)), S_FALSE, {}},
-        {"another version", TicketWithSnapshot(version), E_FAIL, {}},
-        {"another layout", TicketWithSnapshot(layout), E_FAIL, {}},
-        {"not base64", PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", L"#!")), E_FAIL,
-         {}},
-        // clang-format on
+    const std::wstring notBase64 =
+        PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", L"#!"));
+    const std::tuple<const char*, std::wstring, HRESULT, bool> rows[] = {
+        // name, text, result, whether the text is a ticket the document can be made of
+        {"snapshot", TicketWithSnapshot(devmode), S_OK, true},
+        {"job data only", JobData(FramedPayload(devmode)), S_FALSE, true},
+        {"another version", TicketWithSnapshot(version), E_FAIL, true},
+        {"another layout", TicketWithSnapshot(layout), E_FAIL, true},
+        {"not base64", notBase64, E_FAIL, true},
+        {"not XML", L"<psf:PrintTicket", E_FAIL, false},
+        {"capabilities", documenttesting::Capabilities(L""), S_FALSE, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto ticket = TicketDocument(row.ticket);
+    for (auto [name, text, hr, isTicket] : rows) {
+        SCOPED_TRACE(name);
+        const ByteBuffer expected = hr == S_OK ? devmode : ByteBuffer{};
         ByteBuffer back(4, 4);
-        EXPECT_EQ(ticket->GetDevmodeFromPrintTicket(back), row.hr);
-        EXPECT_EQ(back, row.expected);
+        EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(text.data(), back), hr);
+        EXPECT_EQ(back, expected);
+        if (!isTicket) continue;
+        back.assign(4, 4);
+        EXPECT_EQ(TicketDocument(text)->GetDevmodeFromPrintTicket(back), hr);
+        EXPECT_EQ(back, expected);
     }
+    ByteBuffer back(3, 3);
+    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(nullptr, back), E_POINTER);
+    EXPECT_TRUE(back.empty());
 }
 
 TEST(DevmodeFromTicket, ARealWriterSnapshotIsReadButHasNoDriverPart) {
@@ -372,24 +376,6 @@ TEST(DevmodeFromTicket, ARealWriterSnapshotIsReadButHasNoDriverPart) {
     ByteBuffer used;
     EXPECT_EQ(ticket.GetDevmodeFromPrintTicket(used), E_FAIL);
     EXPECT_TRUE(used.empty());
-}
-
-// The manager's entry point parses the text; only S_OK carries a device mode. Not a PrintTicket:
-// the document's rejection (S_FALSE).
-TEST(DevmodeFromTicket, TheStringEntryPoint) {
-    const ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    ByteBuffer back(3, 3);
-    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(nullptr, back), E_POINTER);
-    EXPECT_TRUE(back.empty());
-    const std::pair<std::wstring, HRESULT> rows[] = {{L"<psf:PrintTicket", E_FAIL},
-                                                     {TicketWithSnapshot(devmode), S_OK},
-                                                     {JobData(L"AAAA"), S_FALSE},
-                                                     {documenttesting::Capabilities(L""), S_FALSE}};
-    for (auto [text, hr] : rows) {
-        back.assign(3, 3);
-        EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(text.data(), back), hr);
-        EXPECT_EQ(back, hr == S_OK ? devmode : ByteBuffer{});
-    }
 }
 
 // --- The maker's job ticket ---
