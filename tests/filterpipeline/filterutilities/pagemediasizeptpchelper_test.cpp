@@ -194,58 +194,48 @@ TEST(FindFormInfoRectTest, MatchesTruncatedTenthsAndFallsBackToTheCustomEntry) {
 // driver's own sizes are private names), and keep the name they had when there is none.
 TEST(OptionNameTest, NamesByKindAndDictionaryEntry) {
     PageSizeDictionary dictionary{nullptr};
-    const auto keywords = MsPrintTicketKeywordsNamespace;
-    const auto user = MsPrintTicketUserKeywordsNamespace;
-    const struct {
-        const char* name;
-        Form form;
-        bool isCustom;
-        bool isPostScript;
-        const wchar_t* option;
-        MsPrintTicketNamespacesEnum ns;
-    } rows[] = {
+    const Form custom = MakeForm(12345, 256, 1000, 1000, 0);
+    // The name with "psk:" for the keywords namespace, "zk:" for the private one.
+    const std::tuple<const char*, Form, bool, bool, const char*> rows[] = {
         // clang-format off
+        // name, form, isCustom, isPostScript, name
         {"user form", MakeForm(25005, 258, 1000, 2000, 70001), false, false,
-         L"UserForm_258_1000x2000", user},
+         "zk:UserForm_258_1000x2000"},
         {"driver custom size", MakeForm(25003, 257, 2100, 9000, 70002), false, true,
-         L"DriverCustomSize_257_2100x9000", user},
+         "zk:DriverCustomSize_257_2100x9000"},
         {"largest user form", MakeForm(25005, 65535, 4294967295u, 0, 1), false, false,
-         L"UserForm_65535_4294967295x0", user},
-        {"custom", MakeForm(12345, 256, 1000, 1000, 0), true, false, L"CustomMediaSize", keywords},
-        {"PostScript custom", MakeForm(12345, 256, 1000, 1000, 0), true, true, L"PSCustomMediaSize",
-         keywords},
-        {"predefined", kA4Form, false, false, L"ISOA4", keywords},
-        {"driver", MakeForm(25002, 9, 2100, 2970, kA4), false, false, L"ISOA4", keywords},
-        {"standard", MakeForm(25004, 9, 2100, 2970, kA4), false, false, L"ISOA4", keywords},
+         "zk:UserForm_65535_4294967295x0"},
+        {"custom", custom, true, false, "psk:CustomMediaSize"},
+        {"PostScript custom", custom, true, true, "psk:PSCustomMediaSize"},
+        {"predefined", kA4Form, false, false, "psk:ISOA4"},
+        {"driver", MakeForm(25002, 9, 2100, 2970, kA4), false, false, "psk:ISOA4"},
+        {"standard", MakeForm(25004, 9, 2100, 2970, kA4), false, false, "psk:ISOA4"},
         // Two entries of one size: the value decides.
-        {"note", MakeForm(25001, 1, 2159, 2794, kNote), false, false, L"NorthAmericaNote",
-         keywords},
-        {"letter", MakeForm(25001, 1, 2159, 2794, kLetter), false, false, L"NorthAmericaLetter",
-         keywords},
-        {"ledger", MakeForm(25002, 4, 4318, 2794, kLedger), false, false,
-         L"Ledger", user},
-        {"size of no entry", MakeForm(25001, 9, 2101, 2970, kA4), false, false, L"before",
-         keywords},
-        {"size and value of two entries", MakeForm(25004, 9, 2100, 2970, kLetter), false, false,
-         L"before", keywords},
+        {"note", MakeForm(25001, 1, 2159, 2794, kNote), false, false, "psk:NorthAmericaNote"},
+        {"letter", MakeForm(25001, 1, 2159, 2794, kLetter), false, false, "psk:NorthAmericaLetter"},
+        {"ledger", MakeForm(25002, 4, 4318, 2794, kLedger), false, false, "zk:Ledger"},
+        {"size of no entry", MakeForm(25001, 9, 2101, 2970, kA4), false, false, "psk:before"},
+        {"letter's value", MakeForm(25004, 9, 2100, 2970, kLetter), false, false, "psk:before"},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    auto named = [](const CXString& name, MsPrintTicketNamespacesEnum ns) {
+        return (ns == MsPrintTicketKeywordsNamespace       ? "psk:"
+                : ns == MsPrintTicketUserKeywordsNamespace ? "zk:"
+                                                           : "?:") +
+               name.ToUtf8();
+    };
+    for (const auto& [row, form, isCustom, isPostScript, expected] : rows) {
         CXString name(L"before");
         MsPrintTicketNamespacesEnum ns = PrintSchema::MsPrintTicketFrameworkNamespace;
-        Helper::GetMsPageMediaSizeOptionName(row.isCustom, row.isPostScript, dictionary, row.form,
-                                             &name, &ns);
-        EXPECT_EQ(name.ToUtf8(), CXString(row.option).ToUtf8());
-        EXPECT_EQ(ns, row.ns);
+        Helper::GetMsPageMediaSizeOptionName(isCustom, isPostScript, dictionary, form, &name, &ns);
+        EXPECT_EQ(named(name, ns), expected) << row;
     }
     // Without a dictionary the helper opens its own.
     CXString name;
-    MsPrintTicketNamespacesEnum ns = user;
+    MsPrintTicketNamespacesEnum ns = MsPrintTicketUserKeywordsNamespace;
     Helper::GetMsPageMediaSizeOptionName(
         false, false, MakeForm(25001, 8, 2970, 4200, DataModelIds::ValuePageSizeISOA3), &name, &ns);
-    EXPECT_EQ(name, L"ISOA3");
-    EXPECT_EQ(ns, keywords);
+    EXPECT_EQ(named(name, ns), "psk:ISOA3");
 }
 
 TEST(OptionNameTest, OtherKindsAndNullOutputsThrow) {
