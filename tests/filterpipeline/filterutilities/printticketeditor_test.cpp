@@ -41,19 +41,11 @@ CComPtr<T> Make() {
     return p;
 }
 
-// What a part's ticket holds now, as text.
+// What a part's ticket holds now, as text: what the consumer's stream received for a ticket it
+// made, the content of one the test made.
 std::string ContentOf(IPartPrintTicket* ticket) {
-    CComPtr<IPrintReadStream> stream;
-    EXPECT_EQ(ticket->GetStream(&stream), S_OK);
-    std::string bytes;
-    char buffer[4096];
-    for (;;) {
-        ULONG read = 0;
-        BOOL eof = FALSE;
-        if (FAILED(stream->ReadBytes(buffer, sizeof buffer, &read, &eof)) || read == 0) break;
-        bytes.append(buffer, read);
-    }
-    return bytes;
+    auto* part = static_cast<fakes::TicketPart*>(ticket);
+    return part->written != nullptr ? part->written->bytes : part->content;
 }
 
 std::string UriOf(IPartPrintTicket* ticket) {
