@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
 
+#include <cctype>
 #include <regex>
 #include <string>
 
@@ -153,37 +154,26 @@ protected:
 // ticket is suffixed only when its name is one of a lower scope. The unique name of a page
 // carries the index and the tick count, a job's the tick count.
 TEST_F(EditorTest, ScopeSuffixesFollowTheEditorsScope) {
-    const struct {
-        const char* name;
-        char scope;
-        const wchar_t* ticketUri;
-        bool unique;
-        const char* expected;  // a pattern
-    } rows[] = {
+    // Scopes p(age), d(ocument), j(ob); upper case: the unique name. Expected: a pattern.
+    const std::tuple<const char*, char, const wchar_t*, const char*> rows[] = {
         // clang-format off
-        {"page", 'p', L"/Documents/1/Metadata/Page1_PT.xml", false,
-         "/Documents/1/Metadata/Page1_PT_p\\.xml"},
-        {"document", 'd', L"/Documents/1/Metadata/Page1_PT.xml", false,
-         "/Documents/1/Metadata/Page1_PT_d\\.xml"},
-        {"page, no extension", 'p', L"/Metadata/PT", false, "/Metadata/PT_p"},
-        {"page, already suffixed", 'p', L"/Metadata/Page1_PT_p.xml", false, "\\.xml"},
-        {"job", 'j', L"/Metadata/Job_PT.xml", false, "/Metadata/Job_PT\\.xml"},
-        {"job, named for a page", 'j', L"/Metadata/Page1_PT_p.xml", false,
-         "/Metadata/Page1_PT_p_j\\.xml"},
-        {"job, named for a document", 'j', L"/Metadata/Doc_PT_d.xml", false,
-         "/Metadata/Doc_PT_d_j\\.xml"},
-        {"unique page", 'p', L"/Metadata/Page1_PT.xml", true,
-         "/Metadata/Page1_PT_p_7_[0-9a-f]+\\.xml"},
-        {"unique job", 'j', L"/Metadata/Page1_PT.xml", true, "/Metadata/Page1_PT_[0-9]+\\.xml"},
+        {"page", 'p', L"/Documents/1/Page1_PT.xml", "/Documents/1/Page1_PT_p\\.xml"},
+        {"document", 'd', L"/Metadata/Page1_PT.xml", "/Metadata/Page1_PT_d\\.xml"},
+        {"page, no extension", 'p', L"/Metadata/PT", "/Metadata/PT_p"},
+        {"page, already suffixed", 'p', L"/Metadata/Page1_PT_p.xml", "\\.xml"},
+        {"job", 'j', L"/Metadata/Job_PT.xml", "/Metadata/Job_PT\\.xml"},
+        {"job, named for a page", 'j', L"/Metadata/Page1_PT_p.xml", "/Metadata/Page1_PT_p_j\\.xml"},
+        {"job, named for a document", 'j', L"/Metadata/Doc_PT_d.xml", "/Metadata/Doc_PT_d_j\\.xml"},
+        {"unique page", 'P', L"/Metadata/Page1_PT.xml", "/Metadata/Page1_PT_p_7_[0-9a-f]+\\.xml"},
+        {"unique job", 'J', L"/Metadata/Page1_PT.xml", "/Metadata/Page1_PT_[0-9]+\\.xml"},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto ticket = fakes::MakeTicket(row.ticketUri, Ticket(""));
-        Edited e = Edit(row.scope, ticket, 7);
+    for (const auto& [name, scope, ticketUri, expected] : rows) {
+        auto ticket = fakes::MakeTicket(ticketUri, Ticket(""));
+        Edited e = Edit(static_cast<char>(std::tolower(scope)), ticket, 7);
         CXString uri;
-        EXPECT_EQ(e.editor->GetUriWithScopeSuffixAdded(ticket, uri, row.unique), S_OK);
-        EXPECT_TRUE(std::regex_match(uri.ToUtf8(), std::regex(row.expected))) << uri.ToUtf8();
+        EXPECT_EQ(e.editor->GetUriWithScopeSuffixAdded(ticket, uri, std::isupper(scope)), S_OK);
+        EXPECT_TRUE(std::regex_match(uri.ToUtf8(), std::regex(expected))) << name << uri.ToUtf8();
     }
 
     // A failing GetUri is returned with an empty name.
