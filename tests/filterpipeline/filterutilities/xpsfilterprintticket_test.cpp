@@ -3,9 +3,7 @@
 // that read the driver's private attributes.
 #include <gtest/gtest.h>
 
-#include "filterpipeline/filterutilities/printticketmanager.h"
 #include "filterpipeline/filterutilities/xpsfilterprintticket.h"
-#include "pipelinefakes.h"
 #include "privatedatatesting.h"
 
 using namespace privatedatatesting;
@@ -423,24 +421,4 @@ TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
     ASSERT_EQ(documentRoot->removeChild(moved, &removed), S_OK);
     Reinitialize(kPTPageScope);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
-}
-
-TEST(TypedViewManager, TheManagersViewsAnswerFromTheirScopes) {
-    PrintTicketManager manager;
-    CComPtr<fakes::ReadStream> stream;
-    stream.Attach(new fakes::ReadStream(
-        platform::WideToUtf8(PrivateTicket(Feature(L"PageOrientation", L"ReverseLandscape")))));
-    CComBSTR printer(L"Manager Printer");
-    ASSERT_EQ(manager.Initialise(stream, printer, nullptr), S_OK);
-    CComPtr<IXMLDOMDocument2> page =
-        LoadXml(PrivateTicket(Feature(L"PageOrientation", L"Landscape")));
-    ASSERT_EQ(manager.InitializeWithPrintTicket(kPTPageScope, page), S_OK);
-
-    XpsFilterPrintTicket* view = nullptr;
-    ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
-    EXPECT_EQ(view->GetOrientation(), PrintSchema::PageOrientation::Landscape);
-    ASSERT_EQ(manager.GetTicket(kPTJobScope, &view), S_OK);
-    // The job view asks page features of the page ticket first too: every view sees all slots.
-    EXPECT_EQ(view->GetOrientation(), PrintSchema::PageOrientation::Landscape);
-    EXPECT_EQ(view->GetPrinterName().Compare(L"Manager Printer"), 0);
 }
