@@ -59,12 +59,12 @@ TEST(PageMediaSizeFormListTest, OnlyAnImpersonatingThreadGetsTheDriversForms) {
     CXString printer(kSamplePrinter);
     ASSERT_FALSE(SetThreadTokenWrapper::IsThisThreadImpersonating());
     EXPECT_TRUE(Helper::GetPaperInfoForAnXpsFilter(printer).empty());
-    // The printer does have forms: the driver reports them when asked directly.
-    EXPECT_EQ(DeviceCapabilitiesW(printer, nullptr, DC_PRIVATE_FORMS, nullptr, nullptr), 11);
 
-    ProcessToken token;
+    HANDLE token = nullptr;  // the process user's
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token));
+    std::unique_ptr<void, decltype(&CloseHandle)> closer(token, CloseHandle);
     {
-        SetThreadTokenWrapper impersonation(token.Get());
+        SetThreadTokenWrapper impersonation(token);
         ASSERT_TRUE(impersonation.Succeeded());
         Helper::FormsInfoList forms = Helper::GetPaperInfoForAnXpsFilter(printer);
         ASSERT_EQ(forms.size(), 11u);
@@ -78,7 +78,7 @@ TEST(PageMediaSizeFormListTest, OnlyAnImpersonatingThreadGetsTheDriversForms) {
     // The filtered list impersonates only for the call. A4, Letter, A3 and the custom entry;
     // then A5, Legal, Monarch (standard); the photo form (user); the banner (driver custom). B5
     // (JIS) and Ledger are known to the dictionary.
-    Helper::FormsInfoList forms = Helper::GetFilteredPaperInfoForAnXpsFilter(printer, token.Get());
+    Helper::FormsInfoList forms = Helper::GetFilteredPaperInfoForAnXpsFilter(printer, token);
     EXPECT_FALSE(SetThreadTokenWrapper::IsThisThreadImpersonating());
     // clang-format off
     EXPECT_EQ(KindsAndValues(forms),

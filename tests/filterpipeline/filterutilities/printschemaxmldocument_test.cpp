@@ -8,9 +8,11 @@
 
 #include "documenttesting.h"
 #include "filterpipeline/filterutilities/printticketquerybuilder.h"
+#include "privatedatatesting.h"
 
 using namespace documenttesting;
 using Access = PrintSchemaTestAccess;
+using privatedatatesting::Joined;
 using NsEnum = PrintSchema::MsPrintTicketNamespacesEnum;
 using Strings = std::vector<std::string>;
 
@@ -29,15 +31,6 @@ CComBSTR Property(const CComPtr<IXMLDOMDocument2>& dom, const wchar_t* name) {
 // A document of either kind: tests of the core use the ticket root.
 PrintSchemaXmlDocument TicketDocument(const std::wstring& xml) {
     return PrintSchemaXmlDocument(L"PrintTicket", LoadXml(xml));
-}
-
-// The values a query selects, joined.
-std::string Joined(const RawXml& raw, const char* xpath, const char* separator = "|") {
-    std::string joined;
-    for (const std::string& value : raw.Strings(xpath)) {
-        joined += (joined.empty() ? "" : separator) + value;
-    }
-    return joined;
 }
 
 }  // namespace
