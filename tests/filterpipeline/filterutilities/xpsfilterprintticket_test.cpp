@@ -123,6 +123,7 @@ TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
     token = reinterpret_cast<HANDLE>(0x1234);
     Initialize(kPTPageScope, ticket, L"", ticket, ticket);
     EXPECT_EQ(view.GetChangeCounter().Get(), 0);
+    EXPECT_EQ(view.GetScope(), kPTPageScope);
     EXPECT_EQ(view.GetFilterScope(), kPageSlot);
     EXPECT_NE(view.GetTicketOfScope(kDefaultSlot), nullptr);
     EXPECT_EQ(view.GetTicketOfScope(kJobSlot), nullptr);
