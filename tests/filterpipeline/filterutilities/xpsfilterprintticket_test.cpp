@@ -232,6 +232,8 @@ TEST_F(TypedViewTest, GettersReadTheTicketAndTheDriverAttributes) {
     const long kOn = ValueFitToOutputPaperOn;
     const long kFitMode = ValueScalingModeFitToPaper;
     const Items fitMode = {Opt(FeatureScalingMode, kFitMode)};
+    const AttributeBytesItem booklet = Bool(FeatureBooklet, true);
+    const long kEdge = FeatureBookletBindingEdge;
     const struct {
         const char* name;
         Items items;  // none: a ticket without a device mode
@@ -271,11 +273,9 @@ TEST_F(TypedViewTest, GettersReadTheTicketAndTheDriverAttributes) {
         // Booklet binding: the edge (left by default) only when the user chose a booklet;
         // gutter in micrometres to hundredths of a millimetre, creep to thousandths of an inch,
         // halves rounding down.
-        {"booklet right", {Bool(FeatureBooklet, true), Opt(FeatureBookletBindingEdge,
-                           ValueBindingEdgeRight)}, 'b', true, S_OK, {BindRight, 0, 0}},
-        {"booklet left", {Bool(FeatureBooklet, true), Opt(FeatureBookletBindingEdge,
-                          ValueBindingEdgeLeft)}, 'b', true, S_OK, {BindLeft, 0, 0}},
-        {"booklet", {Bool(FeatureBooklet, true)}, 'b', true, S_OK, {BindLeft, 0, 0}},
+        {"right", {booklet, Opt(kEdge, ValueBindingEdgeRight)}, 'b', true, S_OK, {BindRight, 0, 0}},
+        {"left", {booklet, Opt(kEdge, ValueBindingEdgeLeft)}, 'b', true, S_OK, {BindLeft, 0, 0}},
+        {"booklet", {booklet}, 'b', true, S_OK, {BindLeft, 0, 0}},
         {"no booklet", {Bool(FeatureBooklet, false)}, 'b', true, S_OK, {kNone, 0, 0}},
         {"booklet not chosen", {Bool(FeatureBooklet, true, false)}, 'b', true, S_OK, {kNone, 0, 0}},
         {"gutter and creep", {Int(FeatureBookletGutter, 1005), Int(FeatureBookletCreep, 254)}, 'b',
