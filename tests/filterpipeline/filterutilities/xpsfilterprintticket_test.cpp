@@ -3,7 +3,9 @@
 // that read the driver's private attributes.
 #include <gtest/gtest.h>
 
+#include "filterpipeline/filterutilities/printticketmanager.h"
 #include "filterpipeline/filterutilities/xpsfilterprintticket.h"
+#include "pipelinefakes.h"
 #include "privatedatatesting.h"
 
 using namespace privatedatatesting;
@@ -422,4 +424,22 @@ TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
     ASSERT_EQ(documentRoot->removeChild(moved, &removed), S_OK);
     Reinitialize(kPTPageScope);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
+}
+
+// A page ticket handed to the manager as a DOM is what the views of every scope read first.
+TEST(TypedViewManager, APageDomReachesTheViewsOfEveryScope) {
+    PrintTicketManager manager;
+    CComPtr<fakes::ReadStream> stream;
+    stream.Attach(new fakes::ReadStream(
+        platform::WideToUtf8(PrivateTicket(Feature(L"PageOrientation", L"ReverseLandscape")))));
+    CComBSTR printer(L"Manager Printer");
+    ASSERT_EQ(manager.Initialise(stream, printer, nullptr), S_OK);
+    CComPtr<IXMLDOMDocument2> page =
+        LoadXml(PrivateTicket(Feature(L"PageOrientation", L"Landscape")));
+    ASSERT_EQ(manager.InitializeWithPrintTicket(kPTPageScope, page), S_OK);
+    for (EPrintTicketScope scope : {kPTPageScope, kPTJobScope}) {
+        XpsFilterPrintTicket* view = nullptr;
+        ASSERT_EQ(manager.GetTicket(scope, &view), S_OK);
+        EXPECT_EQ(view->GetOrientation(), PrintSchema::PageOrientation::Landscape) << scope;
+    }
 }
