@@ -1,6 +1,5 @@
 // mediasizetesting.h: helpers of the page media size and imageable area tests: form records,
-// environment variables set for one test, printer registries of the tests' own, and a token
-// the calling thread can impersonate.
+// environment variables set for one test and printer registries of the tests' own.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -23,13 +22,7 @@ namespace fs = std::filesystem;
 using Form = MSDeviceCapabilities::_tag_FormsInfoRec;
 
 inline Form MakeForm(DWORD kind, WORD paperId, DWORD width, DWORD height, INT32 value) {
-    Form form{};
-    form.kind = kind;
-    form.paperId = paperId;
-    form.width = width;
-    form.height = height;
-    form.dataModelValue = value;
-    return form;
+    return Form{paperId, 0, width, height, value, 0, kind, {}};
 }
 
 using testsupport::ScopedEnvironment;
@@ -69,23 +62,5 @@ inline const char* kSamplePrinter = "Zorun Sample Printer";
 inline std::string SampleRegistry() {
     return std::string(FU_SOURCE_DIR) + "/samples/printers";
 }
-
-// A token of the process's user, closed at the end of the scope.
-class ProcessToken {
-public:
-    ProcessToken() {
-        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &m_token));
-    }
-    ~ProcessToken() {
-        if (m_token != nullptr) CloseHandle(m_token);
-    }
-    ProcessToken(const ProcessToken&) = delete;
-    ProcessToken& operator=(const ProcessToken&) = delete;
-
-    HANDLE Get() const { return m_token; }
-
-private:
-    HANDLE m_token = nullptr;
-};
 
 }  // namespace mediasizetesting

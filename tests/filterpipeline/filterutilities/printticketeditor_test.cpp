@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
 
+#include <cctype>
 #include <regex>
 #include <string>
 
@@ -24,6 +25,16 @@ std::string Ticket(const std::string& body, const std::string& extraDeclarations
            body + "</psf:PrintTicket>";
 }
 
+// A ticket of `count` extra features, large enough to be written in several blocks.
+std::string LargeTicket(int count) {
+    std::string padding;
+    for (int i = 0; i < count; ++i) {
+        padding += "<psf:Feature name='psk:Extra" + std::to_string(i) +
+                   "'><psf:Option name='psk:Value'/></psf:Feature>";
+    }
+    return Ticket(padding);
+}
+
 template <class T>
 CComPtr<T> Make() {
     CComPtr<T> p;
@@ -31,29 +42,17 @@ CComPtr<T> Make() {
     return p;
 }
 
-std::string Narrow(const CXString& text) {
-    return text.ToUtf8();
-}
-
-// What a part's ticket holds now, as text.
+// What a part's ticket holds now, as text: what the consumer's stream received for a ticket it
+// made, the content of one the test made.
 std::string ContentOf(IPartPrintTicket* ticket) {
-    CComPtr<IPrintReadStream> stream;
-    EXPECT_EQ(ticket->GetStream(&stream), S_OK);
-    std::string bytes;
-    char buffer[4096];
-    for (;;) {
-        ULONG read = 0;
-        BOOL eof = FALSE;
-        if (FAILED(stream->ReadBytes(buffer, sizeof buffer, &read, &eof)) || read == 0) break;
-        bytes.append(buffer, read);
-    }
-    return bytes;
+    auto* part = static_cast<fakes::TicketPart*>(ticket);
+    return part->written != nullptr ? part->written->bytes : part->content;
 }
 
-std::wstring UriOf(IPartPrintTicket* ticket) {
+std::string UriOf(IPartPrintTicket* ticket) {
     CComBSTR uri;
     EXPECT_EQ(ticket->GetUri(&uri), S_OK);
-    return uri.m_str == nullptr ? L"" : uri.m_str;
+    return CXString(uri.m_str == nullptr ? L"" : uri.m_str).ToUtf8();
 }
 
 // Parses text independently of the DOM under test; true when it is well-formed XML.
@@ -65,6 +64,24 @@ bool WellFormed(const std::string& xml) {
     return true;
 }
 
+// A part of one scope and an editor of it.
+struct Edited {
+    CComPtr<fakes::Page> page;
+    CComPtr<fakes::Document> document;
+    CComPtr<fakes::Sequence> sequence;
+    std::unique_ptr<PrintTicketEditor> editor;
+
+    // The part's ticket slot and its count of SetPrintTicket calls.
+    CComPtr<IPartPrintTicket>& Ticket() {
+        return page ? page->ticket : document ? document->ticket : sequence->ticket;
+    }
+    int SetTicketCalls() const {
+        return page       ? page->setTicketCalls
+               : document ? document->setTicketCalls
+                          : sequence->setTicketCalls;
+    }
+};
+
 class EditorTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -74,10 +91,29 @@ protected:
         consumer = Make<fakes::Consumer>();
     }
 
-    CComPtr<fakes::Page> PageWith(CComPtr<fakes::TicketPart> ticket) {
-        auto page = Make<fakes::Page>();
-        page->ticket = ticket;
-        return page;
+    // An editor of a p(age), d(ocument) or j(ob) part holding `ticket` (or none).
+    Edited Edit(char scope, IPartPrintTicket* ticket, ULONG index = 1,
+                IXpsDocumentConsumer* by = nullptr) {
+        if (by == nullptr) by = consumer;
+        Edited e;
+        if (scope == 'p') {
+            e.page = Make<fakes::Page>();
+            e.page->ticket = ticket;
+            e.editor = std::make_unique<PrintTicketEditor>(by, e.page, index, manager);
+        } else if (scope == 'd') {
+            e.document = Make<fakes::Document>();
+            e.document->ticket = ticket;
+            e.editor = std::make_unique<PrintTicketEditor>(by, e.document, index, manager);
+        } else {
+            e.sequence = Make<fakes::Sequence>();
+            e.sequence->ticket = ticket;
+            e.editor = std::make_unique<PrintTicketEditor>(by, e.sequence, manager);
+        }
+        return e;
+    }
+
+    Edited EditPage(const std::string& content = Ticket("")) {
+        return Edit('p', fakes::MakeTicket(L"/Metadata/Page1_PT.xml", content));
     }
 
     // Edits a part's ticket (or, for a part without one, its new ticket) to Landscape and
@@ -101,6 +137,12 @@ protected:
         return editor.CommitChanges();
     }
 
+    HRESULT Mapped(const wchar_t* uri) {
+        IPartPrintTicket* mapped = nullptr;
+        CXString key(uri);
+        return manager.GetUpdatedPrintTicketFromMap(key, &mapped);
+    }
+
     PrintTicketManager manager;
     CComBSTR printerName{L"Test Printer"};
     CComPtr<fakes::Consumer> consumer;
@@ -109,137 +151,133 @@ protected:
 // --- Names of rewritten tickets ---
 
 // A rewritten ticket's name takes the editor's scope as a suffix before the extension; a job
-// ticket is suffixed only when its name is one of a lower scope.
+// ticket is suffixed only when its name is one of a lower scope. The unique name of a page
+// carries the index and the tick count, a job's the tick count.
 TEST_F(EditorTest, ScopeSuffixesFollowTheEditorsScope) {
-    const struct {
-        const char* name;
-        char scope;  // p(age), d(ocument), j(ob)
-        const wchar_t* ticketUri;
-        const char* expected;
-    } rows[] = {
-        {"page", 'p', L"/Documents/1/Metadata/Page1_PT.xml",
-         "/Documents/1/Metadata/Page1_PT_p.xml"},
-        {"document", 'd', L"/Documents/1/Metadata/Page1_PT.xml",
-         "/Documents/1/Metadata/Page1_PT_d.xml"},
+    // Scopes p(age), d(ocument), j(ob); upper case: the unique name. Expected: a pattern.
+    const std::tuple<const char*, char, const wchar_t*, const char*> rows[] = {
+        // clang-format off
+        {"page", 'p', L"/Documents/1/Page1_PT.xml", "/Documents/1/Page1_PT_p\\.xml"},
+        {"document", 'd', L"/Metadata/Page1_PT.xml", "/Metadata/Page1_PT_d\\.xml"},
         {"page, no extension", 'p', L"/Metadata/PT", "/Metadata/PT_p"},
-        {"page, already suffixed", 'p', L"/Metadata/Page1_PT_p.xml", ".xml"},
-        {"job", 'j', L"/Metadata/Job_PT.xml", "/Metadata/Job_PT.xml"},
-        {"job, named for a page", 'j', L"/Metadata/Page1_PT_p.xml", "/Metadata/Page1_PT_p_j.xml"},
-        {"job, named for a document", 'j', L"/Metadata/Doc_PT_d.xml", "/Metadata/Doc_PT_d_j.xml"},
+        {"page, already suffixed", 'p', L"/Metadata/Page1_PT_p.xml", "\\.xml"},
+        {"job", 'j', L"/Metadata/Job_PT.xml", "/Metadata/Job_PT\\.xml"},
+        {"job, named for a page", 'j', L"/Metadata/Page1_PT_p.xml", "/Metadata/Page1_PT_p_j\\.xml"},
+        {"job, named for a document", 'j', L"/Metadata/Doc_PT_d.xml", "/Metadata/Doc_PT_d_j\\.xml"},
+        {"unique page", 'P', L"/Metadata/Page1_PT.xml", "/Metadata/Page1_PT_p_7_[0-9a-f]+\\.xml"},
+        {"unique job", 'J', L"/Metadata/Page1_PT.xml", "/Metadata/Page1_PT_[0-9]+\\.xml"},
+        // clang-format on
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto ticket = fakes::MakeTicket(row.ticketUri, Ticket(""));
+    for (const auto& [name, scope, ticketUri, expected] : rows) {
+        auto ticket = fakes::MakeTicket(ticketUri, Ticket(""));
+        Edited e = Edit(static_cast<char>(std::tolower(scope)), ticket, 7);
         CXString uri;
-        HRESULT hr = E_FAIL;
-        if (row.scope == 'p') {
-            auto page = PageWith(ticket);
-            PrintTicketEditor editor(consumer, page, 1, manager);
-            hr = editor.GetUriWithScopeSuffixAdded(ticket, uri, false);
-        } else if (row.scope == 'd') {
-            auto document = Make<fakes::Document>();
-            document->ticket = ticket;
-            PrintTicketEditor editor(consumer, document, 1, manager);
-            hr = editor.GetUriWithScopeSuffixAdded(ticket, uri, false);
-        } else {
-            auto sequence = Make<fakes::Sequence>();
-            PrintTicketEditor editor(consumer, sequence, manager);
-            hr = editor.GetUriWithScopeSuffixAdded(ticket, uri, false);
-        }
-        EXPECT_EQ(hr, S_OK);
-        EXPECT_EQ(Narrow(uri), row.expected);
+        EXPECT_EQ(e.editor->GetUriWithScopeSuffixAdded(ticket, uri, std::isupper(scope)), S_OK);
+        EXPECT_TRUE(std::regex_match(uri.ToUtf8(), std::regex(expected))) << name << uri.ToUtf8();
     }
-}
 
-TEST_F(EditorTest, TheUniquePartCarriesTheIndexAndTheTickCount) {
-    auto ticket = fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket(""));
-    auto page = PageWith(ticket);
-    PrintTicketEditor pageEditor(consumer, page, 7, manager);
-    CXString uri;
-    EXPECT_EQ(pageEditor.GetUriWithScopeSuffixAdded(ticket, uri, true), S_OK);
-    EXPECT_TRUE(
-        std::regex_match(Narrow(uri), std::regex(R"(/Metadata/Page1_PT_p_7_[0-9a-f]+\.xml)")))
-        << uri;
-
-    auto sequence = Make<fakes::Sequence>();
-    PrintTicketEditor jobEditor(consumer, sequence, manager);
-    EXPECT_EQ(jobEditor.GetUriWithScopeSuffixAdded(ticket, uri, true), S_OK);
-    EXPECT_TRUE(std::regex_match(Narrow(uri), std::regex(R"(/Metadata/Page1_PT_[0-9]+\.xml)")))
-        << uri;
-}
-
-TEST_F(EditorTest, AFailingGetUriIsReturnedWithAnEmptyName) {
+    // A failing GetUri is returned with an empty name.
     auto ticket = fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket(""));
     ticket->failGetUri = true;
-    auto page = PageWith(ticket);
-    PrintTicketEditor editor(consumer, page, 1, manager);
+    Edited e = Edit('p', ticket);
     CXString uri(L"left over");
-    EXPECT_EQ(editor.GetUriWithScopeSuffixAdded(ticket, uri, false), E_FAIL);
+    EXPECT_EQ(e.editor->GetUriWithScopeSuffixAdded(ticket, uri, false), E_FAIL);
     EXPECT_TRUE(uri.IsEmpty());
-    EXPECT_EQ(editor.GetUriWithScopeSuffixAdded(nullptr, uri, false), E_POINTER);
+    EXPECT_EQ(e.editor->GetUriWithScopeSuffixAdded(nullptr, uri, false), E_POINTER);
 }
 
 // --- Rewriting and sharing ---
 
-TEST_F(EditorTest, ADocumentTicketIsRewrittenUnderItsDocumentName) {
-    auto document = Make<fakes::Document>();
-    document->ticket = fakes::MakeTicket(L"/Metadata/MXDC_Empty_PT.xml", Ticket(""));
-    PrintTicketEditor editor(consumer, document, 1, manager);
-    ASSERT_EQ(RewriteToLandscape(editor), S_OK);
-    EXPECT_EQ(UriOf(document->ticket), L"/Metadata/MXDC_Empty_PT_d.xml");
-    IPartPrintTicket* mapped = nullptr;
-    CXString uri(L"/Metadata/MXDC_Empty_PT_d.xml");
-    EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(uri, &mapped), S_OK);
-    EXPECT_EQ(mapped, document->ticket.p);
+// A rewritten ticket is attached under its suffixed name (a job's keeps its own) and kept in
+// the map; a part without a ticket gets a new one named for its scope and index, made from the
+// default ticket without its content.
+TEST_F(EditorTest, RewrittenTicketsAreAttachedUnderTheirScopesName) {
+    const struct {
+        const char* name;
+        char scope;
+        const wchar_t* ticketUri;  // null: the part has none
+        ULONG index;
+        const char* expected;  // a pattern
+    } rows[] = {
+        {"page", 'p', L"/Metadata/Page1_PT.xml", 1, "/Metadata/Page1_PT_p\\.xml"},
+        {"document", 'd', L"/Metadata/MXDC_Empty_PT.xml", 1, "/Metadata/MXDC_Empty_PT_d\\.xml"},
+        {"job", 'j', L"/Metadata/Job_PT.xml", 1, "/Metadata/Job_PT\\.xml"},
+        {"new page ticket", 'p', nullptr, 3, "/METADATA/Page_3_PT_[0-9]+\\.xml"},
+        {"new document ticket", 'd', nullptr, 2, "/METADATA/Doc_2_PT_[0-9]+\\.xml"},
+        {"new job ticket", 'j', nullptr, 1, "/METADATA/Job_PT_[0-9]+\\.xml"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CComPtr<fakes::TicketPart> ticket;
+        if (row.ticketUri != nullptr) ticket = fakes::MakeTicket(row.ticketUri, Ticket(""));
+        Edited e = Edit(row.scope, ticket, row.index);
+        ASSERT_EQ(RewriteToLandscape(*e.editor), S_OK);
+        const std::string uri = UriOf(e.Ticket());
+        EXPECT_TRUE(std::regex_match(uri, std::regex(row.expected))) << uri;
+        const std::string written = ContentOf(e.Ticket());
+        EXPECT_TRUE(WellFormed(written)) << written;
+        EXPECT_NE(written.find("psk:Landscape"), std::string::npos) << written;
+        EXPECT_EQ(written.find("JobCopiesAllDocuments"), std::string::npos) << written;
+        if (row.scope != 'j') {
+            IPartPrintTicket* mapped = nullptr;
+            CXString key(uri.c_str());
+            EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(key, &mapped), S_OK);
+            EXPECT_EQ(mapped, e.Ticket().p);
+        }
+    }
 }
 
-TEST_F(EditorTest, TheJobTicketIsRewrittenButNeverSynchronised) {
-    auto sequence = Make<fakes::Sequence>();
-    sequence->ticket = fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket(""));
-    PrintTicketEditor editor(consumer, sequence, manager);
-    EXPECT_EQ(editor.TryToSynchAndCommitThisPrintTicketWithMatchFromMap(), S_FALSE);
-    ASSERT_EQ(RewriteToLandscape(editor), S_OK);
-    EXPECT_EQ(UriOf(sequence->ticket), L"/Metadata/Job_PT.xml");  // no suffix
-
-    auto another = Make<fakes::Sequence>();
-    another->ticket = fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket(""));
-    PrintTicketEditor second(consumer, another, manager);
-    EXPECT_TRUE(second.HasPrintTicketAlreadyBeenUpdatedForThisUri());
-    EXPECT_EQ(second.TryToSynchAndCommitThisPrintTicketWithMatchFromMap(), E_INVALIDARG);
-    EXPECT_EQ(another->setTicketCalls, 0);
+// The job ticket is never synchronised from the map, even when it has been rewritten.
+TEST_F(EditorTest, TheJobTicketIsNeverSynchronised) {
+    Edited first = Edit('j', fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket("")));
+    EXPECT_EQ(first.editor->TryToSynchAndCommitThisPrintTicketWithMatchFromMap(), S_FALSE);
+    ASSERT_EQ(RewriteToLandscape(*first.editor), S_OK);
+    Edited second = Edit('j', fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket("")));
+    EXPECT_TRUE(second.editor->HasPrintTicketAlreadyBeenUpdatedForThisUri());
+    EXPECT_EQ(second.editor->TryToSynchAndCommitThisPrintTicketWithMatchFromMap(), E_INVALIDARG);
+    EXPECT_EQ(second.SetTicketCalls(), 0);
 }
 
 TEST_F(EditorTest, TheDocumentIsMadeOnceAndNeedsAConsumerAndAnOutPointer) {
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket("")));
+    auto ticket = fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket(""));
+    auto page = Make<fakes::Page>();
+    page->ticket = ticket;
     PrintTicketEditor noConsumer(nullptr, page, 1, manager);
     PrintTicketXmlDocument* document = nullptr;
     EXPECT_EQ(noConsumer.TryToGetPointerToPrintTicketXmlDocument(&document), E_PENDING);
 
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    EXPECT_EQ(editor.TryToGetPointerToPrintTicketXmlDocument(nullptr), E_POINTER);
-    ASSERT_EQ(editor.TryToGetPointerToPrintTicketXmlDocument(&document), S_OK);
+    Edited e = Edit('p', ticket);
+    EXPECT_EQ(e.editor->TryToGetPointerToPrintTicketXmlDocument(nullptr), E_POINTER);
+    ASSERT_EQ(e.editor->TryToGetPointerToPrintTicketXmlDocument(&document), S_OK);
     PrintTicketXmlDocument* again = nullptr;
-    EXPECT_EQ(editor.TryToGetPointerToPrintTicketXmlDocument(&again), S_OK);
+    EXPECT_EQ(e.editor->TryToGetPointerToPrintTicketXmlDocument(&again), S_OK);
     EXPECT_EQ(again, document);
     EXPECT_EQ(consumer->newPartCalls, 1);
+    // A new empty ticket needs a part without one.
+    EXPECT_EQ(e.editor->GetPointerToNewEmptyPrintTicketXmlDocument(&again), E_FAIL);
+    EXPECT_EQ(consumer->newPartCalls, 1);
 
-    // A part without a ticket has nothing to edit in place.
-    auto bare = Make<fakes::Page>();
-    PrintTicketEditor bareEditor(consumer, bare, 2, manager);
-    EXPECT_FALSE(bareEditor.DoesPartHaveExistingPrintTicket());
-    EXPECT_FALSE(bareEditor.HasPrintTicketAlreadyBeenUpdatedForThisUri());
-    EXPECT_EQ(bareEditor.TryToGetPointerToPrintTicketXmlDocument(&document), S_FALSE);
+    // A part without a ticket has nothing to edit in place; its new ticket is made once.
+    Edited bare = Edit('p', nullptr, 2);
+    EXPECT_FALSE(bare.editor->DoesPartHaveExistingPrintTicket());
+    EXPECT_FALSE(bare.editor->HasPrintTicketAlreadyBeenUpdatedForThisUri());
+    EXPECT_EQ(bare.editor->TryToGetPointerToPrintTicketXmlDocument(&document), S_FALSE);
+    ASSERT_EQ(bare.editor->GetPointerToNewEmptyPrintTicketXmlDocument(&document), S_OK);
+    EXPECT_EQ(bare.editor->GetPointerToNewEmptyPrintTicketXmlDocument(&again), S_OK);
+    EXPECT_EQ(again, document);
+    EXPECT_EQ(consumer->newPartCalls, 2);
+    CComPtr<IXMLDOMNode> child;
+    EXPECT_EQ(document->GetRootNode()->get_firstChild(&child), S_FALSE);
+    EXPECT_TRUE(document->GetKeywordsNsPrefix() == L"psk:");  // the default's declarations
 }
 
 TEST_F(EditorTest, ADeclaredPrivateKeywordsNamespaceIsNotDeclaredTwice) {
     const std::string privateNs = CXString(PrintSchema::PrivateKeywordsNamespaceUri).ToUtf8();
-    auto page = PageWith(fakes::MakeTicket(
-        L"/Metadata/Page1_PT.xml",
-        Ticket("<psf:Feature name='drv:Tray'><psf:Option name='drv:Upper'/></psf:Feature>",
-               "xmlns:drv='" + privateNs + "'")));
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    ASSERT_EQ(RewriteToLandscape(editor), S_OK);
-    const std::string written = ContentOf(page->ticket);
+    Edited e =
+        EditPage(Ticket("<psf:Feature name='drv:Tray'><psf:Option name='drv:Upper'/></psf:Feature>",
+                        "xmlns:drv='" + privateNs + "'"));
+    ASSERT_EQ(RewriteToLandscape(*e.editor), S_OK);
+    const std::string written = ContentOf(e.Ticket());
     EXPECT_TRUE(WellFormed(written)) << written;
     std::size_t count = 0;
     for (std::size_t at = written.find(privateNs); at != std::string::npos;
@@ -248,65 +286,6 @@ TEST_F(EditorTest, ADeclaredPrivateKeywordsNamespaceIsNotDeclaredTwice) {
     }
     EXPECT_EQ(count, 1u) << written;
     EXPECT_NE(written.find("zk:Tray"), std::string::npos) << written;
-}
-
-// --- New tickets for parts without one ---
-
-TEST_F(EditorTest, ANewEmptyTicketNeedsAPartWithoutOne) {
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket("")));
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    PrintTicketXmlDocument* document = nullptr;
-    EXPECT_EQ(editor.GetPointerToNewEmptyPrintTicketXmlDocument(&document), E_FAIL);
-    EXPECT_EQ(consumer->newPartCalls, 0);
-}
-
-TEST_F(EditorTest, ANewEmptyTicketIsTheDefaultTicketWithoutContent) {
-    auto page = Make<fakes::Page>();
-    PrintTicketEditor editor(consumer, page, 3, manager);
-    PrintTicketXmlDocument* document = nullptr;
-    ASSERT_EQ(editor.GetPointerToNewEmptyPrintTicketXmlDocument(&document), S_OK);
-    ASSERT_NE(document, nullptr);
-    PrintTicketXmlDocument* again = nullptr;
-    EXPECT_EQ(editor.GetPointerToNewEmptyPrintTicketXmlDocument(&again), S_OK);
-    EXPECT_EQ(again, document);
-    ASSERT_EQ(consumer->newParts.size(), 1u);
-
-    CComPtr<IXMLDOMNode> child;
-    EXPECT_EQ(document->GetRootNode()->get_firstChild(&child), S_FALSE);
-    EXPECT_EQ(child, nullptr);
-    EXPECT_TRUE(document->GetKeywordsNsPrefix() == L"psk:");  // the default's declarations
-
-    ASSERT_EQ(RewriteToLandscape(editor), S_OK);
-    const std::wstring uri = UriOf(page->ticket);
-    EXPECT_TRUE(std::regex_match(CXString(uri.c_str()).ToUtf8(),
-                                 std::regex(R"(/METADATA/Page_3_PT_[0-9]+\.xml)")))
-        << CXString(uri.c_str()).ToUtf8();
-    const std::string written = ContentOf(page->ticket);
-    EXPECT_TRUE(WellFormed(written)) << written;
-    EXPECT_NE(written.find("psk:Landscape"), std::string::npos) << written;
-    EXPECT_EQ(written.find("JobCopiesAllDocuments"), std::string::npos) << written;
-
-    IPartPrintTicket* mapped = nullptr;
-    CXString key(uri.c_str());
-    EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(key, &mapped), S_OK);
-}
-
-TEST_F(EditorTest, NewTicketNamesFollowTheScope) {
-    auto sequence = Make<fakes::Sequence>();
-    PrintTicketEditor jobEditor(consumer, sequence, manager);
-    PrintTicketXmlDocument* document = nullptr;
-    ASSERT_EQ(jobEditor.GetPointerToNewEmptyPrintTicketXmlDocument(&document), S_OK);
-    auto fixedDocument = Make<fakes::Document>();
-    PrintTicketEditor documentEditor(consumer, fixedDocument, 2, manager);
-    ASSERT_EQ(documentEditor.GetPointerToNewEmptyPrintTicketXmlDocument(&document), S_OK);
-
-    ASSERT_EQ(consumer->newParts.size(), 2u);
-    CComQIPtr<IPartPrintTicket> job(consumer->newParts[0]);
-    CComQIPtr<IPartPrintTicket> doc(consumer->newParts[1]);
-    EXPECT_TRUE(std::regex_match(CXString(UriOf(job).c_str()).ToUtf8(),
-                                 std::regex(R"(/METADATA/Job_PT_[0-9]+\.xml)")));
-    EXPECT_TRUE(std::regex_match(CXString(UriOf(doc).c_str()).ToUtf8(),
-                                 std::regex(R"(/METADATA/Doc_2_PT_[0-9]+\.xml)")));
 }
 
 TEST(EditorWithoutDefaultTicket, ANewTicketIsPendingAndItsStreamClosed) {
@@ -324,41 +303,25 @@ TEST(EditorWithoutDefaultTicket, ANewTicketIsPendingAndItsStreamClosed) {
 
 // --- Committing ---
 
-TEST_F(EditorTest, CommittingTwiceWritesOnce) {
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket("")));
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    ASSERT_EQ(RewriteToLandscape(editor), S_OK);
-    auto& stream = *consumer->newStreams.at(0);
-    const int writes = stream.writeCalls;
-    const std::string bytes = stream.bytes;
-    EXPECT_EQ(editor.CommitChanges(), S_OK);
-    EXPECT_EQ(stream.writeCalls, writes);
-    EXPECT_EQ(stream.bytes, bytes);
-    EXPECT_EQ(stream.closeCalls, 1);
-}
-
-TEST_F(EditorTest, ALargeTicketIsWrittenIn8192ByteBlocks) {
-    std::string padding;
-    for (int i = 0; i < 400; ++i) {
-        padding += "<psf:Feature name='psk:Extra" + std::to_string(i) +
-                   "'><psf:Option name='psk:Value'/></psf:Feature>";
-    }
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket(padding)));
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    ASSERT_EQ(RewriteToLandscape(editor), S_OK);
+// A large ticket is written in blocks of 8192 bytes, once: committing again writes nothing.
+TEST_F(EditorTest, ALargeTicketIsWrittenIn8192ByteBlocksOnce) {
+    Edited e = EditPage(LargeTicket(400));
+    EXPECT_EQ(e.editor->CommitChanges(), E_FAIL);  // nothing to commit yet
+    EXPECT_EQ(e.SetTicketCalls(), 0);
+    ASSERT_EQ(RewriteToLandscape(*e.editor), S_OK);
     auto& stream = *consumer->newStreams.at(0);
     ASSERT_GT(stream.bytes.size(), 3u * 8192u);
     EXPECT_EQ(stream.largestWrite, 8192u);
     EXPECT_EQ(static_cast<std::size_t>(stream.writeCalls), (stream.bytes.size() + 8191) / 8192);
     EXPECT_TRUE(WellFormed(stream.bytes));
     EXPECT_NE(stream.bytes.find("psk:Extra399"), std::string::npos);
-}
 
-TEST_F(EditorTest, CommitWithoutANewPartFails) {
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket("")));
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    EXPECT_EQ(editor.CommitChanges(), E_FAIL);
-    EXPECT_EQ(page->setTicketCalls, 0);
+    const int writes = stream.writeCalls;
+    const std::string bytes = stream.bytes;
+    EXPECT_EQ(e.editor->CommitChanges(), S_OK);
+    EXPECT_EQ(stream.writeCalls, writes);
+    EXPECT_EQ(stream.bytes, bytes);
+    EXPECT_EQ(stream.closeCalls, 1);
 }
 
 TEST_F(EditorTest, TheMapKeepsTheTicketEvenWhenThePartRefusesIt) {
@@ -379,9 +342,7 @@ TEST_F(EditorTest, TheMapKeepsTheTicketEvenWhenThePartRefusesIt) {
     page->ticket = fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket(""));
     PrintTicketEditor editor(consumer, page, 1, manager);
     EXPECT_EQ(RewriteToLandscape(editor), E_ACCESSDENIED);
-    IPartPrintTicket* mapped = nullptr;
-    CXString uri(L"/Metadata/Page1_PT_p.xml");
-    EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(uri, &mapped), S_OK);
+    EXPECT_EQ(Mapped(L"/Metadata/Page1_PT_p.xml"), S_OK);
 }
 
 // --- Bad input ---
@@ -389,64 +350,52 @@ TEST_F(EditorTest, TheMapKeepsTheTicketEvenWhenThePartRefusesIt) {
 TEST_F(EditorTest, ATicketThatDoesNotParseFailsClosesTheStreamAndCachesNothing) {
     for (const char* content :
          {"<psf:PrintTicket", "", "\xff\xfe garbage", "<notaticket xmlns='urn:x'/>"}) {
-        auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", content));
+        SCOPED_TRACE(content);
         auto local = Make<fakes::Consumer>();
-        PrintTicketEditor editor(local, page, 1, manager);
+        Edited e = Edit('p', fakes::MakeTicket(L"/Metadata/Page1_PT.xml", content), 1, local);
         PrintTicketXmlDocument* document = nullptr;
-        EXPECT_EQ(editor.TryToGetPointerToPrintTicketXmlDocument(&document), E_FAIL) << content;
+        EXPECT_EQ(e.editor->TryToGetPointerToPrintTicketXmlDocument(&document), E_FAIL);
         EXPECT_EQ(document, nullptr);
         ASSERT_EQ(local->newStreams.size(), 1u);
         EXPECT_TRUE(local->newStreams[0]->closed);
         EXPECT_EQ(local->newStreams[0]->bytes, "");
-        EXPECT_EQ(editor.CommitChanges(), E_FAIL);
-        EXPECT_EQ(page->setTicketCalls, 0);
-        IPartPrintTicket* mapped = nullptr;
-        CXString uri(L"/Metadata/Page1_PT_p.xml");
-        EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(uri, &mapped), S_FALSE);
+        EXPECT_EQ(e.editor->CommitChanges(), E_FAIL);
+        EXPECT_EQ(e.SetTicketCalls(), 0);
+        EXPECT_EQ(Mapped(L"/Metadata/Page1_PT_p.xml"), S_FALSE);
     }
 }
 
+// A consumer that refuses the new part leaves both a part with a ticket and one without alone.
 TEST_F(EditorTest, AConsumerThatRefusesTheNewPartLeavesThePartAlone) {
     consumer->refuseNewParts = true;
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket("")));
-    PrintTicketEditor editor(consumer, page, 1, manager);
-    PrintTicketXmlDocument* document = nullptr;
-    EXPECT_EQ(editor.TryToGetPointerToPrintTicketXmlDocument(&document), E_ACCESSDENIED);
-    EXPECT_EQ(document, nullptr);
-    EXPECT_EQ(editor.CommitChanges(), E_FAIL);
-    EXPECT_EQ(page->setTicketCalls, 0);
-
-    auto bare = Make<fakes::Page>();
-    PrintTicketEditor bareEditor(consumer, bare, 2, manager);
-    EXPECT_EQ(bareEditor.GetPointerToNewEmptyPrintTicketXmlDocument(&document), E_ACCESSDENIED);
-    EXPECT_EQ(bareEditor.CommitChanges(), E_FAIL);
-    EXPECT_EQ(bare->setTicketCalls, 0);
+    for (bool hasTicket : {true, false}) {
+        Edited e = hasTicket ? EditPage() : Edit('p', nullptr, 2);
+        PrintTicketXmlDocument* document = nullptr;
+        EXPECT_EQ(hasTicket ? e.editor->TryToGetPointerToPrintTicketXmlDocument(&document)
+                            : e.editor->GetPointerToNewEmptyPrintTicketXmlDocument(&document),
+                  E_ACCESSDENIED);
+        EXPECT_EQ(document, nullptr);
+        EXPECT_EQ(e.editor->CommitChanges(), E_FAIL);
+        EXPECT_EQ(e.SetTicketCalls(), 0);
+    }
 }
 
 TEST_F(EditorTest, AWriterFailingMidwayIsReportedAndNothingIsAttached) {
-    std::string padding;
-    for (int i = 0; i < 300; ++i) {
-        padding += "<psf:Feature name='psk:Extra" + std::to_string(i) +
-                   "'><psf:Option name='psk:Value'/></psf:Feature>";
-    }
-    auto page = PageWith(fakes::MakeTicket(L"/Metadata/Page1_PT.xml", Ticket(padding)));
-    auto original = page->ticket;
-    PrintTicketEditor editor(consumer, page, 1, manager);
+    Edited e = EditPage(LargeTicket(300));
+    auto original = e.Ticket();
     PrintTicketXmlDocument* document = nullptr;
-    ASSERT_EQ(editor.TryToGetPointerToPrintTicketXmlDocument(&document), S_OK);
+    ASSERT_EQ(e.editor->TryToGetPointerToPrintTicketXmlDocument(&document), S_OK);
     consumer->newStreams.at(0)->failAfterWrites = 1;
 
-    EXPECT_EQ(editor.CommitChanges(), E_ACCESSDENIED);
+    EXPECT_EQ(e.editor->CommitChanges(), E_ACCESSDENIED);
     auto& stream = *consumer->newStreams[0];
     EXPECT_TRUE(stream.closed);
     EXPECT_EQ(stream.bytes.size(), 8192u);  // the first block only
-    EXPECT_EQ(page->setTicketCalls, 0);
-    EXPECT_EQ(page->ticket.p, original.p);
-    IPartPrintTicket* mapped = nullptr;
-    CXString uri(L"/Metadata/Page1_PT_p.xml");
-    EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(uri, &mapped), S_FALSE);
+    EXPECT_EQ(e.SetTicketCalls(), 0);
+    EXPECT_EQ(e.Ticket().p, original.p);
+    EXPECT_EQ(Mapped(L"/Metadata/Page1_PT_p.xml"), S_FALSE);
     // A second attempt finds nothing left to commit.
-    EXPECT_EQ(editor.CommitChanges(), E_FAIL);
+    EXPECT_EQ(e.editor->CommitChanges(), E_FAIL);
     EXPECT_EQ(stream.closeCalls, 1);
 }
 

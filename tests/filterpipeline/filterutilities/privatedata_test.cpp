@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 
 #include "filterpipeline/filterutilities/printticketattributebytesreaderwriter.h"
 #include "filterpipeline/filterutilities/printticketmanager.h"
@@ -18,10 +19,16 @@ using namespace privatedatatesting;
 using documenttesting::RawXml;
 using documenttesting::ThrownHresult;
 using documenttesting::XmlOf;
+using ReaderWriter = PrintTicketAttributeBytesReaderWriter;
 
 namespace {
 
 constexpr std::size_t kPublic = OemDevmode::kPublicDevmodeSize;
+constexpr std::size_t kPart = kPublic + 160;  // the part's offset behind a 160-byte core
+constexpr std::size_t kDmSize = OemDevmode::kDmSizeOffset;
+constexpr std::size_t kDmDriverExtra = OemDevmode::kDmDriverExtraOffset;
+constexpr std::size_t kRecords = OemDevmode::kRecordsOffset;
+using OemDevmode::WriteDword;
 
 AttributeBytesRawList SampleAttributes() {
     AttributeBytesRawList list;
@@ -49,8 +56,7 @@ DEVMODEW* AsDevmode(ByteBuffer& bytes) {
 
 // The plug-in part's offset in the device mode, or -1 (bounds-checked lookup).
 long PartOffset(ByteBuffer& bytes) {
-    OEMDEV* part = PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(bytes),
-                                                                                   bytes.size());
+    OEMDEV* part = ReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(bytes), bytes.size());
     if (part == nullptr) return -1;
     return static_cast<long>(reinterpret_cast<BYTE*>(part) - bytes.data());
 }
@@ -68,6 +74,10 @@ std::unique_ptr<PrintTicketXmlDocument> TicketDocument(const std::wstring& xml) 
     return std::make_unique<PrintTicketXmlDocument>(dom);
 }
 
+std::wstring JobData(const std::wstring& payload) {
+    return PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", payload));
+}
+
 // A framed JobZorunDriverData payload (CRC of `devmode` + devmode) as base64.
 std::wstring FramedPayload(const ByteBuffer& devmode) {
     ByteBuffer framed(4, 0);
@@ -83,11 +93,10 @@ std::wstring FramedPayload(const ByteBuffer& devmode) {
 // --- Finding the plug-in part ---
 
 TEST(OemDevmodeLocation, BothCoreLayoutsAreFound) {
-    ByteBuffer postScript =
-        DevmodeWithAttributes(SampleAttributes(), OemDevmode::CoreLayout::PostScript, 160);
-    EXPECT_EQ(Word(postScript, OemDevmode::kDmSizeOffset), kPublic);
-    EXPECT_EQ(Word(postScript, OemDevmode::kDmDriverExtraOffset), 160 + OemDevmode::kSize);
-    EXPECT_EQ(PartOffset(postScript), static_cast<long>(kPublic + 160));
+    ByteBuffer postScript = DevmodeWithAttributes(SampleAttributes());
+    EXPECT_EQ(Word(postScript, kDmSize), kPublic);
+    EXPECT_EQ(Word(postScript, kDmDriverExtra), 160 + OemDevmode::kSize);
+    EXPECT_EQ(PartOffset(postScript), static_cast<long>(kPart));
     OemDevmode::Location where = OemDevmode::Find(postScript.data(), postScript.size());
     EXPECT_EQ(where.layout, OemDevmode::CoreLayout::PostScript);
     EXPECT_EQ(where.coreSize, 160);
@@ -97,12 +106,13 @@ TEST(OemDevmodeLocation, BothCoreLayoutsAreFound) {
     EXPECT_EQ(PartOffset(raster), static_cast<long>(kPublic + 24));
     EXPECT_EQ(OemDevmode::Find(raster.data(), raster.size()).layout,
               OemDevmode::CoreLayout::Raster);
-
     // The trusting form agrees when the whole device mode is present.
-    EXPECT_EQ(
-        reinterpret_cast<BYTE*>(
-            PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(raster))),
-        raster.data() + kPublic + 24);
+    EXPECT_EQ(reinterpret_cast<BYTE*>(ReaderWriter::GetOemDevmodeFromDevmode(AsDevmode(raster))),
+              raster.data() + kPublic + 24);
+    EXPECT_THROW(ReaderWriter::GetOemDevmodeFromDevmode(nullptr),
+                 ExceptionInvalidArgumentNullPointer);
+    EXPECT_THROW(ReaderWriter::GetOemDevmodeFromDevmode(nullptr, 100),
+                 ExceptionInvalidArgumentNullPointer);
 }
 
 TEST(OemDevmodeLocation, ThePostScriptLayoutIsPreferred) {
@@ -110,13 +120,12 @@ TEST(OemDevmodeLocation, ThePostScriptLayoutIsPreferred) {
     ByteBuffer devmode = DevmodeWithRecords({}, OemDevmode::CoreLayout::PostScript, 160,
                                             static_cast<WORD>(OemDevmode::kSize));
     const std::size_t second = 160 + OemDevmode::kSize;
-    std::memcpy(devmode.data() + kPublic + second, devmode.data() + kPublic + 160,
-                OemDevmode::kSize);
+    std::memcpy(devmode.data() + kPublic + second, devmode.data() + kPart, OemDevmode::kSize);
     SetWord(devmode, kPublic + OemDevmode::kRasterSizeWordOffset, static_cast<WORD>(second));
-    EXPECT_EQ(PartOffset(devmode), static_cast<long>(kPublic + 160));
+    EXPECT_EQ(PartOffset(devmode), static_cast<long>(kPart));
 
     // With the PostScript candidate spoiled, the raster one is taken.
-    devmode[kPublic + 160 + 4] ^= 0xFF;
+    devmode[kPart + 4] ^= 0xFF;
     EXPECT_EQ(PartOffset(devmode), static_cast<long>(kPublic + second));
     EXPECT_EQ(OemDevmode::Find(devmode.data(), devmode.size()).layout,
               OemDevmode::CoreLayout::Raster);
@@ -125,107 +134,78 @@ TEST(OemDevmodeLocation, ThePostScriptLayoutIsPreferred) {
 TEST(OemDevmodeLocation, ThePrivateAreaMustHoldTheWholePart) {
     for (WORD core : {WORD{120}, WORD{300}}) {
         ByteBuffer devmode = DevmodeWithRecords({}, OemDevmode::CoreLayout::PostScript, core, 8);
-        SetWord(devmode, OemDevmode::kDmDriverExtraOffset, static_cast<WORD>(core + 5956));
+        SetWord(devmode, kDmDriverExtra, static_cast<WORD>(core + 5956));
         EXPECT_EQ(PartOffset(devmode), static_cast<long>(kPublic + core)) << core;
-        SetWord(devmode, OemDevmode::kDmDriverExtraOffset, static_cast<WORD>(core + 5955));
+        SetWord(devmode, kDmDriverExtra, static_cast<WORD>(core + 5955));
         EXPECT_EQ(PartOffset(devmode), -1) << core;
     }
 }
 
 TEST(OemDevmodeLocation, HostileDevmodesHaveNoPart) {
     const ByteBuffer good = DevmodeWithAttributes(SampleAttributes());
-    ASSERT_NE(PartOffset(const_cast<ByteBuffer&>(good)), -1);
-
     // Fewer bytes than dmSize + dmDriverExtra, down to nothing at all.
     for (std::size_t size : {good.size() - 1, good.size() / 2, kPublic, std::size_t{71},
                              std::size_t{10}, std::size_t{0}}) {
         ByteBuffer cut(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size));
         EXPECT_EQ(OemDevmode::Find(cut.empty() ? nullptr : cut.data(), size).part, nullptr) << size;
     }
-
-    ByteBuffer devmode = good;
-    SetWord(devmode, OemDevmode::kDmSizeOffset, 0xFFFF);  // private area outside the bytes
-    EXPECT_EQ(PartOffset(devmode), -1);
-
-    devmode = good;
-    SetWord(devmode, kPublic + OemDevmode::kPostScriptSizeWordOffset, 0);  // S = 0
-    EXPECT_EQ(PartOffset(devmode), -1);
-
-    devmode = good;  // S pointing near the end of the private area
-    SetWord(devmode, kPublic + OemDevmode::kPostScriptSizeWordOffset,
-            static_cast<WORD>(Word(devmode, OemDevmode::kDmDriverExtraOffset) - 100));
-    EXPECT_EQ(PartOffset(devmode), -1);
-
-    devmode = good;  // S far beyond it
-    SetWord(devmode, kPublic + OemDevmode::kPostScriptSizeWordOffset, 0xFFF0);
-    EXPECT_EQ(PartOffset(devmode), -1);
-
-    devmode = good;  // wrong signature
-    OemDevmode::WriteDword(devmode.data() + kPublic + 160 + 4, 0x514D5632);
-    EXPECT_EQ(PartOffset(devmode), -1);
-
-    devmode = good;  // wrong part size
-    OemDevmode::WriteDword(devmode.data() + kPublic + 160, 5955);
-    EXPECT_EQ(PartOffset(devmode), -1);
-
-    devmode = good;  // a private area too small to hold the PostScript size word
-    SetWord(devmode, OemDevmode::kDmDriverExtraOffset, 116);
-    EXPECT_EQ(PartOffset(devmode), -1);
-}
-
-TEST(OemDevmodeLocation, ANullDevmodeThrowsTheNullPointerException) {
-    EXPECT_THROW(PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(nullptr),
-                 ExceptionInvalidArgumentNullPointer);
-    EXPECT_THROW(PrintTicketAttributeBytesReaderWriter::GetOemDevmodeFromDevmode(nullptr, 100),
-                 ExceptionInvalidArgumentNullPointer);
+    const std::size_t sizeWord = kPublic + OemDevmode::kPostScriptSizeWordOffset;
+    const WORD extra = Word(good, kDmDriverExtra);
+    const std::pair<const char*, std::function<void(ByteBuffer&)>> rows[] = {
+        // clang-format off
+        {"untouched", [](ByteBuffer&) {}},
+        {"private area outside the bytes", [](ByteBuffer& d) { SetWord(d, kDmSize, 0xFFFF); }},
+        {"core size 0", [&](ByteBuffer& d) { SetWord(d, sizeWord, 0); }},
+        {"core size near its end", [&](ByteBuffer& d) { SetWord(d, sizeWord, extra - 100); }},
+        {"core size far beyond it", [&](ByteBuffer& d) { SetWord(d, sizeWord, 0xFFF0); }},
+        {"wrong signature", [](ByteBuffer& d) { WriteDword(d.data() + kPart + 4, 0x514D5632); }},
+        {"wrong part size", [](ByteBuffer& d) { WriteDword(d.data() + kPart, 5955); }},
+        {"no room for the size word", [](ByteBuffer& d) { SetWord(d, kDmDriverExtra, 116); }},
+        // clang-format on
+    };
+    for (const auto& [name, spoil] : rows) {
+        ByteBuffer devmode = good;
+        spoil(devmode);
+        EXPECT_EQ(PartOffset(devmode), name == rows[0].first ? static_cast<long>(kPart) : -1)
+            << name;
+    }
 }
 
 // --- Records of the plug-in part ---
 
-TEST(OemDevmodeRecords, TheFirstAttributeRecordIsTakenAfterOthers) {
-    ByteBuffer devmode = DevmodeWithRecords(
-        {MakeRecord(7, 10, 0xEE), MakeRecord(1, 300, 0x42), MakeRecord(1, 20, 0x43)});
-    const BYTE* part = OemDevmode::Find(devmode.data(), devmode.size()).part;
-    ASSERT_NE(part, nullptr);
-    OemDevmode::Header header = OemDevmode::ReadHeader(part);
-    EXPECT_EQ(header.recordCount, 3);
-    EXPECT_EQ(header.storedCrc, OemDevmode::ComputeCrc(part));
-    EXPECT_TRUE(OemDevmode::IsCurrentVersion(part));
-    ByteBuffer taken;
-    ASSERT_TRUE(OemDevmode::TakeAttributeRecord(part, taken));
-    EXPECT_EQ(taken, ByteBuffer(300, 0x42));
-}
-
-TEST(OemDevmodeRecords, OversizedOrOverlongAttributeRecordsEndTheWalk) {
-    ByteBuffer taken;
-    ByteBuffer limit = DevmodeWithRecords({MakeRecord(1, 5400, 0x11)});
-    EXPECT_TRUE(
-        OemDevmode::TakeAttributeRecord(OemDevmode::Find(limit.data(), limit.size()).part, taken));
-    EXPECT_EQ(taken.size(), 5400u);
-
-    // 5401 bytes are refused, and the later record is not looked at.
-    ByteBuffer over = DevmodeWithRecords({MakeRecord(1, 5401, 0x11), MakeRecord(1, 4, 0x22)});
-    EXPECT_FALSE(
-        OemDevmode::TakeAttributeRecord(OemDevmode::Find(over.data(), over.size()).part, taken));
-    EXPECT_TRUE(taken.empty());
-
-    // A length word pointing past the end of the part.
-    ByteBuffer devmode = DevmodeWithRecords({MakeRecord(1, 16, 0x33)});
-    BYTE* part = devmode.data() + kPublic + 160;
-    OemDevmode::WriteWord(part + OemDevmode::kRecordsOffset + 2, 6000);
-    EXPECT_FALSE(OemDevmode::TakeAttributeRecord(part, taken));
-
-    // Another record whose length leaves no room for the next header: the walk stops there.
-    devmode = DevmodeWithRecords({MakeRecord(7, 16, 0x33), MakeRecord(1, 4, 0x44)});
-    part = devmode.data() + kPublic + 160;
-    OemDevmode::WriteWord(part + OemDevmode::kRecordsOffset + 2, 5890);
-    EXPECT_FALSE(OemDevmode::TakeAttributeRecord(part, taken));
-
-    // A count larger than the records written walks zero records to the end, safely.
-    devmode = DevmodeWithRecords({MakeRecord(7, 16, 0x33)});
-    part = devmode.data() + kPublic + 160;
-    OemDevmode::WriteWord(part + OemDevmode::kRecordCountOffset, 0xFFFF);
-    EXPECT_FALSE(OemDevmode::TakeAttributeRecord(part, taken));
+// The first attribute record is taken after records of other types; one of more than 5400
+// bytes, a length word past the end of the part, a record leaving no room for the next header
+// and a count larger than the records written end the walk without one.
+TEST(OemDevmodeRecords, TheFirstAttributeRecordWithinBoundsIsTaken) {
+    const struct {
+        const char* name;
+        std::vector<OemDevmode::Record> records;
+        std::size_t patchOffset;  // 0: no patch
+        WORD patch;
+        ByteBuffer taken;  // empty: none taken
+    } rows[] = {
+        // clang-format off
+        {"after others",
+         {MakeRecord(7, 10, 0xEE), MakeRecord(1, 300, 0x42), MakeRecord(1, 20, 0x43)},
+         0, 0, ByteBuffer(300, 0x42)},
+        {"largest", {MakeRecord(1, 5400, 0x11)}, 0, 0, ByteBuffer(5400, 0x11)},
+        {"too large", {MakeRecord(1, 5401, 0x11), MakeRecord(1, 4, 0x22)}, 0, 0, {}},
+        {"length past the part", {MakeRecord(1, 16, 0x33)}, kRecords + 2, 6000, {}},
+        {"no room for the next header", {MakeRecord(7, 16, 0x33), MakeRecord(1, 4, 0x44)},
+         kRecords + 2, 5890, {}},
+        {"count too large", {MakeRecord(7, 16, 0x33)}, OemDevmode::kRecordCountOffset, 0xFFFF, {}},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ByteBuffer devmode = DevmodeWithRecords(row.records);
+        BYTE* part = devmode.data() + kPart;
+        ASSERT_EQ(OemDevmode::Find(devmode.data(), devmode.size()).part, part);
+        if (row.patchOffset != 0) OemDevmode::WriteWord(part + row.patchOffset, row.patch);
+        ByteBuffer taken(2, 0x99);
+        EXPECT_EQ(OemDevmode::TakeAttributeRecord(part, taken), !row.taken.empty());
+        EXPECT_EQ(taken, row.taken);
+    }
 }
 
 TEST(OemDevmodeRecords, RecordsThatDoNotFitAreRefusedByTheBuilder) {
@@ -243,189 +223,133 @@ TEST(OemDevmodeRecords, RecordsThatDoNotFitAreRefusedByTheBuilder) {
 
 TEST(JobZorunDriverData, RoundTripsByteForByte) {
     auto ticket = TicketDocument(PrivateTicket(Feature(L"PageOrientation", L"Portrait")));
-    ASSERT_TRUE(ticket);
     ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    ASSERT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(devmode),
-                                                         static_cast<DWORD>(devmode.size())),
-              S_OK);
-    ByteBuffer back(3, 0x77);
-    ticket->GetJobZorunDriverDataFromPrintTicket(back);
-    EXPECT_EQ(back, devmode);
-
-    // One string ParameterInit, the root's last child, the CRC in front of the device mode.
-    RawXml xml(XmlOf(*ticket));
-    EXPECT_EQ(xml.Count("/psf:PrintTicket/psf:ParameterInit[@name='zk:JobZorunDriverData']"), 1u);
-    EXPECT_EQ(xml.Count("/psf:PrintTicket/*[last()][@name='zk:JobZorunDriverData']"), 1u);
-    EXPECT_EQ(xml.Strings("//psf:ParameterInit/psf:Value/@xsi:type"),
-              std::vector<std::string>{"xsd:string"});
-    EXPECT_EQ(xml.Strings("//psf:ParameterInit/psf:Value")[0],
-              platform::WideToUtf8(FramedPayload(devmode)));
-
-    // Setting it again replaces the ParameterInit.
-    devmode[kPublic + 3] = 0x99;
-    ASSERT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(devmode),
-                                                         static_cast<DWORD>(devmode.size())),
-              S_OK);
-    EXPECT_EQ(RawXml(XmlOf(*ticket)).Count("//psf:ParameterInit"), 1u);
-    ticket->GetJobZorunDriverDataFromPrintTicket(back);
-    EXPECT_EQ(back, devmode);
-}
-
-// Page after page the same device mode text is read from ticket after ticket; each read gives
-// its own ticket's bytes whatever was read before it (the same text again, a text one character
-// apart, a text that is not base64, the same text in another ticket).
-TEST(JobZorunDriverData, EachTicketGivesItsOwnBytesWhateverWasReadBefore) {
-    const ByteBuffer first = DevmodeWithAttributes(SampleAttributes());
-    ByteBuffer second = first;
-    second[kPublic + 3] ^= 0x5A;
-    struct Row {
-        const char* name;
-        std::wstring payload;
-        const ByteBuffer* expected;  // null: not base64, E_FAIL
+    auto set = [&](ByteBuffer& bytes) {
+        return ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(bytes),
+                                                          static_cast<DWORD>(bytes.size()));
     };
-    const Row rows[] = {
-        {"first", FramedPayload(first), &first},
-        {"first again", FramedPayload(first), &first},
-        {"second", FramedPayload(second), &second},
-        {"not base64 (cut to a length no base64 text has)",
-         FramedPayload(first).substr(0, FramedPayload(first).size() - 3), nullptr},
-        {"first after a failure", FramedPayload(first), &first},
-        {"second after first", FramedPayload(second), &second},
-        {"second again", FramedPayload(second), &second},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto ticket = TicketDocument(
-            PrivateTicket(Feature(L"PageOrientation", L"Portrait") +
-                          PrivateParameterInit(L"JobZorunDriverData", row.payload)));
-        ASSERT_TRUE(ticket);
-        ByteBuffer back(7, 0x33);
-        if (row.expected == nullptr) {
-            EXPECT_EQ(ThrownHresult([&] { ticket->GetJobZorunDriverDataFromPrintTicket(back); }),
-                      E_FAIL);
-            EXPECT_TRUE(back.empty());
-        } else {
-            ticket->GetJobZorunDriverDataFromPrintTicket(back);
-            EXPECT_EQ(back, *row.expected);
-        }
+    ByteBuffer back;
+    for (int pass = 0; pass < 2; ++pass) {
+        // Setting it again replaces the ParameterInit.
+        devmode[kPublic + 3] = static_cast<BYTE>(0x99 + pass);
+        ASSERT_EQ(set(devmode), S_OK);
+        back.assign(3, 0x77);
+        ticket->GetJobZorunDriverDataFromPrintTicket(back);
+        EXPECT_EQ(back, devmode);
+        // One string ParameterInit, the root's last child, the CRC in front of the device mode.
+        RawXml xml(XmlOf(*ticket));
+        EXPECT_EQ(Joined(xml, "/psf:PrintTicket/*[last()]/@name | //psf:Value/@xsi:type"),
+                  "zk:JobZorunDriverData|xsd:string");
+        EXPECT_EQ(Joined(xml, "//psf:ParameterInit/psf:Value"),
+                  platform::WideToUtf8(FramedPayload(devmode)));
     }
-}
-
-TEST(JobZorunDriverData, ACrcMismatchEmptiesTheBufferAndThrows) {
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    std::wstring payload = FramedPayload(devmode);
-    payload[20] = payload[20] == L'A' ? L'B' : L'A';  // one byte of the device mode changes
-    auto ticket =
-        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", payload)));
-    ASSERT_TRUE(ticket);
-    ByteBuffer back(10, 1);
-    EXPECT_EQ(ThrownHresult([&] { ticket->GetJobZorunDriverDataFromPrintTicket(back); }), E_FAIL);
-    EXPECT_TRUE(back.empty());
-}
-
-TEST(JobZorunDriverData, ATruncatedPrivateAreaIsRepaired) {
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    ByteBuffer truncated(devmode.begin(), devmode.end() - 100);
-    auto ticket = TicketDocument(
-        PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", FramedPayload(truncated))));
-    ASSERT_TRUE(ticket);
-    ByteBuffer back;
-    ticket->GetJobZorunDriverDataFromPrintTicket(back);
-    ASSERT_EQ(back.size(), devmode.size());
-    EXPECT_TRUE(std::equal(truncated.begin(), truncated.end(), back.begin()));
-    EXPECT_EQ(ByteBuffer(back.end() - 100, back.end()), ByteBuffer(100, 0));
-}
-
-TEST(JobZorunDriverData, ShortAndDamagedPayloads) {
-    // Four bytes or fewer: left as decoded, no CRC check.
-    auto shortTicket =
-        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"AQID")));
-    ByteBuffer back;
-    shortTicket->GetJobZorunDriverDataFromPrintTicket(back);
-    EXPECT_EQ(back, (ByteBuffer{1, 2, 3}));
-
-    // A device mode too short to hold its own sizes is not repaired.
-    ByteBuffer small(100, 0);
-    SetWord(small, OemDevmode::kDmSizeOffset, 220);
-    SetWord(small, OemDevmode::kDmDriverExtraOffset, 1000);
-    auto smallTicket = TicketDocument(
-        PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", FramedPayload(small))));
-    smallTicket->GetJobZorunDriverDataFromPrintTicket(back);
-    EXPECT_EQ(back, small);
-
-    // A truncated base64 text.
-    auto cut =
-        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"QUJDRA")));
-    EXPECT_EQ(ThrownHresult([&] { cut->GetJobZorunDriverDataFromPrintTicket(back); }),
-              std::nullopt);
-    auto broken =
-        TicketDocument(PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"QUJDR")));
-    back.assign(5, 5);
-    EXPECT_EQ(ThrownHresult([&] { broken->GetJobZorunDriverDataFromPrintTicket(back); }), E_FAIL);
-    EXPECT_TRUE(back.empty());
-
-    // Absent: empty, nothing thrown.
-    auto none = TicketDocument(PrivateTicket(L""));
-    back.assign(5, 5);
-    none->GetJobZorunDriverDataFromPrintTicket(back);
-    EXPECT_TRUE(back.empty());
-}
-
-TEST(JobZorunDriverData, ErrorsAreReturnedNotThrown) {
-    auto ticket = TicketDocument(PrivateTicket(L""));
-    EXPECT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(nullptr, 10), E_POINTER);
-    // An empty device mode still gets its (zero) CRC frame.
-    EXPECT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(nullptr, 0), S_OK);
-    ByteBuffer back;
-    ticket->GetJobZorunDriverDataFromPrintTicket(back);
-    EXPECT_EQ(back, ByteBuffer(4, 0));
-}
-
-TEST(JobZorunDriverData, AnUndeclaredPrivateNamespaceIsDeclaredWhenWritten) {
-    auto ticket = TicketDocument(Ticket(L""));
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    ASSERT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(AsDevmode(devmode),
-                                                         static_cast<DWORD>(devmode.size())),
-              S_OK);
+    // An undeclared private namespace is declared when it is written.
+    ticket = TicketDocument(documenttesting::Ticket(L""));
+    ASSERT_EQ(set(devmode), S_OK);
     const std::string xml = XmlOf(*ticket);
-    EXPECT_NE(xml.find("name=\"zk:JobZorunDriverData\""), std::string::npos) << xml;
     EXPECT_NE(
         xml.find("xmlns:zk=\"" + platform::WideToUtf8(PrintSchema::PrivateKeywordsNamespaceUri)),
         std::string::npos)
         << xml;
-    ByteBuffer back;
+    EXPECT_EQ(Joined(RawXml(xml), "//psf:ParameterInit/@name"), "zk:JobZorunDriverData");
     ticket->GetJobZorunDriverDataFromPrintTicket(back);
     EXPECT_EQ(back, devmode);
+    // A null device mode is refused; an empty one still gets its (zero) CRC frame.
+    EXPECT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(nullptr, 10), E_POINTER);
+    EXPECT_EQ(ticket->SetJobZorunDriverDataInPrintTicket(nullptr, 0), S_OK);
+    ticket->GetJobZorunDriverDataFromPrintTicket(back);
+    EXPECT_EQ(back, ByteBuffer(4, 0));
+}
+
+// Page after page the same device mode text is read from ticket after ticket; each read gives
+// its own ticket's bytes whatever was read before it (the same text again, a text one character
+// apart, a text that is not base64, the same text in another ticket). Damaged payloads empty
+// the buffer and throw; a truncated private area is repaired with zeros.
+TEST(JobZorunDriverData, EachTicketGivesItsOwnBytesWhateverWasReadBefore) {
+    const ByteBuffer first = DevmodeWithAttributes(SampleAttributes());
+    ByteBuffer second = first;
+    second[kPublic + 3] ^= 0x5A;
+    std::wstring crcMismatch = FramedPayload(first);
+    crcMismatch[20] = crcMismatch[20] == L'A' ? L'B' : L'A';  // one byte of the device mode
+    const ByteBuffer truncated(first.begin(), first.end() - 100);
+    ByteBuffer repaired = first;
+    std::fill(repaired.end() - 100, repaired.end(), 0);
+    // A device mode too short to hold its own sizes is not repaired.
+    ByteBuffer small(100, 0);
+    SetWord(small, kDmSize, 220);
+    SetWord(small, kDmDriverExtra, 1000);
+    const std::wstring cut = FramedPayload(first).substr(0, FramedPayload(first).size() - 3);
+    const struct {
+        const char* name;
+        std::wstring ticket;
+        ByteBuffer expected;
+        std::optional<HRESULT> thrown;
+    } rows[] = {
+        // clang-format off
+        {"first", JobData(FramedPayload(first)), first, std::nullopt},
+        {"first again", JobData(FramedPayload(first)), first, std::nullopt},
+        {"second", JobData(FramedPayload(second)), second, std::nullopt},
+        {"not base64 (cut to a length no base64 text has)", JobData(cut), {}, E_FAIL},
+        {"first after a failure", JobData(FramedPayload(first)), first, std::nullopt},
+        {"second after first", JobData(FramedPayload(second)), second, std::nullopt},
+        {"second again", JobData(FramedPayload(second)), second, std::nullopt},
+        {"CRC mismatch", JobData(crcMismatch), {}, E_FAIL},
+        {"truncated private area", JobData(FramedPayload(truncated)), repaired, std::nullopt},
+        {"too short to repair", JobData(FramedPayload(small)), small, std::nullopt},
+        // Four bytes or fewer: left as decoded, no CRC check.
+        {"short", JobData(L"AQID"), {1, 2, 3}, std::nullopt},
+        {"unpadded", JobData(L"QUJDRA"), {'A', 'B', 'C', 'D'}, std::nullopt},
+        {"truncated base64", JobData(L"QUJDR"), {}, E_FAIL},
+        {"absent", PrivateTicket(Feature(L"PageOrientation", L"Portrait")), {}, std::nullopt},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto ticket = TicketDocument(row.ticket);
+        ASSERT_TRUE(ticket);
+        ByteBuffer back(7, 0x33);
+        EXPECT_EQ(ThrownHresult([&] { ticket->GetJobZorunDriverDataFromPrintTicket(back); }),
+                  row.thrown);
+        EXPECT_EQ(back, row.expected);
+    }
 }
 
 // --- The device mode the filters use ---
 
-TEST(DevmodeFromTicket, OnlyThePageSnapshotCounts) {
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    auto jobOnly = TicketDocument(
-        PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", FramedPayload(devmode))));
-    ByteBuffer back(4, 4);
-    EXPECT_EQ(jobOnly->GetDevmodeFromPrintTicket(back), S_FALSE);
-    EXPECT_TRUE(back.empty());
-
-    auto snapshot = TicketDocument(TicketWithSnapshot(devmode));
-    EXPECT_EQ(snapshot->GetDevmodeFromPrintTicket(back), S_OK);
-    EXPECT_EQ(back, devmode);
-}
-
-TEST(DevmodeFromTicket, APartOfAnotherVersionOrLayoutIsRefused) {
-    for (std::size_t field : {std::size_t{8}, std::size_t{12}}) {
-        ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-        OemDevmode::WriteDword(devmode.data() + kPublic + 160 + field, 2);
-        auto ticket = TicketDocument(TicketWithSnapshot(devmode));
-        ByteBuffer back;
-        EXPECT_EQ(ticket->GetDevmodeFromPrintTicket(back), E_FAIL) << field;
-        EXPECT_TRUE(back.empty());
+// Only the page snapshot counts, and only with a plug-in part of this version and layout; the
+// manager's entry point parses the text first (not a PrintTicket: the document's rejection,
+// S_FALSE). Only S_OK carries a device mode.
+TEST(DevmodeFromTicket, OnlyASnapshotWithTheDriversPartCounts) {
+    const ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
+    ByteBuffer version = devmode;
+    OemDevmode::WriteDword(version.data() + kPart + 8, 2);
+    ByteBuffer layout = devmode;
+    OemDevmode::WriteDword(layout.data() + kPart + 12, 2);
+    const std::wstring notBase64 =
+        PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", L"#!"));
+    const std::tuple<const char*, std::wstring, HRESULT, bool> rows[] = {
+        // name, text, result, whether the text is a ticket the document can be made of
+        {"snapshot", TicketWithSnapshot(devmode), S_OK, true},
+        {"job data only", JobData(FramedPayload(devmode)), S_FALSE, true},
+        {"another version", TicketWithSnapshot(version), E_FAIL, true},
+        {"another layout", TicketWithSnapshot(layout), E_FAIL, true},
+        {"not base64", notBase64, E_FAIL, true},
+        {"not XML", L"<psf:PrintTicket", E_FAIL, false},
+        {"capabilities", documenttesting::Capabilities(L""), S_FALSE, false},
+    };
+    for (auto [name, text, hr, isTicket] : rows) {
+        SCOPED_TRACE(name);
+        const ByteBuffer expected = hr == S_OK ? devmode : ByteBuffer{};
+        ByteBuffer back(4, 4);
+        EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(text.data(), back), hr);
+        EXPECT_EQ(back, expected);
+        if (!isTicket) continue;
+        back.assign(4, 4);
+        EXPECT_EQ(TicketDocument(text)->GetDevmodeFromPrintTicket(back), hr);
+        EXPECT_EQ(back, expected);
     }
-    auto damaged =
-        TicketDocument(PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", L"#!")));
-    ByteBuffer back(2, 2);
-    EXPECT_EQ(damaged->GetDevmodeFromPrintTicket(back), E_FAIL);
+    ByteBuffer back(3, 3);
+    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(nullptr, back), E_POINTER);
     EXPECT_TRUE(back.empty());
 }
 
@@ -444,37 +368,9 @@ TEST(DevmodeFromTicket, ARealWriterSnapshotIsReadButHasNoDriverPart) {
     EXPECT_EQ(devmode->dmSize, kPublic);
     EXPECT_EQ(snapshot.size(), static_cast<std::size_t>(devmode->dmSize + devmode->dmDriverExtra));
     EXPECT_EQ(OemDevmode::Find(snapshot.data(), snapshot.size()).part, nullptr);
-
     ByteBuffer used;
     EXPECT_EQ(ticket.GetDevmodeFromPrintTicket(used), E_FAIL);
     EXPECT_TRUE(used.empty());
-}
-
-TEST(DevmodeFromTicket, TheStringEntryPoint) {
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    ByteBuffer back(3, 3);
-    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(nullptr, back), E_POINTER);
-    EXPECT_TRUE(back.empty());
-
-    std::wstring notXml = L"<psf:PrintTicket";
-    back.assign(3, 3);
-    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(notXml.data(), back), E_FAIL);
-    EXPECT_TRUE(back.empty());
-
-    std::wstring ticket = TicketWithSnapshot(devmode);
-    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(ticket.data(), back), S_OK);
-    EXPECT_EQ(back, devmode);
-
-    std::wstring jobOnly = PrivateTicket(PrivateParameterInit(L"JobZorunDriverData", L"AAAA"));
-    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(jobOnly.data(), back), S_FALSE);
-    EXPECT_TRUE(back.empty());
-
-    // Not a PrintTicket: the document's rejection (S_FALSE), no device mode.
-    std::wstring capabilities = documenttesting::Capabilities(L"");
-    back.assign(3, 3);
-    EXPECT_EQ(PrintTicketManager::GetDevmodeFromPrintTicketString(capabilities.data(), back),
-              S_FALSE);
-    EXPECT_TRUE(back.empty());
 }
 
 // --- The maker's job ticket ---
@@ -487,9 +383,9 @@ TEST(ZjifJobTicket, IsInsertedFirstAsEscapedText) {
     ticket->CreateZorunZjifParameterInit(zjif);
     std::string xml = XmlOf(*ticket);
     RawXml raw(xml);
-    EXPECT_EQ(raw.Count("/psf:PrintTicket/*[1][@name='zk:JobZorunZjifJobTicket']"), 1u);
-    EXPECT_EQ(raw.Strings("//psf:ParameterInit/psf:Value"),
-              std::vector<std::string>{"<![CDATA[\nJOB=1\n<name>\xC3\xA9</name>\n]]>"});
+    EXPECT_EQ(Joined(raw, "/psf:PrintTicket/*[1]/@name"), "zk:JobZorunZjifJobTicket");
+    EXPECT_EQ(Joined(raw, "//psf:ParameterInit/psf:Value"),
+              "<![CDATA[\nJOB=1\n<name>\xC3\xA9</name>\n]]>");
     EXPECT_EQ(xml.find("<![CDATA["), std::string::npos);  // text, not a CDATA section
     EXPECT_NE(xml.find("&lt;![CDATA["), std::string::npos);
 
@@ -501,38 +397,45 @@ TEST(ZjifJobTicket, IsInsertedFirstAsEscapedText) {
 // --- The attribute list of a device mode ---
 
 TEST(AttributeList, AttributesRoundTripThroughThePluginPart) {
-    AttributeBytesRawList attributes = SampleAttributes();
-    ByteBuffer devmode = DevmodeWithAttributes(attributes);
-    PrintTicketAttributeBytesReaderWriter reader;
+    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
+    ReaderWriter reader;
     reader.SetDevmode(devmode);
-    const AttributeBytesIndexedList& list = reader.GetAttributeBytesIndexedListRef();
-    EXPECT_EQ(list.GetRawList(), attributes);
+    EXPECT_EQ(reader.GetAttributeBytesIndexedListRef().GetRawList(), SampleAttributes());
     EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(DataModelIds::FeatureNUpPagesPerSheet,
                                                       DataModelIds::ValueNUp1),
               DataModelIds::ValueNUp4);
     EXPECT_EQ(reader.GetIntegerValueFromAttributeBytes(DataModelIds::FeatureScalingPercentage, 0),
               140);
     EXPECT_GT(GlobalCaches::GetXDevmodeAttributeBytesIndexedListCacheSize(), 0u);
+
+    // The ticket supplies the device mode when none is set.
+    auto ticket = TicketDocument(TicketWithSnapshot(devmode));
+    ReaderWriter fromTicket(ticket.get());
+    EXPECT_EQ(fromTicket.GetAttributeBytesIndexedListRef().GetRawList(), SampleAttributes());
+    EXPECT_EQ(fromTicket.GetDevmode(), devmode);
+    ASSERT_NE(fromTicket.GetPublicDevmodePtr(), nullptr);
+    EXPECT_EQ(fromTicket.GetPublicDevmodePtr()->dmPaperSize, 9);
+    ReaderWriter empty;
+    EXPECT_EQ(empty.GetPublicDevmodePtr(), nullptr);
+    EXPECT_TRUE(empty.GetAttributeBytesIndexedListRef().IsEmpty());
 }
 
 TEST(AttributeList, TheSameNamespaceBuildsOnceAndAlternatingOnesRebuild) {
     AttributeBytesRawList printerProps;
     printerProps.Add(AttributeBytesItem::MakeInteger(4000, 7));
     PersistentAttributesWriter writer;
-    writer.SetAttributeBytesListForNameSpace(PersistentAttributes::GetDataModelDocPropNameSpaceId(),
-                                             SampleAttributes());
-    writer.SetAttributeBytesListForNameSpace(
-        PersistentAttributes::GetDataModelPrinterPropNameSpaceId(), printerProps);
+    const AttributeBytesNameSpacesId doc = PersistentAttributes::GetDataModelDocPropNameSpaceId();
+    const AttributeBytesNameSpacesId printer =
+        PersistentAttributes::GetDataModelPrinterPropNameSpaceId();
+    writer.SetAttributeBytesListForNameSpace(doc, SampleAttributes());
+    writer.SetAttributeBytesListForNameSpace(printer, printerProps);
     OemDevmode::Record record;
     record.type = OemDevmode::kAttributesRecordType;
     ASSERT_EQ(writer.Serialise(record.data), S_OK);
     ByteBuffer devmode = DevmodeWithRecords({record});
 
-    PrintTicketAttributeBytesReaderWriter reader;
+    ReaderWriter reader;
     reader.SetDevmode(devmode);
-    const AttributeBytesNameSpacesId doc = PersistentAttributes::GetDataModelDocPropNameSpaceId();
-    const AttributeBytesNameSpacesId printer =
-        PersistentAttributes::GetDataModelPrinterPropNameSpaceId();
     const AttributeBytesIndexedList* first = &reader.GetAttributeBytesIndexedListRef(doc);
     EXPECT_EQ(&reader.GetAttributeBytesIndexedListRef(doc), first);
     EXPECT_EQ(reader.GetListRebuildCount(), 1u);
@@ -549,59 +452,36 @@ TEST(AttributeList, TheSameNamespaceBuildsOnceAndAlternatingOnesRebuild) {
     reader.ClearCachedIndexedList();
     reader.GetAttributeBytesIndexedListRef(printer);
     EXPECT_EQ(reader.GetListRebuildCount(), 6u);
+
+    // Assignment takes over the cached list; the source builds a new one from its own bytes.
+    ReaderWriter source;
+    source.SetDevmode(devmode);
+    const AttributeBytesIndexedList* built = &source.GetAttributeBytesIndexedListRef();
+    ReaderWriter target;
+    target = source;
+    EXPECT_EQ(&target.GetAttributeBytesIndexedListRef(), built);
+    EXPECT_EQ(target.GetListRebuildCount(), 0u);
+    EXPECT_EQ(target.GetDevmode(), devmode);
+    EXPECT_EQ(source.GetAttributeBytesIndexedListRef().GetRawList(), SampleAttributes());
+    EXPECT_EQ(source.GetListRebuildCount(), 2u);
 }
 
 TEST(AttributeList, DamagedPartsGiveAnEmptyListThatIsBuiltAgain) {
     ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    devmode[kPublic + 160 + 70] ^= 0x01;  // inside the CRC-covered records
-    PrintTicketAttributeBytesReaderWriter reader;
+    devmode[kPart + 70] ^= 0x01;  // inside the CRC-covered records
+    ReaderWriter reader;
     reader.SetDevmode(devmode);
     EXPECT_TRUE(reader.GetAttributeBytesIndexedListRef().IsEmpty());
     EXPECT_TRUE(reader.GetAttributeBytesIndexedListRef().IsEmpty());
     EXPECT_EQ(reader.GetListRebuildCount(), 2u);
 
-    ByteBuffer noAttributes = DevmodeWithRecords({MakeRecord(9, 30, 1)});
-    reader.SetDevmode(noAttributes);
-    EXPECT_TRUE(reader.GetAttributeBytesIndexedListRef().IsEmpty());
-
-    ByteBuffer garbage = DevmodeWithRecords({MakeRecord(1, 200, 0xA5)});
-    reader.SetDevmode(garbage);
-    EXPECT_TRUE(reader.GetAttributeBytesIndexedListRef().IsEmpty());
-
-    ByteBuffer cut(devmode.begin(), devmode.begin() + 3000);
-    reader.SetDevmode(cut);
-    EXPECT_TRUE(reader.GetAttributeBytesIndexedListRef().IsEmpty());
-    EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(DataModelIds::FeatureNUpPagesPerSheet,
-                                                      DataModelIds::ValueNUp1),
-              DataModelIds::ValueNUp1);
-}
-
-TEST(AttributeList, TheTicketSuppliesTheDevmodeWhenNoneIsSet) {
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    auto ticket = TicketDocument(TicketWithSnapshot(devmode));
-    PrintTicketAttributeBytesReaderWriter reader(ticket.get());
-    EXPECT_EQ(reader.GetAttributeBytesIndexedListRef().GetRawList(), SampleAttributes());
-    EXPECT_EQ(reader.GetDevmode(), devmode);
-    ASSERT_NE(reader.GetPublicDevmodePtr(), nullptr);
-    EXPECT_EQ(reader.GetPublicDevmodePtr()->dmPaperSize, 9);
-
-    PrintTicketAttributeBytesReaderWriter empty;
-    EXPECT_EQ(empty.GetPublicDevmodePtr(), nullptr);
-    EXPECT_TRUE(empty.GetAttributeBytesIndexedListRef().IsEmpty());
-}
-
-TEST(AttributeList, AssignmentTakesOverTheCachedList) {
-    ByteBuffer devmode = DevmodeWithAttributes(SampleAttributes());
-    PrintTicketAttributeBytesReaderWriter source;
-    source.SetDevmode(devmode);
-    const AttributeBytesIndexedList* built = &source.GetAttributeBytesIndexedListRef();
-
-    PrintTicketAttributeBytesReaderWriter target;
-    target = source;
-    EXPECT_EQ(&target.GetAttributeBytesIndexedListRef(), built);
-    EXPECT_EQ(target.GetListRebuildCount(), 0u);
-    EXPECT_EQ(target.GetDevmode(), devmode);
-    // The source lost its list and builds a new one from its own copy of the bytes.
-    EXPECT_EQ(source.GetAttributeBytesIndexedListRef().GetRawList(), SampleAttributes());
-    EXPECT_EQ(source.GetListRebuildCount(), 2u);
+    for (ByteBuffer damaged : {DevmodeWithRecords({MakeRecord(9, 30, 1)}),
+                               DevmodeWithRecords({MakeRecord(1, 200, 0xA5)}),
+                               ByteBuffer(devmode.begin(), devmode.begin() + 3000)}) {
+        reader.SetDevmode(damaged);
+        EXPECT_TRUE(reader.GetAttributeBytesIndexedListRef().IsEmpty());
+        EXPECT_EQ(reader.GetOptionValueFromAttributeBytes(DataModelIds::FeatureNUpPagesPerSheet,
+                                                          DataModelIds::ValueNUp1),
+                  DataModelIds::ValueNUp1);
+    }
 }

@@ -115,4 +115,14 @@ inline std::wstring PrivateTicket(const std::wstring& body) {
     return Ticket(body, PrivateDeclaration());
 }
 
+// The values an XPath query selects in serialised XML, joined by '|' (or `separator`).
+inline std::string Joined(const documenttesting::RawXml& raw, const char* xpath,
+                          const char* separator = "|") {
+    std::string joined;
+    for (const std::string& value : raw.Strings(xpath)) {
+        joined += (joined.empty() ? "" : separator) + value;
+    }
+    return joined;
+}
+
 }  // namespace privatedatatesting

@@ -12,16 +12,55 @@ using namespace privatedatatesting;
 using documenttesting::ThrownFunction;
 using documenttesting::ThrownHresult;
 using namespace DataModelIds;
+using Items = std::vector<AttributeBytesItem>;
+using Scope = XpsFilterPrintTicketBase;
 
 namespace {
 
 constexpr HRESULT kNotFound = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+constexpr auto kPageSlot = Scope::EFilterPtScopePage;
+constexpr auto kDocumentSlot = Scope::EFilterPtScopeDocument;
+constexpr auto kJobSlot = Scope::EFilterPtScopeJob;
+constexpr auto kDefaultSlot = Scope::EFilterPtScopeUserDefault;
 
-// Exposes the status convention of the getters.
-class StatusView : public XpsFilterPrintTicket {
-public:
-    using XpsFilterPrintTicket::DoStandardStatusReturnProcessing;
-};
+AttributeBytesItem Opt(long feature, long value) {
+    return AttributeBytesItem::MakeOptionValue(feature, static_cast<tagValueEnum>(value));
+}
+AttributeBytesItem Int(long feature, long value, bool chosen = true) {
+    return AttributeBytesItem::MakeInteger(feature, value, chosen);
+}
+AttributeBytesItem Bool(long feature, bool value, bool chosen = true) {
+    return AttributeBytesItem::MakeBoolean(feature, value, chosen);
+}
+
+// Output paper settings: fit on or off, and a paper of code `code` with the given size.
+Items OutputPaper(long fit, long code, double width, double height, Items more = {}) {
+    AttributeBytesRawList dimensions;
+    dimensions.Add(
+        AttributeBytesItem::MakeDimension(FeaturePaperWidth, width, Dimension::Millimeters));
+    dimensions.Add(
+        AttributeBytesItem::MakeDimension(FeaturePaperHeight, height, Dimension::Millimeters));
+    AttributeBytesRawList paper;
+    paper.Add(Opt(FeaturePaperSize, code));
+    paper.Add(AttributeBytesItem::MakeCollection(FeatureCustomPaperDimensions, dimensions));
+    AttributeBytesRawList settings;
+    settings.Add(AttributeBytesItem::MakeCollection(FeatureOutputPaper, paper));
+    more.push_back(Opt(FeatureFitToOutputPaper, fit));
+    more.push_back(AttributeBytesItem::MakeCollection(FeatureOutputPaperSettings, settings));
+    return more;
+}
+
+// A ticket whose page snapshot carries `items`, followed by `body`; without items, no snapshot.
+std::wstring AttributeTicket(const Items& items, const std::wstring& body = L"") {
+    if (items.empty()) return PrivateTicket(body);
+    AttributeBytesRawList list;
+    for (const AttributeBytesItem& item : items) list.Add(item);
+    return TicketWithSnapshot(DevmodeWithAttributes(list), body);
+}
+
+Items NUp(long value) {
+    return {Opt(FeatureNUpPagesPerSheet, value)};
+}
 
 class TypedViewTest : public ::testing::Test {
 protected:
@@ -29,10 +68,8 @@ protected:
     void Initialize(EPrintTicketScope scope, const std::wstring& defaultTicket,
                     const std::wstring& job = L"", const std::wstring& document = L"",
                     const std::wstring& page = L"") {
-        dom[0] = defaultTicket.empty() ? nullptr : LoadXml(defaultTicket);
-        dom[1] = job.empty() ? nullptr : LoadXml(job);
-        dom[2] = document.empty() ? nullptr : LoadXml(document);
-        dom[3] = page.empty() ? nullptr : LoadXml(page);
+        const std::wstring* texts[] = {&defaultTicket, &job, &document, &page};
+        for (int i = 0; i < 4; ++i) dom[i] = texts[i]->empty() ? nullptr : LoadXml(*texts[i]);
         Reinitialize(scope);
     }
 
@@ -40,15 +77,13 @@ protected:
         view.Initialize(scope, dom[0], dom[1], dom[2], dom[3], nullptr, printer, token);
     }
 
-    // Renames the Option of the psk:PageOrientation Feature of a slot's DOM.
-    void SetOrientationOption(int slot, const wchar_t* option) {
+    // Renames the first element the query selects in a slot's DOM.
+    void Rename(int slot, const wchar_t* xpath, const wchar_t* name) {
         CComPtr<IXMLDOMNode> node;
-        ASSERT_EQ(dom[slot]->selectSingleNode(
-                      CComBSTR(L"//psf:Feature[@name='psk:PageOrientation']/psf:Option"), &node),
-                  S_OK);
+        ASSERT_EQ(dom[slot]->selectSingleNode(CComBSTR(xpath), &node), S_OK);
         CComQIPtr<IXMLDOMElement> element(node);
         ASSERT_TRUE(element);
-        ASSERT_EQ(element->setAttribute(CComBSTR(L"name"), CComVariant(option)), S_OK);
+        ASSERT_EQ(element->setAttribute(CComBSTR(L"name"), CComVariant(name)), S_OK);
     }
 
     std::wstring OptionOf(const wchar_t* feature) {
@@ -59,59 +94,42 @@ protected:
         return std::wstring(option) + L"|" + std::wstring(prefix);
     }
 
-    // A ticket whose page snapshot carries `attributes`.
-    static std::wstring AttributeTicket(const AttributeBytesRawList& attributes,
-                                        const std::wstring& body = L"") {
-        return TicketWithSnapshot(DevmodeWithAttributes(attributes), body);
-    }
-
-    StatusView view;
+    XpsFilterPrintTicket view;
     CComPtr<IXMLDOMDocument2> dom[4];
     CXString printer{L"Typed View Printer"};
     HANDLE token = nullptr;
 };
-
-AttributeBytesRawList List(std::initializer_list<AttributeBytesItem> items) {
-    AttributeBytesRawList list;
-    for (const AttributeBytesItem& item : items) list.Add(item);
-    return list;
-}
 
 }  // namespace
 
 // --- Scopes, counter, slots ---
 
 TEST(TypedViewScopes, PlatformScopesAndFeatureNamesMapOntoSlots) {
-    using Base = XpsFilterPrintTicketBase;
-    EXPECT_EQ(Base::MsEPrintTicketScopeToEFilterPtScope(kPTPageScope), Base::EFilterPtScopePage);
-    EXPECT_EQ(Base::MsEPrintTicketScopeToEFilterPtScope(kPTDocumentScope),
-              Base::EFilterPtScopeDocument);
-    EXPECT_EQ(Base::MsEPrintTicketScopeToEFilterPtScope(kPTJobScope), Base::EFilterPtScopeJob);
-    EXPECT_EQ(Base::MsEPrintTicketScopeToEFilterPtScope(static_cast<EPrintTicketScope>(7)),
-              Base::EFilterPtScopeUserDefault);
-
-    EXPECT_EQ(Base::GetFeatureScopeFromName(L"PageMediaSize"), Base::EFilterPtScopePage);
-    EXPECT_EQ(Base::GetFeatureScopeFromName(L"DocumentNUp"), Base::EFilterPtScopeDocument);
-    EXPECT_EQ(Base::GetFeatureScopeFromName(L"JobCopiesAllDocuments"), Base::EFilterPtScopeJob);
-    EXPECT_EQ(Base::GetFeatureScopeFromName(L"OutputPage"), Base::EFilterPtScopeJob);
-    EXPECT_EQ(Base::GetFeatureScopeFromName(L"page"), Base::EFilterPtScopeJob);
-    EXPECT_EQ(Base::GetFeatureScopeFromName(L""), Base::EFilterPtScopeJob);
+    // clang-format off
+    const std::pair<int, Scope::EFilterPtScope> scopes[] = {
+        {kPTPageScope, kPageSlot}, {kPTDocumentScope, kDocumentSlot}, {kPTJobScope, kJobSlot},
+        {7, kDefaultSlot}};
+    const std::pair<const wchar_t*, Scope::EFilterPtScope> names[] = {
+        {L"PageMediaSize", kPageSlot}, {L"DocumentNUp", kDocumentSlot}, {L"OutputPage", kJobSlot},
+        {L"JobCopiesAllDocuments", kJobSlot}, {L"page", kJobSlot}, {L"", kJobSlot}};
+    // clang-format on
+    for (const auto& [scope, slot] : scopes) {
+        EXPECT_EQ(Scope::MsEPrintTicketScopeToEFilterPtScope(EPrintTicketScope(scope)), slot);
+    }
+    for (const auto& [name, slot] : names) EXPECT_EQ(Scope::GetFeatureScopeFromName(name), slot);
 }
 
 TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
-    EXPECT_EQ(view.GetScope(), kPTJobScope);
-    EXPECT_EQ(view.GetFilterScope(), XpsFilterPrintTicketBase::EFilterPtScopeJob);
-    EXPECT_EQ(view.GetUserToken(), INVALID_HANDLE_VALUE);
     EXPECT_FALSE(view.GetChangeCounter().IsInitialized());
-
     std::wstring ticket = PrivateTicket(Feature(L"PageOrientation", L"Landscape"));
     token = reinterpret_cast<HANDLE>(0x1234);
     Initialize(kPTPageScope, ticket, L"", ticket, ticket);
     EXPECT_EQ(view.GetChangeCounter().Get(), 0);
-    EXPECT_EQ(view.GetFilterScope(), XpsFilterPrintTicketBase::EFilterPtScopePage);
-    EXPECT_NE(view.GetTicketOfScope(XpsFilterPrintTicketBase::EFilterPtScopeUserDefault), nullptr);
-    EXPECT_EQ(view.GetTicketOfScope(XpsFilterPrintTicketBase::EFilterPtScopeJob), nullptr);
-    EXPECT_NE(view.GetTicketOfScope(XpsFilterPrintTicketBase::EFilterPtScopePage), nullptr);
+    EXPECT_EQ(view.GetScope(), kPTPageScope);
+    EXPECT_EQ(view.GetFilterScope(), kPageSlot);
+    EXPECT_NE(view.GetTicketOfScope(kDefaultSlot), nullptr);
+    EXPECT_EQ(view.GetTicketOfScope(kJobSlot), nullptr);
+    EXPECT_NE(view.GetTicketOfScope(kPageSlot), nullptr);
     EXPECT_EQ(view.GetMergedTicket(), nullptr);
     EXPECT_EQ(view.GetPrinterName().Compare(L"Typed View Printer"), 0);
     EXPECT_EQ(view.GetUserToken(), token);
@@ -119,8 +137,8 @@ TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
     dom[3] = nullptr;
     Reinitialize(kPTDocumentScope);
     EXPECT_EQ(view.GetChangeCounter().Get(), 1);
-    EXPECT_EQ(view.GetTicketOfScope(XpsFilterPrintTicketBase::EFilterPtScopePage), nullptr);
-    EXPECT_EQ(view.GetFilterScope(), XpsFilterPrintTicketBase::EFilterPtScopeDocument);
+    EXPECT_EQ(view.GetTicketOfScope(kPageSlot), nullptr);
+    EXPECT_EQ(view.GetFilterScope(), kDocumentSlot);
 
     // A DOM that is not a PrintTicket is refused by its wrapper.
     CComPtr<IXMLDOMDocument2> capabilities = LoadXml(documenttesting::Capabilities(L""));
@@ -131,24 +149,12 @@ TEST_F(TypedViewTest, InitializeFillsAndEmptiesTheSlots) {
 
 // --- Lookups ---
 
-TEST_F(TypedViewTest, APageViewFindsAJobLevelFeature) {
-    Initialize(kPTPageScope, PrivateTicket(L""),
-               PrivateTicket(Feature(L"JobDuplexAllDocumentsContiguously", L"TwoSidedLongEdge") +
-                             Feature(L"PageOrientation", L"Landscape")),
-               PrivateTicket(L""), PrivateTicket(L""));
-    EXPECT_EQ(OptionOf(L"JobDuplexAllDocumentsContiguously"), L"TwoSidedLongEdge|psk:");
-    bool found = false;
-    HRESULT status = E_FAIL;
-    EXPECT_EQ(view.GetOrientation(&found, &status), PrintSchema::PageOrientation::Landscape);
-    EXPECT_TRUE(found);
-    EXPECT_EQ(status, S_OK);
-}
-
 TEST_F(TypedViewTest, AFeatureIsLookedForFromTheScopeItsNameImplies) {
     Initialize(kPTJobScope,
                PrivateTicket(Feature(L"PageOrientation", L"ReversePortrait") +
                              Feature(L"JobCopiesAllDocuments", L"Five")),
-               PrivateTicket(Feature(L"PageOrientation", L"Portrait")),
+               PrivateTicket(Feature(L"PageOrientation", L"Portrait") +
+                             Feature(L"JobDuplexAllDocumentsContiguously", L"TwoSidedLongEdge")),
                PrivateTicket(Feature(L"DocumentNUp", L"Two")),
                PrivateTicket(Feature(L"PageOrientation", L"Landscape") +
                              Feature(L"JobCopiesAllDocuments", L"Three") +
@@ -160,10 +166,11 @@ TEST_F(TypedViewTest, AFeatureIsLookedForFromTheScopeItsNameImplies) {
     // Document features start at the document ticket.
     EXPECT_EQ(OptionOf(L"DocumentNUp"), L"Two|psk:");
 
-    // Without a page ticket a page feature is found further up.
+    // Without a page ticket a page feature is found further up; a page view finds job features.
     dom[3] = nullptr;
     Reinitialize(kPTPageScope);
     EXPECT_EQ(OptionOf(L"PageOrientation"), L"Portrait|psk:");
+    EXPECT_EQ(OptionOf(L"JobDuplexAllDocumentsContiguously"), L"TwoSidedLongEdge|psk:");
     dom[1] = nullptr;
     Reinitialize(kPTPageScope);
     EXPECT_EQ(OptionOf(L"PageOrientation"), L"ReversePortrait|psk:");
@@ -191,33 +198,153 @@ TEST_F(TypedViewTest, LookupsWithoutTicketsAndBadArguments) {
     EXPECT_EQ(OptionOf(L"PageOrientation"), L"<" + std::to_wstring(E_FAIL) + L">");
 }
 
-// --- Orientation: caching and status ---
+// --- The getters ---
 
-TEST_F(TypedViewTest, AnAbsentOrientationIsTheDefaultAndAskedAgain) {
-    Initialize(kPTPageScope, L"", L"", L"",
-               PrivateTicket(Feature(L"PageOrientation", L"Landscape")));
-    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
-
-    Initialize(kPTPageScope, L"", L"", L"",
-               PrivateTicket(Feature(L"Unrelated", L"ReverseLandscape")));
-    bool found = true;
-    HRESULT status = E_FAIL;
-    EXPECT_EQ(view.GetOrientation(&found, &status), PrintSchema::PageOrientation::Portrait);
-    EXPECT_FALSE(found);
-    EXPECT_EQ(status, S_FALSE);
-    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Portrait);  // no throw
-
-    // Not cached: a feature that appears since is seen without an Initialize.
-    CComPtr<IXMLDOMNode> feature;
-    ASSERT_EQ(dom[3]->selectSingleNode(CComBSTR(L"//psf:Feature"), &feature), S_OK);
-    CComQIPtr<IXMLDOMElement> element(feature);
-    ASSERT_TRUE(element);
-    ASSERT_EQ(element->setAttribute(CComBSTR(L"name"), CComVariant(L"psk:PageOrientation")), S_OK);
-    EXPECT_EQ(view.GetOrientation(&found), PrintSchema::PageOrientation::ReverseLandscape);
-    EXPECT_TRUE(found);
+// Every getter over one ticket in the job slot of a page view: found, status and every field of
+// its record, read twice (the second answer comes from the cache).
+TEST_F(TypedViewTest, GettersReadTheTicketAndTheDriverAttributes) {
+    using namespace PrintSchema::PageScaling;
+    using PrintSchema::Binding::BindLeft;
+    using PrintSchema::Binding::BindRight;
+    const std::wstring size = MediaSizeFeature(210000, 297000);
+    auto read = [&](char getter, bool& found, HRESULT& status) -> std::vector<long> {
+        // clang-format off
+        switch (getter) {
+        case 'r': return {view.GetOrientation(&found, &status)};
+        case 'm': { const auto& d = view.GetPageMediaSize(&found, &status);
+                    return {d.width, d.height}; }
+        case 'n': { const auto& d = view.GetNUp(&found, &status);
+                    return {d.pagesPerSheet, d.pageOrder, d.edgeToEdge, d.presentationDirection}; }
+        case 'b': { const auto& d = view.GetBookletBinding(&found, &status);
+                    return {d.bindingOption, d.gutter, d.creep}; }
+        case 'o': { const auto& d = view.GetOutputPaperSize(&found, &status);
+                    return {d.width, d.height, d.paperSize, d.fitToOutputPaper}; }
+        default: { const auto& d = view.GetPageScaling(&found, &status);
+                   return {d.option, d.scaleWidth, d.scaleHeight, d.anchor, d.scalingRequested,
+                           d.scalingMode, d.fitBasis, d.offsetWidth, d.offsetHeight}; }
+        }
+        // clang-format on
+    };
+    const long kFit = FitApplicationMediaSizeToPageMediaSize;
+    const long kLandscape = PrintSchema::PageOrientation::Landscape;
+    const long kPortrait = PrintSchema::PageOrientation::Portrait;
+    const long kNone = PrintSchema::Binding::None;
+    const long kRightBottom = PrintSchema::NUp::RightBottom;
+    const long kPaper = ValueScalingFitBasisPaper;
+    const long kOn = ValueFitToOutputPaperOn;
+    const long kFitMode = ValueScalingModeFitToPaper;
+    const Items fitMode = {Opt(FeatureScalingMode, kFitMode)};
+    const AttributeBytesItem booklet = Bool(FeatureBooklet, true);
+    const long kEdge = FeatureBookletBindingEdge;
+    const struct {
+        const char* name;
+        Items items;  // none: a ticket without a device mode
+        char getter;  // r(otation), m(edia size), n(-up), b(inding), o(utput paper), s(caling)
+        bool found;
+        HRESULT status;
+        std::vector<long> values;
+        std::wstring body = L"";
+    } rows[] = {
+        // clang-format off
+        {"orientation", {}, 'r', true, S_OK, {kLandscape},
+         Feature(L"PageOrientation", L"Landscape")},
+        {"reverse landscape", {}, 'r', true, S_OK, {PrintSchema::PageOrientation::ReverseLandscape},
+         Feature(L"PageOrientation", L"ReverseLandscape")},
+        {"no orientation", {}, 'r', false, S_FALSE, {kPortrait}, Feature(L"Other", L"Landscape")},
+        {"unknown orientation", {}, 'r', false, E_FAIL, {kPortrait},
+         Feature(L"PageOrientation", L"Sideways")},
+        // Keywords are case-sensitive.
+        {"lower-case orientation", {}, 'r', false, E_FAIL, {kPortrait},
+         Feature(L"PageOrientation", L"landscape")},
+        // The media size is read only with the driver's attributes; without them it is letter.
+        {"size, no attributes", {}, 'm', true, S_OK, {215900, 279400}, size},
+        {"size", {Int(FeatureScalingPercentage, 100)}, 'm', true, S_OK, {210000, 297000}, size},
+        {"no size", {Int(FeatureScalingPercentage, 100)}, 'm', false, S_FALSE, {215900, 279400}},
+        // N-up maps the pages per sheet (unknown values: 1) and is always found; the order and
+        // edge-to-edge values are not the driver's.
+        {"1-up", NUp(ValueNUp1), 'n', true, S_OK, {1, 7611, 8010, kRightBottom}},
+        {"2-up", NUp(ValueNUp2), 'n', true, S_OK, {2, 7611, 8010, kRightBottom}},
+        {"4-up", {Opt(FeatureNUpPagesPerSheet, ValueNUp4), Opt(FeatureNUpPageOrder, 7612),
+                  Opt(FeatureEdgeToEdge, ValueEdgeToEdgeOn)}, 'n', true, S_OK,
+         {4, 7611, 8010, kRightBottom}},
+        {"6-up", NUp(ValueNUp6), 'n', true, S_OK, {6, 7611, 8010, kRightBottom}},
+        {"9-up", NUp(ValueNUp9), 'n', true, S_OK, {9, 7611, 8010, kRightBottom}},
+        {"16-up", NUp(ValueNUp16), 'n', true, S_OK, {16, 7611, 8010, kRightBottom}},
+        {"unknown n-up", NUp(9999), 'n', true, S_OK, {1, 7611, 8010, kRightBottom}},
+        {"n-up, no attributes", {}, 'n', true, S_OK, {1, 7611, 8010, kRightBottom}},
+        // Booklet binding: the edge (left by default) only when the user chose a booklet;
+        // gutter in micrometres to hundredths of a millimetre, creep to thousandths of an inch,
+        // halves rounding down.
+        {"right", {booklet, Opt(kEdge, ValueBindingEdgeRight)}, 'b', true, S_OK, {BindRight, 0, 0}},
+        {"left", {booklet, Opt(kEdge, ValueBindingEdgeLeft)}, 'b', true, S_OK, {BindLeft, 0, 0}},
+        {"booklet", {booklet}, 'b', true, S_OK, {BindLeft, 0, 0}},
+        {"no booklet", {Bool(FeatureBooklet, false)}, 'b', true, S_OK, {kNone, 0, 0}},
+        {"booklet not chosen", {Bool(FeatureBooklet, true, false)}, 'b', true, S_OK, {kNone, 0, 0}},
+        {"gutter and creep", {Int(FeatureBookletGutter, 1005), Int(FeatureBookletCreep, 254)}, 'b',
+         true, S_OK, {kNone, 100, 10}},
+        {"creep not chosen",
+         {Int(FeatureBookletGutter, 1006), Int(FeatureBookletCreep, 300, false)}, 'b', true, S_OK,
+         {kNone, 101, 0}},
+        // The output paper comes from the nested settings, only when fitting to it is on and a
+        // paper is named.
+        {"output paper", OutputPaper(kOn, ValuePageSizeISOA4, 210, 297), 'o', true, S_OK,
+         {210000, 297000, ValuePageSizeISOA4, true}},
+        {"fit off", OutputPaper(ValueFitToOutputPaperOff, ValuePageSizeISOA4, 210, 297), 'o', true,
+         S_OK, {215900, 279400, ValueAny, false}},
+        {"any paper", OutputPaper(kOn, ValueAny, 210, 297), 'o', true, S_OK,
+         {215900, 279400, ValueAny, false}},
+        {"output paper, no attributes", {}, 'o', true, S_OK, {215900, 279400, ValueAny, false}},
+        // Page scaling: fitted defaults without attributes; mode, percentage, anchor and basis.
+        {"scaling, no attributes", {}, 's', true, S_FALSE,
+         {kFit, 100, 100, Center, FALSE, ValueScalingModeNone, kPaper, 0, 0}},
+        {"zoom", {Opt(FeatureScalingMode, ValueScalingModeZoom), Int(FeatureScalingPercentage, 150),
+                  Opt(FeatureScalingAnchor, ValueScalingAnchorBottomLeft),
+                  Opt(FeatureScalingFitBasis, ValueScalingFitBasisPrintableArea)}, 's', true, S_OK,
+         {kFit, 150, 150, BottomLeft, TRUE, ValueScalingModeZoom, ValueScalingFitBasisPrintableArea,
+          0, 0}},
+        // Fitting to the document's own paper (or to any paper) cancels scaling.
+        {"fit to the document's paper", OutputPaper(kOn, ValuePaperSizeSameAsDocument, 100, 100,
+         fitMode), 's', true, S_OK, {kFit, 100, 100, Center, FALSE, kFitMode, kPaper, 0, 0}},
+        {"fit to any paper", OutputPaper(kOn, ValueAny, 100, 100, fitMode), 's', true, S_OK,
+         {kFit, 100, 100, Center, FALSE, kFitMode, kPaper, 0, 0}},
+        {"fit to A4", OutputPaper(kOn, ValuePageSizeISOA4, 100, 100, fitMode), 's', true, S_OK,
+         {kFit, 100, 100, Center, TRUE, kFitMode, kPaper, 0, 0}},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Initialize(kPTPageScope, L"", AttributeTicket(row.items, row.body));
+        for (int pass = 0; pass < 2; ++pass) {
+            bool found = !row.found;
+            HRESULT status = E_UNEXPECTED;
+            EXPECT_EQ(read(row.getter, found, status), row.values);
+            EXPECT_EQ(found, row.found);
+            EXPECT_EQ(status, row.status);
+        }
+    }
 }
 
-TEST_F(TypedViewTest, AnUnknownOrientationIsThrownOrReturnedInStatus) {
+// Each scaling anchor, and values that are not anchors; an anchor alone requests no scaling.
+TEST_F(TypedViewTest, PageScalingAnchors) {
+    using namespace PrintSchema::PageScaling;
+    // clang-format off
+    const std::pair<long, LONG> anchors[] = {
+        {ValueScalingAnchorTopLeft, TopLeft}, {ValueScalingAnchorLeftCenter, LeftCenter},
+        {ValueScalingAnchorTopRight, TopRight}, {ValueScalingAnchorRightCenter, RightCenter},
+        {ValueScalingAnchorBottomRight, BottomRight}, {ValueScalingAnchorTopCenter, TopCenter},
+        {ValueScalingAnchorCenter, Center}, {ValueScalingAnchorBottomCenter, BottomCenter},
+        {7469, TopLeft}, {7459, TopLeft}};
+    // clang-format on
+    for (const auto& [value, anchor] : anchors) {
+        Initialize(kPTPageScope, L"", AttributeTicket({Opt(FeatureScalingAnchor, value)}));
+        EXPECT_EQ(view.GetPageScaling().anchor, anchor) << value;
+        EXPECT_EQ(view.GetPageScaling().scalingRequested, FALSE);
+    }
+}
+
+// Without a status pointer a failure is thrown, with the getter's name; an absent orientation
+// is asked again, not cached.
+TEST_F(TypedViewTest, OrientationFailuresAreThrownAndAbsenceIsNotCached) {
     Initialize(kPTPageScope, L"", L"", L"",
                PrivateTicket(Feature(L"PageOrientation", L"Sideways")));
     EXPECT_EQ(ThrownHresult([&] { view.GetOrientation(); }), E_FAIL);
@@ -227,248 +354,19 @@ TEST_F(TypedViewTest, AnUnknownOrientationIsThrownOrReturnedInStatus) {
     EXPECT_EQ(ThrownHresult([&] { view.GetOrientation(&found); }), E_FAIL);
     EXPECT_FALSE(found);
 
-    HRESULT status = S_OK;
-    EXPECT_EQ(view.GetOrientation(&found, &status), PrintSchema::PageOrientation::Portrait);
-    EXPECT_EQ(status, E_FAIL);
-    EXPECT_FALSE(found);
-
-    // Keywords are case-sensitive.
-    SetOrientationOption(3, L"psk:landscape");
-    Reinitialize(kPTPageScope);
-    EXPECT_EQ(view.GetOrientation(nullptr, &status), PrintSchema::PageOrientation::Portrait);
-    EXPECT_EQ(status, E_FAIL);
-}
-
-// --- Media size ---
-
-TEST_F(TypedViewTest, TheMediaSizeNeedsTheDriverAttributes) {
-    std::wstring size = MediaSizeFeature(210000, 297000);
-    Initialize(kPTPageScope, L"", PrivateTicket(size));
-    bool found = false;
-    HRESULT status = E_FAIL;
-    const auto& letter = view.GetPageMediaSize(&found, &status);
-    EXPECT_EQ(letter.width, 215900);
-    EXPECT_EQ(letter.height, 279400);
+    Initialize(kPTPageScope, L"", L"", L"",
+               PrivateTicket(Feature(L"Unrelated", L"ReverseLandscape")));
+    EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Portrait);  // no throw
+    Rename(3, L"//psf:Feature", L"psk:PageOrientation");
+    EXPECT_EQ(view.GetOrientation(&found), PrintSchema::PageOrientation::ReverseLandscape);
     EXPECT_TRUE(found);
-    EXPECT_EQ(status, S_OK);
-
-    AttributeBytesRawList attributes =
-        List({AttributeBytesItem::MakeInteger(FeatureScalingPercentage, 100)});
-    Initialize(kPTPageScope, L"", AttributeTicket(attributes, size));
-    const auto& a4 = view.GetPageMediaSize(&found, &status);
-    EXPECT_EQ(a4.width, 210000);
-    EXPECT_EQ(a4.height, 297000);
-    EXPECT_TRUE(found);
-
-    Initialize(kPTPageScope, L"", AttributeTicket(attributes));
-    const auto& absent = view.GetPageMediaSize(&found, &status);
-    EXPECT_EQ(absent.width, 215900);
-    EXPECT_FALSE(found);
-    EXPECT_EQ(status, S_FALSE);
-    // Cached with its answer.
-    view.GetPageMediaSize(&found, &status);
-    EXPECT_FALSE(found);
-    EXPECT_EQ(status, S_FALSE);
-}
-
-// --- Getters over the driver's attributes ---
-
-TEST_F(TypedViewTest, NUpMapsThePagesPerSheetAndIsAlwaysFound) {
-    struct Case {
-        long value;
-        LONG pages;
-    } cases[] = {{ValueNUp1, 1}, {ValueNUp2, 2},   {ValueNUp4, 4}, {ValueNUp6, 6},
-                 {ValueNUp9, 9}, {ValueNUp16, 16}, {9999, 1}};
-    for (const Case& c : cases) {
-        Initialize(
-            kPTJobScope, L"",
-            AttributeTicket(
-                List({AttributeBytesItem::MakeOptionValue(FeatureNUpPagesPerSheet,
-                                                          static_cast<tagValueEnum>(c.value)),
-                      AttributeBytesItem::MakeOptionValue(FeatureNUpPageOrder,
-                                                          static_cast<tagValueEnum>(7612)),
-                      AttributeBytesItem::MakeOptionValue(FeatureEdgeToEdge, ValueEdgeToEdgeOn)})));
-        const auto& nUp = view.GetNUp();
-        EXPECT_EQ(nUp.pagesPerSheet, c.pages) << c.value;
-        EXPECT_EQ(nUp.pageOrder, 7611);
-        EXPECT_EQ(nUp.edgeToEdge, 8010);
-        EXPECT_EQ(nUp.presentationDirection, PrintSchema::NUp::RightBottom);
-    }
-    Initialize(kPTJobScope, L"", PrivateTicket(L""));
-    bool found = false;
-    HRESULT status = E_FAIL;
-    EXPECT_EQ(view.GetNUp(&found, &status).pagesPerSheet, 1);
-    EXPECT_TRUE(found);
-    EXPECT_EQ(status, S_OK);
-}
-
-TEST_F(TypedViewTest, BookletBindingReadsEdgeGutterAndCreep) {
-    using namespace PrintSchema::Binding;
-    auto binding = [&](AttributeBytesRawList list) {
-        Initialize(kPTDocumentScope, L"", AttributeTicket(list));
-        return view.GetBookletBinding();
-    };
-    EXPECT_EQ(binding(List({AttributeBytesItem::MakeBoolean(FeatureBooklet, true),
-                            AttributeBytesItem::MakeOptionValue(FeatureBookletBindingEdge,
-                                                                ValueBindingEdgeRight)}))
-                  .bindingOption,
-              BindRight);
-    EXPECT_EQ(binding(List({AttributeBytesItem::MakeBoolean(FeatureBooklet, true),
-                            AttributeBytesItem::MakeOptionValue(FeatureBookletBindingEdge,
-                                                                ValueBindingEdgeLeft)}))
-                  .bindingOption,
-              BindLeft);
-    EXPECT_EQ(binding(List({AttributeBytesItem::MakeBoolean(FeatureBooklet, true)})).bindingOption,
-              BindLeft);
-    EXPECT_EQ(binding(List({AttributeBytesItem::MakeBoolean(FeatureBooklet, false)})).bindingOption,
-              None);
-    // A booklet value the user did not choose does not count.
-    EXPECT_EQ(
-        binding(List({AttributeBytesItem::MakeBoolean(FeatureBooklet, true, false)})).bindingOption,
-        None);
-
-    // Gutter: micrometres to hundredths of a millimetre; creep: to thousandths of an inch;
-    // halves round down.
-    BindingData sizes = binding(List({AttributeBytesItem::MakeInteger(FeatureBookletGutter, 1005),
-                                      AttributeBytesItem::MakeInteger(FeatureBookletCreep, 254)}));
-    EXPECT_EQ(sizes.gutter, 100);
-    EXPECT_EQ(sizes.creep, 10);
-    sizes = binding(List({AttributeBytesItem::MakeInteger(FeatureBookletGutter, 1006),
-                          AttributeBytesItem::MakeInteger(FeatureBookletCreep, 300, false)}));
-    EXPECT_EQ(sizes.gutter, 101);
-    EXPECT_EQ(sizes.creep, 0);
-    EXPECT_EQ(sizes.bindingOption, None);
-}
-
-namespace {
-
-// Output paper settings: fit on, and a paper of code `code` with the given size.
-AttributeBytesRawList OutputPaper(long fit, long code, double width, double height, int unit) {
-    AttributeBytesRawList dimensions;
-    dimensions.Add(AttributeBytesItem::MakeDimension(FeaturePaperWidth, width, unit));
-    dimensions.Add(AttributeBytesItem::MakeDimension(FeaturePaperHeight, height, unit));
-    AttributeBytesRawList paper;
-    paper.Add(
-        AttributeBytesItem::MakeOptionValue(FeaturePaperSize, static_cast<tagValueEnum>(code)));
-    paper.Add(AttributeBytesItem::MakeCollection(FeatureCustomPaperDimensions, dimensions));
-    AttributeBytesRawList settings;
-    settings.Add(AttributeBytesItem::MakeCollection(FeatureOutputPaper, paper));
-    AttributeBytesRawList list;
-    list.Add(AttributeBytesItem::MakeOptionValue(FeatureFitToOutputPaper,
-                                                 static_cast<tagValueEnum>(fit)));
-    list.Add(AttributeBytesItem::MakeCollection(FeatureOutputPaperSettings, settings));
-    return list;
-}
-
-}  // namespace
-
-TEST_F(TypedViewTest, TheOutputPaperSizeComesFromTheNestedSettings) {
-    Initialize(kPTJobScope, L"",
-               AttributeTicket(OutputPaper(ValueFitToOutputPaperOn, ValuePageSizeISOA4, 210.0,
-                                           297.0, Dimension::Millimeters)));
-    bool found = false;
-    const auto& a4 = view.GetOutputPaperSize(&found);
-    EXPECT_TRUE(found);
-    EXPECT_EQ(a4.width, 210000);
-    EXPECT_EQ(a4.height, 297000);
-    EXPECT_EQ(a4.paperSize, ValuePageSizeISOA4);
-    EXPECT_TRUE(a4.fitToOutputPaper);
-
-    for (auto list :
-         {OutputPaper(ValueFitToOutputPaperOff, ValuePageSizeISOA4, 210, 297,
-                      Dimension::Millimeters),
-          OutputPaper(ValueFitToOutputPaperOn, ValueAny, 210, 297, Dimension::Millimeters)}) {
-        Initialize(kPTJobScope, L"", AttributeTicket(list));
-        const auto& none = view.GetOutputPaperSize();
-        EXPECT_EQ(none.width, 215900);
-        EXPECT_EQ(none.height, 279400);
-        EXPECT_EQ(none.paperSize, ValueAny);
-        EXPECT_FALSE(none.fitToOutputPaper);
-    }
-    Initialize(kPTJobScope, L"", PrivateTicket(L""));
-    EXPECT_FALSE(view.GetOutputPaperSize().fitToOutputPaper);
-}
-
-TEST_F(TypedViewTest, PageScalingWithoutAttributesIsTheFittedDefault) {
-    Initialize(kPTPageScope, L"", PrivateTicket(L""));
-    bool found = false;
-    HRESULT status = E_FAIL;
-    const auto& scaling = view.GetPageScaling(&found, &status);
-    EXPECT_TRUE(found);
-    EXPECT_EQ(status, S_FALSE);
-    EXPECT_EQ(scaling.option, PrintSchema::PageScaling::FitApplicationMediaSizeToPageMediaSize);
-    EXPECT_EQ(scaling.scaleWidth, 100);
-    EXPECT_EQ(scaling.scaleHeight, 100);
-    EXPECT_EQ(scaling.anchor, PrintSchema::PageScaling::Center);
-    EXPECT_EQ(scaling.scalingRequested, FALSE);
-    EXPECT_EQ(scaling.scalingMode, ValueScalingModeNone);
-    EXPECT_EQ(scaling.fitBasis, ValueScalingFitBasisPaper);
-    EXPECT_EQ(scaling.offsetWidth, 0);
-}
-
-TEST_F(TypedViewTest, PageScalingReadsModePercentageAnchorAndBasis) {
-    using namespace PrintSchema::PageScaling;
-    AttributeBytesRawList list = List({
-        AttributeBytesItem::MakeOptionValue(FeatureScalingMode, ValueScalingModeZoom),
-        AttributeBytesItem::MakeInteger(FeatureScalingPercentage, 150),
-        AttributeBytesItem::MakeOptionValue(FeatureScalingAnchor, ValueScalingAnchorBottomLeft),
-        AttributeBytesItem::MakeOptionValue(FeatureScalingFitBasis,
-                                            ValueScalingFitBasisPrintableArea),
-    });
-    Initialize(kPTPageScope, L"", AttributeTicket(list));
-    HRESULT status = E_FAIL;
-    const PageScalingData& scaling = view.GetPageScaling(nullptr, &status);
-    EXPECT_EQ(status, S_OK);
-    EXPECT_EQ(scaling.scalingRequested, TRUE);
-    EXPECT_EQ(scaling.scalingMode, ValueScalingModeZoom);
-    EXPECT_EQ(scaling.scaleWidth, 150);
-    EXPECT_EQ(scaling.scaleHeight, 150);
-    EXPECT_EQ(scaling.anchor, BottomLeft);
-    EXPECT_EQ(scaling.fitBasis, ValueScalingFitBasisPrintableArea);
-    EXPECT_EQ(scaling.option, FitApplicationMediaSizeToPageMediaSize);
-
-    const std::pair<long, LONG> anchors[] = {{ValueScalingAnchorTopLeft, TopLeft},
-                                             {ValueScalingAnchorLeftCenter, LeftCenter},
-                                             {ValueScalingAnchorTopRight, TopRight},
-                                             {ValueScalingAnchorRightCenter, RightCenter},
-                                             {ValueScalingAnchorBottomRight, BottomRight},
-                                             {ValueScalingAnchorTopCenter, TopCenter},
-                                             {ValueScalingAnchorCenter, Center},
-                                             {ValueScalingAnchorBottomCenter, BottomCenter},
-                                             {7469, TopLeft},
-                                             {7459, TopLeft}};
-    for (const auto& [value, anchor] : anchors) {
-        Initialize(kPTPageScope, L"",
-                   AttributeTicket(List({AttributeBytesItem::MakeOptionValue(
-                       FeatureScalingAnchor, static_cast<tagValueEnum>(value))})));
-        EXPECT_EQ(view.GetPageScaling().anchor, anchor) << value;
-        EXPECT_EQ(view.GetPageScaling().scalingRequested, FALSE);
-    }
-}
-
-TEST_F(TypedViewTest, FittingToTheDocumentsOwnPaperCancelsScaling) {
-    auto requested = [&](long code) {
-        AttributeBytesRawList list =
-            OutputPaper(ValueFitToOutputPaperOn, code, 100, 100, Dimension::Millimeters);
-        list.Add(
-            AttributeBytesItem::MakeOptionValue(FeatureScalingMode, ValueScalingModeFitToPaper));
-        Initialize(kPTPageScope, L"", AttributeTicket(list));
-        return view.GetPageScaling().scalingRequested;
-    };
-    EXPECT_EQ(requested(ValuePaperSizeSameAsDocument), FALSE);
-    EXPECT_EQ(requested(ValueAny), FALSE);
-    EXPECT_EQ(requested(ValuePageSizeISOA4), TRUE);
 }
 
 // --- Where the attributes come from ---
 
 TEST_F(TypedViewTest, TheAttributesComeFromTheFirstTicketFromTheViewsScopeUp) {
-    auto nUp = [](long value) {
-        return List({AttributeBytesItem::MakeOptionValue(FeatureNUpPagesPerSheet,
-                                                         static_cast<tagValueEnum>(value))});
-    };
-    Initialize(kPTPageScope, AttributeTicket(nUp(ValueNUp16)), AttributeTicket(nUp(ValueNUp2)),
-               AttributeTicket(nUp(ValueNUp4)), PrivateTicket(L""));
+    Initialize(kPTPageScope, AttributeTicket(NUp(ValueNUp16)), AttributeTicket(NUp(ValueNUp2)),
+               AttributeTicket(NUp(ValueNUp4)), PrivateTicket(L""));
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
     Reinitialize(kPTJobScope);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 2);
@@ -478,7 +376,7 @@ TEST_F(TypedViewTest, TheAttributesComeFromTheFirstTicketFromTheViewsScopeUp) {
 
     // A snapshot without the driver's part is passed over.
     Initialize(
-        kPTJobScope, AttributeTicket(nUp(ValueNUp9)),
+        kPTJobScope, AttributeTicket(NUp(ValueNUp9)),
         PrivateTicket(PrivateParameterInit(L"PageDevmodeSnapshot", Base64(ByteBuffer(300, 1)))));
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 9);
 
@@ -489,15 +387,10 @@ TEST_F(TypedViewTest, TheAttributesComeFromTheFirstTicketFromTheViewsScopeUp) {
 }
 
 TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
-    auto nUp = [](long value) {
-        return List({AttributeBytesItem::MakeOptionValue(FeatureNUpPagesPerSheet,
-                                                         static_cast<tagValueEnum>(value))});
-    };
     Initialize(kPTPageScope, PrivateTicket(Feature(L"PageOrientation", L"Landscape")),
-               AttributeTicket(nUp(ValueNUp4)), PrivateTicket(L""), PrivateTicket(L""));
-    using Scope = XpsFilterPrintTicketBase;
-    PrintTicketXmlDocument* job = view.GetTicketOfScope(Scope::EFilterPtScopeJob);
-    PrintTicketXmlDocument* page = view.GetTicketOfScope(Scope::EFilterPtScopePage);
+               AttributeTicket(NUp(ValueNUp4)), PrivateTicket(L""), PrivateTicket(L""));
+    PrintTicketXmlDocument* job = view.GetTicketOfScope(kJobSlot);
+    PrintTicketXmlDocument* page = view.GetTicketOfScope(kPageSlot);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
     EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
 
@@ -505,22 +398,19 @@ TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
     // and the answers are asked again (the counter moved) with the same results.
     dom[3] = LoadXml(PrivateTicket(L""));
     Reinitialize(kPTPageScope);
-    EXPECT_EQ(view.GetTicketOfScope(Scope::EFilterPtScopeJob), job);
-    EXPECT_NE(view.GetTicketOfScope(Scope::EFilterPtScopePage), page);
+    EXPECT_EQ(view.GetTicketOfScope(kJobSlot), job);
+    EXPECT_NE(view.GetTicketOfScope(kPageSlot), page);
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
     EXPECT_EQ(view.GetOrientation(), PrintSchema::PageOrientation::Landscape);
 
     // A ticket edited between two Initialize calls is read afresh: a new option, and a device
     // mode put into the document ticket, which now comes before the job's.
-    SetOrientationOption(0, L"psk:ReversePortrait");
-    CComPtr<IXMLDOMDocument2> withDevmode = LoadXml(AttributeTicket(nUp(ValueNUp9)));
-    ASSERT_EQ(withDevmode->setProperty(
-                  CComBSTR(L"SelectionNamespaces"),
-                  CComVariant((L"xmlns:psf='" + documenttesting::kFramework + L"'").c_str())),
-              S_OK);
-    CComPtr<IXMLDOMNode> parameterInit;
-    ASSERT_EQ(withDevmode->selectSingleNode(CComBSTR(L"//psf:ParameterInit"), &parameterInit),
-              S_OK);
+    Rename(0, L"//psf:Feature[@name='psk:PageOrientation']/psf:Option", L"psk:ReversePortrait");
+    CComPtr<IXMLDOMDocument2> withDevmode = LoadXml(AttributeTicket(NUp(ValueNUp9)));
+    CComPtr<IXMLDOMElement> sourceRoot;
+    ASSERT_EQ(withDevmode->get_documentElement(&sourceRoot), S_OK);
+    CComPtr<IXMLDOMNode> parameterInit;  // the snapshot
+    ASSERT_EQ(sourceRoot->get_firstChild(&parameterInit), S_OK);
     CComPtr<IXMLDOMElement> documentRoot;
     ASSERT_EQ(dom[2]->get_documentElement(&documentRoot), S_OK);
     CComPtr<IXMLDOMNode> moved;
@@ -536,7 +426,8 @@ TEST_F(TypedViewTest, UnchangedTicketsKeepTheirWrappersAndDecodedDevmodes) {
     EXPECT_EQ(view.GetNUp().pagesPerSheet, 4);
 }
 
-TEST(TypedViewManager, TheManagersViewsAnswerFromTheirScopes) {
+// A page ticket handed to the manager as a DOM is what the views of every scope read first.
+TEST(TypedViewManager, APageDomReachesTheViewsOfEveryScope) {
     PrintTicketManager manager;
     CComPtr<fakes::ReadStream> stream;
     stream.Attach(new fakes::ReadStream(
@@ -546,12 +437,9 @@ TEST(TypedViewManager, TheManagersViewsAnswerFromTheirScopes) {
     CComPtr<IXMLDOMDocument2> page =
         LoadXml(PrivateTicket(Feature(L"PageOrientation", L"Landscape")));
     ASSERT_EQ(manager.InitializeWithPrintTicket(kPTPageScope, page), S_OK);
-
-    XpsFilterPrintTicket* view = nullptr;
-    ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
-    EXPECT_EQ(view->GetOrientation(), PrintSchema::PageOrientation::Landscape);
-    ASSERT_EQ(manager.GetTicket(kPTJobScope, &view), S_OK);
-    // The job view asks page features of the page ticket first too: every view sees all slots.
-    EXPECT_EQ(view->GetOrientation(), PrintSchema::PageOrientation::Landscape);
-    EXPECT_EQ(view->GetPrinterName().Compare(L"Manager Printer"), 0);
+    for (EPrintTicketScope scope : {kPTPageScope, kPTJobScope}) {
+        XpsFilterPrintTicket* view = nullptr;
+        ASSERT_EQ(manager.GetTicket(scope, &view), S_OK);
+        EXPECT_EQ(view->GetOrientation(), PrintSchema::PageOrientation::Landscape) << scope;
+    }
 }
