@@ -44,9 +44,7 @@ Selection SelectAll(IXMLDOMNode* context, const std::wstring& query) {
     CComPtr<IXMLDOMNodeList> list;
     selection.hr = context->selectNodes(CComBSTR(query.c_str()), &list);
     if (FAILED(selection.hr) || !list) return selection;
-    LONG length = 0;
-    EXPECT_EQ(list->get_length(&length), S_OK);
-    for (LONG i = 0; i < length; ++i) {
+    for (LONG i = 0, length = Length(list); i < length; ++i) {
         CComPtr<IXMLDOMNode> node;
         EXPECT_EQ(list->get_item(i, &node), S_OK);
         selection.nodes.push_back(node);
@@ -91,69 +89,67 @@ protected:
 
 }  // namespace
 
-TEST_F(DomXPathPaths, DescendantStepsWithAttributeTests) {
+TEST_F(DomXPathPaths, EachPathSelectsWhatItsExplicitSpellingSelects) {
     const std::wstring all = L"/descendant-or-self::node()/child::";
-    ExpectSameSelection(doc, L"//psf:Feature", all + L"psf:Feature", 4);
-    ExpectSameSelection(doc, L"//psf:Feature[@name = \"psk:A\"]",
-                        all + L"psf:Feature[attribute::name = \"psk:A\"]", 2);
-    ExpectSameSelection(doc, L"//psf:Feature[@name = 'psk:A']/psf:Option",
-                        all + L"psf:Feature[attribute::name = 'psk:A']/child::psf:Option", 2);
-    ExpectSameSelection(doc, L"//psf:Feature[@name]//psf:Value",
-                        all + L"psf:Feature[attribute::name]/descendant::psf:Value", 2);
-    ExpectSameSelection(doc, L"//*[@name]", all + L"*[attribute::name]", 12);
-    ExpectSameSelection(doc, L"//psf:*[@name = '']", all + L"psf:*[attribute::name = '']", 1);
-    ExpectSameSelection(doc, L"//psf:Option[@name][@name != 'x' or true()]",
-                        all + L"psf:Option[attribute::name][attribute::name != 'x' or true()]", 3);
-    ExpectSameSelection(doc, L"//psf:ParameterInit[@name = 'psk:P']/psf:Value",
-                        all + L"psf:ParameterInit[attribute::name = 'psk:P']/child::psf:Value", 1);
-    ExpectSameSelection(doc, L"//psf:Feature[@name = 'psk:Z']", all + L"psf:Feature[@name='psk:Z']",
-                        0);
-}
-
-TEST_F(DomXPathPaths, NamesWithoutPrefixAreInNoNamespace) {
-    const std::wstring all = L"/descendant-or-self::node()/child::";
-    ExpectSameSelection(doc, L"//Feature", all + L"Feature", 1);
-    ExpectSameSelection(doc, L"//Feature[@name = 'psk:A']/Option",
-                        all + L"Feature[attribute::name = 'psk:A']/child::Option", 1);
-    ExpectSameSelection(doc, L"//d:Feature/d:Option", all + L"d:Feature/child::d:Option", 1);
-    ExpectSameSelection(doc, L"//d:*", all + L"d:*", 3);
-    ExpectSameSelection(doc, L"//*", all + L"*", 20);
-}
-
-TEST_F(DomXPathPaths, AbsoluteAndRelativeChildPaths) {
-    ExpectSameSelection(doc, L"/psf:PrintTicket/psf:Feature",
-                        L"/child::psf:PrintTicket/child::psf:Feature", 3);
-    ExpectSameSelection(doc, L"/psf:Feature", L"/child::psf:Feature", 0);
-    ExpectSameSelection(doc, L"psf:PrintTicket", L"child::psf:PrintTicket", 1);
-
-    CComPtr<IXMLDOMNode> feature = Select(doc, L"/psf:PrintTicket/psf:Feature[1]");
-    ASSERT_TRUE(feature);
-    ExpectSameSelection(feature, L"psf:Option", L"child::psf:Option", 1);
-    ExpectSameSelection(feature, L"psf:Feature/psf:Option", L"child::psf:Feature/child::psf:Option",
-                        1);
-    ExpectSameSelection(feature, L"psf:Option//psf:Value",
-                        L"child::psf:Option/descendant::psf:Value", 1);
-    ExpectSameSelection(feature, L"psf:Option | psf:Feature/psf:Option",
-                        L"child::psf:Option | child::psf:Feature/child::psf:Option", 2);
-    // An absolute path from a node still searches the whole document.
-    ExpectSameSelection(feature, L"//psf:Option", L"/descendant::psf:Option", 4);
-}
-
-TEST_F(DomXPathPaths, UnionsComeInDocumentOrderOnce) {
-    const std::wstring all = L"/descendant-or-self::node()/child::";
-    // The Option of a Feature, or the Value of its "...OptionName" ScoredProperty: the way a
-    // Feature's selected option is read.
-    ExpectSameSelection(
-        doc,
-        L"//psf:Feature[@name = \"psk:B\"]/psf:Option | "
-        L"//psf:Feature[@name = \"psk:B\"]/psf:ScoredProperty[@name = \"psk:BOptionName\"]/"
-        L"psf:Value",
-        all + L"psf:Feature[attribute::name = \"psk:B\"]/child::psf:Option | " + all +
-            L"psf:Feature[attribute::name = \"psk:B\"]/child::psf:ScoredProperty[attribute::name"
-            L" = \"psk:BOptionName\"]/child::psf:Value",
-        2);
-    ExpectSameSelection(doc, L"//psf:Value | //psf:Feature | //psf:Value",
-                        all + L"psf:Value | " + all + L"psf:Feature", 7);
+    struct Row {
+        const wchar_t* context;  // a query for the context node; null: the document
+        std::wstring query, explicitQuery;
+        std::size_t count;
+    };
+    const wchar_t* feature = L"/psf:PrintTicket/psf:Feature[1]";
+    const Row rows[] = {
+        // Descendant steps with attribute tests.
+        {nullptr, L"//psf:Feature", all + L"psf:Feature", 4},
+        {nullptr, L"//psf:Feature[@name = \"psk:A\"]",
+         all + L"psf:Feature[attribute::name = \"psk:A\"]", 2},
+        {nullptr, L"//psf:Feature[@name = 'psk:A']/psf:Option",
+         all + L"psf:Feature[attribute::name = 'psk:A']/child::psf:Option", 2},
+        {nullptr, L"//psf:Feature[@name]//psf:Value",
+         all + L"psf:Feature[attribute::name]/descendant::psf:Value", 2},
+        {nullptr, L"//*[@name]", all + L"*[attribute::name]", 12},
+        {nullptr, L"//psf:*[@name = '']", all + L"psf:*[attribute::name = '']", 1},
+        {nullptr, L"//psf:Option[@name][@name != 'x' or true()]",
+         all + L"psf:Option[attribute::name][attribute::name != 'x' or true()]", 3},
+        {nullptr, L"//psf:ParameterInit[@name = 'psk:P']/psf:Value",
+         all + L"psf:ParameterInit[attribute::name = 'psk:P']/child::psf:Value", 1},
+        {nullptr, L"//psf:Feature[@name = 'psk:Z']", all + L"psf:Feature[@name='psk:Z']", 0},
+        // Names without a prefix are in no namespace.
+        {nullptr, L"//Feature", all + L"Feature", 1},
+        {nullptr, L"//Feature[@name = 'psk:A']/Option",
+         all + L"Feature[attribute::name = 'psk:A']/child::Option", 1},
+        {nullptr, L"//d:Feature/d:Option", all + L"d:Feature/child::d:Option", 1},
+        {nullptr, L"//d:*", all + L"d:*", 3},
+        {nullptr, L"//*", all + L"*", 20},
+        // Absolute and relative child paths.
+        {nullptr, L"/psf:PrintTicket/psf:Feature", L"/child::psf:PrintTicket/child::psf:Feature",
+         3},
+        {nullptr, L"/psf:Feature", L"/child::psf:Feature", 0},
+        {nullptr, L"psf:PrintTicket", L"child::psf:PrintTicket", 1},
+        {feature, L"psf:Option", L"child::psf:Option", 1},
+        {feature, L"psf:Feature/psf:Option", L"child::psf:Feature/child::psf:Option", 1},
+        {feature, L"psf:Option//psf:Value", L"child::psf:Option/descendant::psf:Value", 1},
+        {feature, L"psf:Option | psf:Feature/psf:Option",
+         L"child::psf:Option | child::psf:Feature/child::psf:Option", 2},
+        // An absolute path from a node still searches the whole document.
+        {feature, L"//psf:Option", L"/descendant::psf:Option", 4},
+        // Unions come in document order, each node once. The Option of a Feature, or the Value
+        // of its "...OptionName" ScoredProperty: the way a Feature's selected option is read.
+        {nullptr,
+         L"//psf:Feature[@name = \"psk:B\"]/psf:Option | "
+         L"//psf:Feature[@name = \"psk:B\"]/psf:ScoredProperty[@name = \"psk:BOptionName\"]/"
+         L"psf:Value",
+         all + L"psf:Feature[attribute::name = \"psk:B\"]/child::psf:Option | " + all +
+             L"psf:Feature[attribute::name = \"psk:B\"]/child::psf:ScoredProperty[attribute::name"
+             L" = \"psk:BOptionName\"]/child::psf:Value",
+         2},
+        {nullptr, L"//psf:Value | //psf:Feature | //psf:Value",
+         all + L"psf:Value | " + all + L"psf:Feature", 7},
+    };
+    for (const Row& row : rows) {
+        CComPtr<IXMLDOMNode> context = doc;
+        if (row.context != nullptr) context = Select(doc, row.context);
+        ExpectSameSelection(context, row.query, row.explicitQuery, row.count);
+    }
 }
 
 TEST_F(DomXPathPaths, ErrorsAndOtherShapesAreLibxml2s) {
@@ -170,11 +166,7 @@ TEST_F(DomXPathPaths, ErrorsAndOtherShapesAreLibxml2s) {
     EXPECT_EQ(Text(Select(doc, L"(//psf:Value)[last()]").p), L"x//y");
 
     // A namespaced attribute is not the attribute without namespace of the same name.
-    CComPtr<IXMLDOMNodeList> list;
-    ASSERT_EQ(doc->selectNodes(CComBSTR(L"//psf:Feature[@name]"), &list), S_OK);
-    LONG length = 0;
-    ASSERT_EQ(list->get_length(&length), S_OK);
-    EXPECT_EQ(length, 3);
+    EXPECT_EQ(Count(doc, L"//psf:Feature[@name]"), 3);
 }
 
 TEST_F(DomXPathPaths, AnAttributeInANamespaceWithoutPrefixIsLeftToLibxml2) {
