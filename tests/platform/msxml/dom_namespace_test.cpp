@@ -12,8 +12,6 @@ using namespace msxmltest;
 
 namespace {
 
-constexpr wchar_t kFrameworkUri[] =
-    L"http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework";
 constexpr wchar_t kPrivateUri[] =
     L"http://schemas.zorun.example/enterprise/print/driver/native/printSchemaPrivateKeywords/2006/"
     L"11";
@@ -175,36 +173,6 @@ TEST(DomNamespaces, RemovingADeclarationKeepsNodesAndOutputWellFormed) {
     EXPECT_EQ(map->removeNamedItem(CComBSTR(L"xmlns:ns0001"), &nothing), S_FALSE);
     EXPECT_EQ(nothing, nullptr);
     EXPECT_EQ(root->removeAttribute(CComBSTR(L"xmlns:nothing")), S_FALSE);
-}
-
-TEST(DomNamespaces, PrivatePrefixCanBeMovedToAFixedOne) {
-    // The fix-up the Print Schema documents perform: declare xmlns:zk, drop xmlns:ns0001, rewrite
-    // the name attribute values.
-    std::wstring xml = std::wstring(L"<psf:PrintTicket xmlns:psf=\"") + kFrameworkUri +
-                       L"\" xmlns:ns0001=\"" + kPrivateUri +
-                       L"\"><psf:Feature name=\"ns0001:Foo\"><psf:Option name=\"ns0001:Bar\"/>"
-                       L"</psf:Feature></psf:PrintTicket>";
-    auto doc = Parsed(xml.c_str());
-    SetNamespaces(doc, (std::wstring(L"xmlns:psf='") + kFrameworkUri + L"'").c_str());
-    auto root = Root(doc);
-    CComPtr<IXMLDOMNodeList> named;
-    ASSERT_EQ(root->selectNodes(CComBSTR(L"//@name"), &named), S_OK);
-    for (CComPtr<IXMLDOMNode> name; named->nextNode(&name) == S_OK; name.Release()) {
-        std::wstring value = Text(name.p);
-        value.replace(0, 7, L"zk:");
-        EXPECT_EQ(name->put_nodeValue(CComVariant(value.c_str())), S_OK);
-    }
-    auto declaration = CreateNode(doc, NODE_ATTRIBUTE, L"xmlns:zk", L"");
-    ASSERT_EQ(declaration->put_nodeValue(CComVariant(kPrivateUri)), S_OK);
-    ASSERT_EQ(root->setAttributeNode(CComQIPtr<IXMLDOMAttribute>(declaration), nullptr), S_OK);
-    ASSERT_EQ(Attributes(root)->removeNamedItem(CComBSTR(L"xmlns:ns0001"), nullptr), S_OK);
-
-    std::wstring out = Xml(doc.p);
-    EXPECT_EQ(out.find(L"ns0001"), std::wstring::npos);
-    EXPECT_NE(out.find(L"name=\"zk:Foo\""), std::wstring::npos);
-    EXPECT_NE(out.find(L"name=\"zk:Bar\""), std::wstring::npos);
-    auto copy = Reparsed(doc);
-    EXPECT_EQ(AttributeNames(Root(copy)), L"xmlns:psf xmlns:zk ");
 }
 
 TEST(DomNamespaces, CreatedNodesNeverLeaveUndeclaredPrefixes) {

@@ -1,10 +1,14 @@
 // Tests of the PrintTicket provider API: handles, versions, argument checks, the stream contract
-// of PTMergeAndValidatePrintTicket and the file helper.
+// of PTMergeAndValidatePrintTicket and the file helper; and every real-world ticket of the corpus
+// merged onto every other at each scope, checked with an independent reader.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/com/com.h"
 #include "platform/com/comobject.h"
@@ -93,7 +97,10 @@ private:
 
 class Provider : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(PTOpenProvider(L"Test Printer", 1, &provider_), S_OK); }
+    void SetUp() override {
+        ASSERT_EQ(PTOpenProvider(L"Test Printer", 1, &provider_), S_OK);
+        ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    }
     void TearDown() override {
         if (provider_ != nullptr) PTCloseProvider(provider_);
     }
@@ -114,6 +121,7 @@ protected:
     }
 
     HPTPROVIDER provider_ = nullptr;
+    CComPtr<IStream> result;
 };
 
 TEST(PrintTicketProviderHandles, OpenCheckArgumentsAndVersion) {
@@ -133,6 +141,8 @@ TEST(PrintTicketProviderHandles, OpenCheckArgumentsAndVersion) {
     EXPECT_NE(second, provider) << "every open gives its own handle";
     EXPECT_EQ(PTCloseProvider(second), S_OK);
     EXPECT_EQ(PTCloseProvider(provider), S_OK);
+    EXPECT_EQ(PTReleaseMemory(nullptr), S_OK);
+    EXPECT_EQ(PTReleaseMemory(CoTaskMemAlloc(64)), S_OK);
 }
 
 TEST(PrintTicketProviderHandles, OpenExNegotiatesTheVersion) {
@@ -164,8 +174,6 @@ TEST(PrintTicketProviderHandles, OpenExNegotiatesTheVersion) {
 
 TEST_F(Provider, ClosedAndBogusHandlesAreRefusedEverywhere) {
     auto base = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     BSTR error = nullptr;
 
     ASSERT_EQ(PTCloseProvider(provider_), S_OK);
@@ -187,8 +195,6 @@ TEST_F(Provider, ClosedAndBogusHandlesAreRefusedEverywhere) {
 
 TEST_F(Provider, HandleBelongsToTheThreadThatOpenedIt) {
     auto base = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     std::thread([&] {
         BSTR error = nullptr;
         EXPECT_EQ(
@@ -206,13 +212,13 @@ TEST_F(Provider, MergeReadsInputsFromTheirStartAndAppendsAtTheResultPosition) {
     LARGE_INTEGER zero{};
     base->Seek(zero, STREAM_SEEK_END, nullptr);  // as a document stream left after a read
     delta->Seek(zero, STREAM_SEEK_END, nullptr);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     ULONG written = 0;
     ASSERT_EQ(result->Write("KEEP", 4, &written), S_OK);
 
     ASSERT_EQ(Merge(base, delta, kPTPageScope, result), S_PT_NO_CONFLICT);
+    const ULONGLONG end = Position(result);
     const std::string all = Contents(result);
+    EXPECT_EQ(end, all.size()) << "the result stream is left at the end of the ticket";
     ASSERT_EQ(all.substr(0, 4), "KEEP");
     const std::string merged = all.substr(4);
     EXPECT_EQ(merged.rfind(R"(<?xml version="1.0" encoding="UTF-8"?>)", 0), 0u);
@@ -224,20 +230,9 @@ TEST_F(Provider, MergeReadsInputsFromTheirStartAndAppendsAtTheResultPosition) {
               std::string::npos);
 }
 
-TEST_F(Provider, ResultStreamEndsAtTheEndOfTheTicket) {
-    auto base = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
-    ASSERT_EQ(Merge(base, nullptr, kPTJobScope, result), S_PT_NO_CONFLICT);
-    const ULONGLONG end = Position(result);
-    EXPECT_EQ(end, Contents(result).size());
-}
-
 TEST_F(Provider, NullArgumentsAndBadScope) {
     auto base = StreamOf(kBase);
     auto delta = StreamOf(kDelta);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     EXPECT_EQ(Merge(nullptr, delta, kPTJobScope, result), E_POINTER);
     EXPECT_EQ(Merge(base, delta, kPTJobScope, nullptr), E_POINTER);
     EXPECT_EQ(PTMergeAndValidatePrintTicket(provider_, base, delta, kPTJobScope, result, nullptr),
@@ -256,8 +251,6 @@ TEST_F(Provider, NullArgumentsAndBadScope) {
 }
 
 TEST_F(Provider, TicketsThatAreNotPrintTicketsGiveTheFormatCodesAndSayWhy) {
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     struct Case {
         std::string bytes;
         const wchar_t* words;
@@ -288,8 +281,6 @@ TEST_F(Provider, TicketsThatAreNotPrintTicketsGiveTheFormatCodesAndSayWhy) {
 }
 
 TEST_F(Provider, FailingAndUnseekableStreams) {
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     CComPtr<IStream> failing;
     failing.Attach(new AwkwardStream(kBase, STG_E_READFAULT, true));
     std::wstring text;
@@ -318,18 +309,11 @@ TEST_F(Provider, OversizedTicketIsRefusedWithoutReadingItAll) {
                 std::string(platform::kMaxPrintTicketBytes + 1024 * 1024, ' '));
     auto big = StreamOf(huge);
     auto good = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     std::wstring text;
     EXPECT_EQ(Merge(big, good, kPTJobScope, result, &text), E_PRINTTICKET_FORMAT);
     EXPECT_NE(text.find(L"limit"), std::wstring::npos);
     EXPECT_EQ(Merge(good, big, kPTJobScope, result, &text), E_DELTA_PRINTTICKET_FORMAT);
     EXPECT_LT(Position(big), huge.size()) << "reading stops at the limit";
-}
-
-TEST(PrintTicketProviderMemory, ReleaseMemoryFreesProviderBuffers) {
-    EXPECT_EQ(PTReleaseMemory(nullptr), S_OK);
-    EXPECT_EQ(PTReleaseMemory(CoTaskMemAlloc(64)), S_OK);
 }
 
 TEST(PrintTicketFiles, MergesTwoFilesAndNamesMissingOnes) {
@@ -366,14 +350,117 @@ TEST(PrintTicketFiles, MergesTwoFilesAndNamesMissingOnes) {
         << "a directory is not a ticket file";
 }
 
+struct CorpusTicket {
+    std::string name;
+    std::string bytes;
+    ticketcheck::Doc doc;
+};
+
+std::vector<CorpusTicket> LoadCorpus() {
+    std::vector<CorpusTicket> tickets;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(FU_CORPUS_DIR) + "/tickets")) {
+        if (entry.path().extension() != ".xml") continue;
+        CorpusTicket ticket;
+        ticket.name = entry.path().filename().string();
+        ticket.bytes = ticketcheck::ReadFile(entry.path().string());
+        ticket.doc = ticketcheck::ParseStrict(ticket.bytes);
+        tickets.push_back(std::move(ticket));
+    }
+    std::sort(tickets.begin(), tickets.end(),
+              [](const auto& a, const auto& b) { return a.name < b.name; });
+    return tickets;
+}
+
+bool InScope(const std::string& local, EPrintTicketScope scope) {
+    if (scope == kPTJobScope) return true;
+    if (local.rfind("Page", 0) == 0) return true;
+    return scope == kPTDocumentScope && local.rfind("Document", 0) == 0;
+}
+
+// Merges every real-world ticket of the corpus onto every other at each scope, through the
+// provider API: the result is well-formed with namespaces, every base item is kept unless an
+// in-scope delta item of the same expanded name replaced it, every in-scope delta item is present
+// as the delta has it, and nothing out of scope is taken from the delta.
+TEST(CorpusTicketMerge, EveryTicketOntoEveryOtherAtEveryScope) {
+    const std::vector<CorpusTicket> corpus = LoadCorpus();
+    ASSERT_GE(corpus.size(), 10u) << "the corpus tickets are missing";
+    for (const auto& ticket : corpus) ASSERT_NE(ticket.doc, nullptr) << ticket.name;
+
+    HPTPROVIDER provider = nullptr;
+    ASSERT_EQ(PTOpenProvider(L"Corpus Printer", 1, &provider), S_OK);
+    int merges = 0;
+    int replaced = 0;
+    int renamedPrefixes = 0;
+    for (const auto& base : corpus) {
+        const auto baseItems = ticketcheck::ItemSignatures(base.doc.get());
+        for (const auto& delta : corpus) {
+            const auto deltaItems = ticketcheck::ItemSignatures(delta.doc.get());
+            for (EPrintTicketScope scope : {kPTPageScope, kPTDocumentScope, kPTJobScope}) {
+                SCOPED_TRACE(base.name + " <- " + delta.name + " at " +
+                             platform::PrintTicketScopeName(scope));
+                auto baseStream = StreamOf(base.bytes);
+                auto deltaStream = StreamOf(delta.bytes);
+                CComPtr<IStream> result;
+                ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+                BSTR error = nullptr;
+                ASSERT_EQ(PTMergeAndValidatePrintTicket(provider, baseStream, deltaStream, scope,
+                                                        result, &error),
+                          S_PT_NO_CONFLICT);
+                ASSERT_EQ(error, nullptr);
+                ++merges;
+
+                const std::string xml = Contents(result);
+                std::string problem;
+                auto merged = ticketcheck::ParseStrict(xml, &problem);
+                ASSERT_NE(merged, nullptr) << problem << "\n" << xml;
+                std::string bad;
+                EXPECT_TRUE(ticketcheck::AllQNamesResolve(xmlDocGetRootElement(merged.get()), &bad))
+                    << bad;
+                if (xml.find("xmlns:ns0000_1=") != std::string::npos) ++renamedPrefixes;
+                const auto items = ticketcheck::ItemSignatures(merged.get());
+
+                // In-scope delta items win, whatever prefixes either ticket used.
+                std::size_t expected = baseItems.size();
+                for (const auto& [key, signature] : deltaItems) {
+                    const std::string local = key.substr(key.find('}') + 1);
+                    const bool inBase = baseItems.count(key) != 0;
+                    if (InScope(local, scope)) {
+                        ASSERT_TRUE(items.count(key)) << key;
+                        EXPECT_EQ(items.at(key), signature) << key;
+                        if (inBase) ++replaced;
+                        if (!inBase) ++expected;
+                    } else if (!inBase) {
+                        EXPECT_EQ(items.count(key), 0u) << "out of scope, yet taken: " << key;
+                    }
+                }
+                // Everything else of the base, private features included, is kept as it was.
+                for (const auto& [key, signature] : baseItems) {
+                    ASSERT_TRUE(items.count(key)) << "lost " << key;
+                    const std::string local = key.substr(key.find('}') + 1);
+                    if (!(deltaItems.count(key) && InScope(local, scope))) {
+                        EXPECT_EQ(items.at(key), signature) << key;
+                    }
+                }
+                EXPECT_EQ(items.size(), expected);
+                EXPECT_EQ(ticketcheck::RootItems(merged.get()).size(), items.size())
+                    << "no item appears twice";
+            }
+        }
+    }
+    EXPECT_EQ(PTCloseProvider(provider), S_OK);
+    EXPECT_EQ(merges, static_cast<int>(corpus.size() * corpus.size() * 3));
+    EXPECT_GT(replaced, 0) << "the corpus exercises replacement";
+    EXPECT_GT(renamedPrefixes, 0) << "the corpus binds ns0000 to two namespaces";
+}
+
 TEST(PrintTicketScopes, ParseAndName) {
     EPrintTicketScope scope = kPTJobScope;
-    EXPECT_TRUE(platform::ParsePrintTicketScope("page", &scope));
-    EXPECT_EQ(scope, kPTPageScope);
-    EXPECT_TRUE(platform::ParsePrintTicketScope("Document", &scope));
-    EXPECT_EQ(scope, kPTDocumentScope);
-    EXPECT_TRUE(platform::ParsePrintTicketScope("JOB", &scope));
-    EXPECT_EQ(scope, kPTJobScope);
+    for (auto [text, expected] :
+         {std::pair{"page", kPTPageScope}, {"Document", kPTDocumentScope}, {"JOB", kPTJobScope}}) {
+        EXPECT_TRUE(platform::ParsePrintTicketScope(text, &scope));
+        EXPECT_EQ(scope, expected) << text;
+    }
     EXPECT_FALSE(platform::ParsePrintTicketScope("pages", &scope));
     EXPECT_FALSE(platform::ParsePrintTicketScope("", &scope));
     EXPECT_FALSE(platform::ParsePrintTicketScope("job", nullptr));
