@@ -263,21 +263,4 @@ TEST_F(PrintersTest, RegistryDefaultsToTheSystemLocation) {
     EXPECT_EQ(platform::PrinterRegistryDirectory(), "/etc/xpsfilter/printers");
 }
 
-TEST_F(PrintersTest, SamplePrinterOfTheSamplesFolder) {
-    ScopedEnvironment samples("FU_PRINTER_REGISTRY",
-                              std::string(FU_SOURCE_DIR) + "/samples/printers");
-    platform::PrinterConfiguration sample =
-        platform::ReadPrinterConfiguration(L"Zorun Sample Printer");
-    ASSERT_TRUE(sample.known);
-    EXPECT_EQ(sample.driverName, L"Zorun Universal XPS");
-    EXPECT_TRUE(sample.rejectedForms.empty());
-    EXPECT_GE(sample.forms.size(), 6u);
-    std::vector<DWORD> kinds;
-    for (const _tag_FormsInfoRec& form : sample.forms) kinds.push_back(form.kind);
-    for (DWORD kind : {25001u, 25002u, 25003u, 25004u, 25005u, 25008u}) {
-        EXPECT_NE(std::find(kinds.begin(), kinds.end(), kind), kinds.end()) << kind;
-    }
-    EXPECT_GT(sample.margins[0], 0);
-}
-
 }  // namespace
