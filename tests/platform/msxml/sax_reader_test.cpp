@@ -19,13 +19,18 @@ using namespace msxmltest;
 
 namespace {
 
+std::wstring Names(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
+                   const wchar_t* qname, INT qnameLength) {
+    return L"{" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
+           Piece(qname, qnameLength);
+}
+
 // Records every callback as one line; characters are merged so that chunking does not matter.
 class Recorder final : public platform::ComObject<ISAXContentHandler> {
 public:
     std::vector<std::wstring> events;
     std::wstring failOn;  // an event prefix that makes the handler fail
     HRESULT failure = E_ABORT;
-    ISAXAttributes* lastAttributes = nullptr;
 
     HRESULT putDocumentLocator(ISAXLocator* locator) override {
         return Add(locator != nullptr ? L"locator" : L"locator(null)");
@@ -42,36 +47,29 @@ public:
     HRESULT startElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
                          const wchar_t* qname, INT qnameLength,
                          ISAXAttributes* attributes) override {
-        std::wstring line = L"start {" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) +
-                            L" " + Piece(qname, qnameLength);
+        std::wstring line =
+            L"start " + Names(uri, uriLength, local, localLength, qname, qnameLength);
         INT count = 0;
         attributes->getLength(&count);
         for (INT i = 0; i < count; ++i) {
-            const wchar_t* aUri = nullptr;
-            const wchar_t* aLocal = nullptr;
-            const wchar_t* aQName = nullptr;
-            const wchar_t* value = nullptr;
-            INT aUriLength = 0, aLocalLength = 0, aQNameLength = 0, valueLength = 0;
+            const wchar_t *aUri, *aLocal, *aQName, *value;
+            INT aUriLength, aLocalLength, aQNameLength, valueLength;
             attributes->getName(i, &aUri, &aUriLength, &aLocal, &aLocalLength, &aQName,
                                 &aQNameLength);
             attributes->getValue(i, &value, &valueLength);
             line += L" [{" + Piece(aUri, aUriLength) + L"}" + Piece(aLocal, aLocalLength) + L"|" +
                     Piece(aQName, aQNameLength) + L"=" + Piece(value, valueLength) + L"]";
         }
-        lastAttributes = attributes;
         return Add(line);
     }
     HRESULT endElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
                        const wchar_t* qname, INT qnameLength) override {
-        return Add(L"end {" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
-                   Piece(qname, qnameLength));
+        return Add(L"end " + Names(uri, uriLength, local, localLength, qname, qnameLength));
     }
     HRESULT characters(const wchar_t* text, INT length) override {
-        if (!events.empty() && events.back().rfind(L"chars ", 0) == 0) {
-            events.back() += Piece(text, length);
-            return failOn.empty() || events.back().rfind(failOn, 0) != 0 ? S_OK : failure;
-        }
-        return Add(L"chars " + Piece(text, length));
+        if (events.empty() || events.back().rfind(L"chars ", 0) != 0) events.push_back(L"chars ");
+        events.back() += Piece(text, length);
+        return Result();
     }
     HRESULT ignorableWhitespace(const wchar_t* text, INT length) override {
         return Add(L"ignorable " + Piece(text, length));
@@ -87,6 +85,9 @@ public:
 private:
     HRESULT Add(std::wstring line) {
         events.push_back(std::move(line));
+        return Result();
+    }
+    HRESULT Result() const {
         return failOn.empty() || events.back().rfind(failOn, 0) != 0 ? S_OK : failure;
     }
 };
@@ -347,8 +348,7 @@ public:
 
     HRESULT startElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
                          const wchar_t* qname, INT qnameLength, ISAXAttributes* list) override {
-        elements.push_back(L"{" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
-                           Piece(qname, qnameLength));
+        elements.push_back(Names(uri, uriLength, local, localLength, qname, qnameLength));
         INT count = 0;
         list->getLength(&count);
         // Every qualified name first, then every value, then URIs and local names: strings
@@ -365,10 +365,8 @@ public:
             EXPECT_EQ(L'\0', values[i][valueLengths[i]]);
         }
         for (INT i = 0; i < count; ++i) {
-            const wchar_t* aUri = nullptr;
-            const wchar_t* aLocal = nullptr;
-            INT aUriLength = 0;
-            INT aLocalLength = 0;
+            const wchar_t *aUri, *aLocal;
+            INT aUriLength, aLocalLength;
             EXPECT_EQ(S_OK, list->getURI(i, &aUri, &aUriLength));
             EXPECT_EQ(S_OK, list->getLocalName(i, &aLocal, &aLocalLength));
             attributes.push_back(Piece(names[i], nameLengths[i]) + L"=" +
@@ -384,8 +382,7 @@ public:
     }
     HRESULT endElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
                        const wchar_t* qname, INT qnameLength) override {
-        elements.push_back(L"/{" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
-                           Piece(qname, qnameLength));
+        elements.push_back(L"/" + Names(uri, uriLength, local, localLength, qname, qnameLength));
         return S_OK;
     }
     HRESULT characters(const wchar_t* chars, INT length) override {
