@@ -62,14 +62,6 @@ CComPtr<IXMLDOMDocument2> Reparsed(IXMLDOMDocument2* doc) {
     return copy;
 }
 
-std::size_t Occurrences(const std::wstring& text, const std::wstring& part) {
-    std::size_t n = 0;
-    for (std::size_t at = text.find(part); at != std::wstring::npos; at = text.find(part, at + 1)) {
-        ++n;
-    }
-    return n;
-}
-
 }  // namespace
 
 TEST(DomNamespaces, AttributesListNamespaceDeclarations) {
@@ -118,27 +110,19 @@ TEST(DomNamespaces, AddingAnXmlnsAttributeDeclaresTheNamespace) {
     EXPECT_EQ(root->setAttributeNode(declaration, &replaced), S_OK);
     EXPECT_EQ(replaced, nullptr);
     EXPECT_EQ(AttributeNames(root), L"xmlns:psf xmlns:zk ");
-    EXPECT_NE(Xml(doc.p).find(std::wstring(L"xmlns:zk=\"") + kPrivateUri + L"\""),
-              std::wstring::npos);
-
     // A node in that namespace appended later does not declare it again.
     ASSERT_EQ(root->appendChild(CreateNode(doc, NODE_ELEMENT, L"zk:Feature", kPrivateUri), nullptr),
               S_OK);
-    EXPECT_EQ(Occurrences(Xml(doc.p), L"xmlns:zk="), 1u);
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy, (std::wstring(L"xmlns:z='") + kPrivateUri + L"'").c_str());
-    Select(copy, L"/*/z:Feature");
-
-    // setAttribute with an xmlns name declares too, and replaces a declaration's value.
+    // setAttribute with an xmlns name declares too, and replaces a declaration's value;
+    // attributes with that prefix resolve against it.
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xmlns:q"), CComVariant(L"urn:q")), S_OK);
     EXPECT_EQ(AttributeNames(root), L"xmlns:psf xmlns:zk xmlns:q ");
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xmlns:q"), CComVariant(L"urn:q2")), S_OK);
     EXPECT_EQ(AttributeValue(root, L"xmlns:q"), L"urn:q2");
-    // Attributes with that prefix resolve against it.
     EXPECT_EQ(root->setAttribute(CComBSTR(L"q:flag"), CComVariant(L"on")), S_OK);
-    auto flagged = Reparsed(doc);
-    SetNamespaces(flagged, L"xmlns:x='urn:q2'");
-    EXPECT_EQ(Text(Select(flagged, L"/*/@x:flag").p), L"on");
+    EXPECT_EQ(Xml(Reparsed(doc).p),
+              std::wstring(L"<psf:PrintTicket xmlns:psf=\"urn:f\" xmlns:zk=\"") + kPrivateUri +
+                  L"\" xmlns:q=\"urn:q2\" q:flag=\"on\"><zk:Feature/></psf:PrintTicket>\r\n");
 }
 
 TEST(DomNamespaces, RemovingADeclarationKeepsNodesAndOutputWellFormed) {
@@ -159,15 +143,11 @@ TEST(DomNamespaces, RemovingADeclarationKeepsNodesAndOutputWellFormed) {
     EXPECT_EQ(Name(extra.p), L"ns0001:Extra");
     EXPECT_EQ(NamespaceUri(extra.p), L"urn:private");
     // The declaration reappears where the namespace is still used, and only there.
-    std::wstring xml = Xml(doc.p);
-    EXPECT_NE(xml.find(L"<ns0001:Extra xmlns:ns0001=\"urn:private\" ns0001:flag=\"1\">"
-                       L"<ns0001:Inner/>"),
-              std::wstring::npos);
-    EXPECT_EQ(Occurrences(xml, L"xmlns:ns0001"), 1u);
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy, L"xmlns:p='urn:private'");
-    EXPECT_EQ(NamespaceUri(Select(copy, L"//p:Inner").p), L"urn:private");
-    EXPECT_EQ(Text(Select(copy, L"//p:Extra/@p:flag").p), L"1");
+    EXPECT_EQ(
+        Xml(Reparsed(doc).p),
+        L"<psf:PrintTicket xmlns:psf=\"urn:f\"><ns0001:Extra xmlns:ns0001=\"urn:private\" "
+        L"ns0001:flag=\"1\"><ns0001:Inner/></ns0001:Extra><psf:Feature name=\"ns0001:Thing\"/>"
+        L"</psf:PrintTicket>\r\n");
     // Removing what is not there is harmless.
     CComPtr<IXMLDOMNode> nothing;
     EXPECT_EQ(map->removeNamedItem(CComBSTR(L"xmlns:ns0001"), &nothing), S_FALSE);
@@ -201,13 +181,12 @@ TEST(DomNamespaces, CreatedNodesNeverLeaveUndeclaredPrefixes) {
     ASSERT_EQ(defaulted->appendChild(bare, nullptr), S_OK);
     ASSERT_EQ(root->appendChild(defaulted, nullptr), S_OK);
     EXPECT_EQ(Xml(defaulted.p), L"<Page xmlns=\"urn:d\"><bare xmlns=\"\"/></Page>");
-
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy,
-                  L"xmlns:f='urn:f' xmlns:k='urn:k' xmlns:d='urn:d' "
-                  L"xmlns:i='http://www.w3.org/2001/XMLSchema-instance'");
-    EXPECT_EQ(Text(Select(copy, L"/root/f:Feature/k:Option/f:Value/@i:type").p), L"xsd:integer");
-    EXPECT_EQ(NamespaceUri(Select(copy, L"/root/d:Page/bare").p), L"");
+    EXPECT_EQ(
+        Xml(Reparsed(doc).p),
+        L"<root xmlns:psf=\"urn:f\"><plain/><psf:Feature><psk:Option "
+        L"xmlns:psk=\"urn:k\"><psf:Value "
+        L"xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:type=\"xsd:integer\"/>"
+        L"</psk:Option></psf:Feature><Page xmlns=\"urn:d\"><bare xmlns=\"\"/></Page></root>\r\n");
 }
 
 TEST(DomNamespaces, ConflictingPrefixesAreRenamedOnOutputOrRefused) {
@@ -217,9 +196,8 @@ TEST(DomNamespaces, ConflictingPrefixesAreRenamedOnOutputOrRefused) {
     auto attribute = CreateNode(doc, NODE_ATTRIBUTE, L"p:attr", L"urn:two");
     ASSERT_EQ(attribute->put_text(CComBSTR(L"v")), S_OK);
     ASSERT_EQ(root->setAttributeNode(CComQIPtr<IXMLDOMAttribute>(attribute), nullptr), S_OK);
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy, L"xmlns:a='urn:one' xmlns:b='urn:two'");
-    EXPECT_EQ(Text(Select(copy, L"/a:root/@b:attr").p), L"v");
+    EXPECT_EQ(Xml(Reparsed(doc).p),
+              L"<p:root xmlns:p=\"urn:one\" xmlns:ns1=\"urn:two\" ns1:attr=\"v\"/>\r\n");
     // Redeclaring the prefix of the element's own name would rename it: refused.
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xmlns:p"), CComVariant(L"urn:other")), E_FAIL);
     auto plain = Parsed(L"<plain/>");
@@ -267,11 +245,9 @@ TEST(DomNamespaces, ChangingADeclarationDoesNotRenameNodes) {
     CComPtr<IXMLDOMAttribute> declaration;
     ASSERT_EQ(root->getAttributeNode(CComBSTR(L"xmlns:p"), &declaration), S_OK);
     ASSERT_EQ(declaration->put_value(CComVariant(L"urn:new")), S_OK);
-    SetNamespaces(doc, L"xmlns:o='urn:old'");
-    auto child = Select(doc, L"/root/o:child");
-    EXPECT_EQ(NamespaceUri(child.p), L"urn:old");
-    EXPECT_EQ(Xml(doc.p), L"<root xmlns:p=\"urn:new\"><p:child xmlns:p=\"urn:old\"/></root>\r\n");
-    Reparsed(doc);
+    EXPECT_EQ(NamespaceUri(Select(doc, L"/root/*").p), L"urn:old");
+    EXPECT_EQ(Xml(Reparsed(doc).p),
+              L"<root xmlns:p=\"urn:new\"><p:child xmlns:p=\"urn:old\"/></root>\r\n");
 }
 
 TEST(DomNamespaces, RemovedDeclarationsCanMoveToAnotherElement) {
