@@ -20,17 +20,19 @@ namespace {
 
 const std::string kTicketDir = std::string(FU_CORPUS_DIR) + "/tickets/";
 
-const char kBase[] =
-    R"(<?xml version="1.0" encoding="UTF-8"?>)"
-    R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework" )"
-    R"(xmlns:psk="http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords" version="1">)"
-    R"(<psf:Feature name="psk:PageOrientation"><psf:Option name="psk:Portrait"/></psf:Feature>)"
-    R"(</psf:PrintTicket>)";
-const char kDelta[] =
-    R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework" )"
-    R"(xmlns:psk="http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords" version="1">)"
-    R"(<psf:Feature name="psk:PageOrientation"><psf:Option name="psk:Landscape"/></psf:Feature>)"
-    R"(</psf:PrintTicket>)";
+// A ticket with one PageOrientation option; a merge's output has the declaration and the root
+// on lines of their own.
+std::string Orientation(const std::string& option, const std::string& declaration = "") {
+    return declaration +
+           R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/)"
+           R"(printschemaframework" xmlns:psk="http://schemas.microsoft.com/windows/2003/08/)"
+           R"(printing/printschemakeywords" version="1"><psf:Feature name="psk:PageOrientation">)"
+           R"(<psf:Option name="psk:)" +
+           option + R"("/></psf:Feature></psf:PrintTicket>)" + (declaration.empty() ? "" : "\n");
+}
+const std::string kDeclaration = R"(<?xml version="1.0" encoding="UTF-8"?>)";
+const std::string kBase = kDeclaration + Orientation("Portrait");
+const std::string kDelta = Orientation("Landscape");
 
 CComPtr<IStream> StreamOf(const std::string& bytes) {
     CComPtr<IStream> stream;
@@ -219,15 +221,7 @@ TEST_F(Provider, MergeReadsInputsFromTheirStartAndAppendsAtTheResultPosition) {
     const ULONGLONG end = Position(result);
     const std::string all = Contents(result);
     EXPECT_EQ(end, all.size()) << "the result stream is left at the end of the ticket";
-    ASSERT_EQ(all.substr(0, 4), "KEEP");
-    const std::string merged = all.substr(4);
-    EXPECT_EQ(merged.rfind(R"(<?xml version="1.0" encoding="UTF-8"?>)", 0), 0u);
-    auto doc = ticketcheck::ParseStrict(merged);
-    ASSERT_NE(doc, nullptr);
-    auto items = ticketcheck::RootItems(doc.get());
-    ASSERT_EQ(items.size(), 1u);
-    EXPECT_NE(ticketcheck::Signature(items[0].node).find("printschemakeywords}Landscape"),
-              std::string::npos);
+    EXPECT_EQ(all, "KEEP" + Orientation("Landscape", kDeclaration + "\n"));
 }
 
 TEST_F(Provider, NullArgumentsAndBadScope) {
@@ -245,9 +239,7 @@ TEST_F(Provider, NullArgumentsAndBadScope) {
 
     // A null delta only checks the base, which comes back whole.
     ASSERT_EQ(Merge(base, nullptr, kPTPageScope, result), S_PT_NO_CONFLICT);
-    auto doc = ticketcheck::ParseStrict(Contents(result));
-    ASSERT_NE(doc, nullptr);
-    EXPECT_EQ(ticketcheck::RootItems(doc.get()).size(), 1u);
+    EXPECT_EQ(Contents(result), Orientation("Portrait", kDeclaration + "\n"));
 }
 
 TEST_F(Provider, TicketsThatAreNotPrintTicketsGiveTheFormatCodesAndSayWhy) {
