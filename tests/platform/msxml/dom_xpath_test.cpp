@@ -5,8 +5,10 @@
 
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "msxml_test_support.h"
+#include "platform/com/unicode.h"
 
 using namespace msxmltest;
 
@@ -53,15 +55,9 @@ TEST(DomXPath, SelectSingleNodeWithoutMatchIsSFalseAndNull) {
 TEST(DomXPath, BadExpressionsFailWithoutCrashing) {
     auto doc = Parsed(kTicket);
     SetNamespaces(doc, kFrameworkNs);
-    const wchar_t* bad[] = {L"//[",
-                            L"//psf:Feature[",
-                            L"///",
-                            L"count(//psf:Feature)",
-                            L"//undeclared:Feature",
-                            L"'text'",
-                            L")("};
-    for (const wchar_t* expression : bad) {
-        SCOPED_TRACE(testing::Message() << "expression #" << (&expression - bad));
+    for (const wchar_t* expression : {L"//[", L"//psf:Feature[", L"///", L"count(//psf:Feature)",
+                                      L"//undeclared:Feature", L"'text'", L")("}) {
+        SCOPED_TRACE(platform::WideToUtf8(expression));
         CComPtr<IXMLDOMNode> node;
         EXPECT_EQ(doc->selectSingleNode(CComBSTR(expression), &node), E_FAIL);
         EXPECT_EQ(node, nullptr);
@@ -93,11 +89,10 @@ TEST(DomXPath, SelectionNamespacesAreParsedAndApplied) {
     ASSERT_EQ(doc->getProperty(CComBSTR(L"SelectionNamespaces"), &stored), S_OK);
     EXPECT_EQ(VarText(stored).substr(0, 10), L"  xmlns:f=");
 
-    const wchar_t* malformed[] = {L"xmlns:p=urn:x",   L"xmlns:p='urn:x",         L"xmlns:='urn:x'",
-                                  L"xmlnsp='urn:x'",  L"xmlns:p='a'xmlns:q='b'", L"p='urn:x'",
-                                  L"xmlns:1p='urn:x'"};
-    for (const wchar_t* text : malformed) {
-        SCOPED_TRACE(testing::Message() << "list #" << (&text - malformed));
+    for (const wchar_t* text :
+         {L"xmlns:p=urn:x", L"xmlns:p='urn:x", L"xmlns:='urn:x'", L"xmlnsp='urn:x'",
+          L"xmlns:p='a'xmlns:q='b'", L"p='urn:x'", L"xmlns:1p='urn:x'"}) {
+        SCOPED_TRACE(platform::WideToUtf8(text));
         EXPECT_EQ(doc->setProperty(CComBSTR(L"SelectionNamespaces"), CComVariant(text)), E_FAIL);
     }
     // The last good value stays in force.
@@ -160,33 +155,27 @@ TEST(DomXPath, ChangeStampMovesWithEveryObservableChange) {
     auto doc = Parsed(kTicket);
     const unsigned long long first = platform::DomDocumentChangeStamp(doc);
     EXPECT_NE(first, 0u);
-    EXPECT_EQ(platform::DomDocumentChangeStamp(doc), first);  // reading changes nothing
-    CComPtr<IXMLDOMNode> node;
+    unsigned long long last = first;
+    auto moved = [&] {
+        const unsigned long long now = platform::DomDocumentChangeStamp(doc);
+        return std::exchange(last, now) != now;
+    };
+    EXPECT_FALSE(moved());  // reading changes nothing
     SetNamespaces(doc, kFrameworkNs);
-    const unsigned long long named = platform::DomDocumentChangeStamp(doc);
-    EXPECT_NE(named, first);
+    EXPECT_TRUE(moved());
     SetNamespaces(doc, kFrameworkNs);  // the same declarations again: no change
-    ASSERT_EQ(doc->selectSingleNode(CComBSTR(L"//psf:Option"), &node), S_OK);
-    EXPECT_EQ(platform::DomDocumentChangeStamp(doc), named);
-
+    CComQIPtr<IXMLDOMElement> option(Select(doc, L"//psf:Option"));
+    EXPECT_FALSE(moved());
     // An edit, a white-space mode change and a new load each give a new stamp.
-    CComQIPtr<IXMLDOMElement> option(node);
-    ASSERT_TRUE(option);
     ASSERT_EQ(option->setAttribute(CComBSTR(L"name"), CComVariant(L"psk:Landscape")), S_OK);
-    const unsigned long long edited = platform::DomDocumentChangeStamp(doc);
-    EXPECT_NE(edited, named);
+    EXPECT_TRUE(moved());
     ASSERT_EQ(doc->put_preserveWhiteSpace(VARIANT_TRUE), S_OK);
-    const unsigned long long preserving = platform::DomDocumentChangeStamp(doc);
-    EXPECT_NE(preserving, edited);
-    VARIANT_BOOL loaded = VARIANT_FALSE;
-    ASSERT_EQ(doc->loadXML(CComBSTR(kTicket), &loaded), S_OK);
-    const unsigned long long reloaded = platform::DomDocumentChangeStamp(doc);
-    EXPECT_NE(reloaded, preserving);
-    EXPECT_NE(reloaded, first);
-
+    EXPECT_TRUE(moved());
+    ASSERT_TRUE(Load(doc, kTicket));
+    EXPECT_TRUE(moved());
+    EXPECT_NE(last, first);
     // Another document never shares a stamp, even with the same text; no document has none.
-    auto other = Parsed(kTicket);
-    EXPECT_NE(platform::DomDocumentChangeStamp(other), reloaded);
+    EXPECT_NE(platform::DomDocumentChangeStamp(Parsed(kTicket)), last);
     EXPECT_EQ(platform::DomDocumentChangeStamp(nullptr), 0u);
 }
 
