@@ -204,11 +204,10 @@ TEST_F(PrintersTest, ResolutionFromTheConfigurationOrTheDefault) {
     WritePrinter("Square", "[Printer]\nResolution=300\n");
     LONG resolution[2] = {};
     EXPECT_EQ(Caps(L"Office", DC_ENUMRESOLUTIONS, resolution), 1);
-    EXPECT_EQ(resolution[0], 600);
-    EXPECT_EQ(resolution[1], 1200);
+    EXPECT_EQ(std::vector<LONG>(resolution, resolution + 2), (std::vector<LONG>{600, 1200}));
     Caps(L"Plain", DC_ENUMRESOLUTIONS, resolution);
-    EXPECT_EQ(resolution[0], kDefaultPrinterResolution);
-    EXPECT_EQ(resolution[1], kDefaultPrinterResolution);
+    EXPECT_EQ(std::vector<LONG>(resolution, resolution + 2),
+              std::vector<LONG>(2, kDefaultPrinterResolution));
 
     HDC office = CreateICW(L"WINSPOOL", L"Office", nullptr, nullptr);
     HDC square = CreateICW(nullptr, L"Square", nullptr, nullptr);
@@ -233,28 +232,26 @@ TEST_F(PrintersTest, ResolutionFromTheConfigurationOrTheDefault) {
 TEST_F(PrintersTest, PrinterDriverDirectory) {
     char directory[512];
     DWORD needed = 0;
-    ASSERT_TRUE(GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(directory),
-                                           sizeof directory, &needed));
+    auto query = [&](char* server, DWORD level, char* out, DWORD size) {
+        return GetPrinterDriverDirectoryA(server, nullptr, level, reinterpret_cast<LPBYTE>(out),
+                                          size, &needed);
+    };
+    ASSERT_TRUE(query(nullptr, 1, directory, sizeof directory));
     EXPECT_EQ(std::string(directory), (m_root / "drivers").string());
     EXPECT_EQ(needed, std::string(directory).size() + 1);
 
     ScopedEnvironment configured("FU_PRINTER_DRIVER_DIRECTORY", std::string("/opt/drivers/x64/"));
-    ASSERT_TRUE(GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(directory),
-                                           sizeof directory, &needed));
+    ASSERT_TRUE(query(nullptr, 1, directory, sizeof directory));
     EXPECT_STREQ(directory, "/opt/drivers/x64");
     EXPECT_EQ(needed, 17u);
-
     char small[16];
-    EXPECT_FALSE(GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(small),
-                                            sizeof small, &needed));
+    EXPECT_FALSE(query(nullptr, 1, small, sizeof small));
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(needed, 17u);
-    EXPECT_FALSE(GetPrinterDriverDirectoryA(
-        nullptr, nullptr, 2, reinterpret_cast<LPBYTE>(directory), sizeof directory, &needed));
+    EXPECT_FALSE(query(nullptr, 2, directory, sizeof directory));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_LEVEL);
     char server[] = "\\\\elsewhere";
-    EXPECT_FALSE(GetPrinterDriverDirectoryA(server, nullptr, 1, reinterpret_cast<LPBYTE>(directory),
-                                            sizeof directory, &needed));
+    EXPECT_FALSE(query(server, 1, directory, sizeof directory));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_NAME);
 }
 
