@@ -5,7 +5,7 @@
 #include "platform/com/com.h"
 #include "platform/com/unicode.h"
 
-TEST(ComRuntime, ApartmentCountingReturnsWhatWindowsReturns) {
+TEST(ComRuntime, ApartmentsAndClassRegistration) {
     std::thread([] {
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_FALSE);
@@ -17,9 +17,6 @@ TEST(ComRuntime, ApartmentCountingReturnsWhatWindowsReturns) {
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         CoUninitialize();
     }).join();
-}
-
-TEST(ComRuntime, UnknownClassIsNotRegistered) {
     constexpr CLSID unknown = {0x12345678, 1, 2, {3, 4, 5, 6, 7, 8, 9, 10}};
     void* object = reinterpret_cast<void*>(0x1);
     EXPECT_EQ(CoCreateInstance(unknown, nullptr, CLSCTX_ALL, IID_IUnknown, &object),

@@ -19,13 +19,12 @@ private:
 
 }  // namespace
 
-TEST(Variant, ClearFreesStringsAndReleasesObjects) {
+TEST(Variant, ClearCopyAndChangeType) {
     int alive = 0;
-    auto* probe = new Probe(&alive);
     VARIANT v;
     VariantInit(&v);
     v.vt = VT_UNKNOWN;
-    v.punkVal = probe;  // the variant takes over the creation reference
+    v.punkVal = new Probe(&alive);  // the variant takes over the creation reference
     EXPECT_EQ(VariantClear(&v), S_OK);
     EXPECT_EQ(v.vt, VT_EMPTY);
     EXPECT_EQ(alive, 0);
@@ -34,10 +33,8 @@ TEST(Variant, ClearFreesStringsAndReleasesObjects) {
     v.bstrVal = SysAllocString(L"owned");
     EXPECT_EQ(VariantClear(&v), S_OK);  // leak checkers see the string freed
     EXPECT_EQ(v.vt, VT_EMPTY);
-}
 
-TEST(Variant, CopyDuplicatesStringsAndAddsReferences) {
-    int alive = 0;
+    // Copies duplicate strings and add references.
     CComPtr<ISequentialStream> probe;
     probe.Attach(new Probe(&alive));
     {
@@ -52,14 +49,13 @@ TEST(Variant, CopyDuplicatesStringsAndAddsReferences) {
     CComVariant copy(text);
     EXPECT_NE(copy.bstrVal, text.bstrVal);
     EXPECT_STREQ(copy.bstrVal, L"abc");
-}
 
-TEST(Variant, ChangeTypeBetweenTextAndNumbers) {
-    CComVariant v(L" 42");
-    ASSERT_EQ(v.ChangeType(VT_I4), S_OK);
-    EXPECT_EQ(v.lVal, 42);
-    ASSERT_EQ(v.ChangeType(VT_BSTR), S_OK);
-    EXPECT_STREQ(v.bstrVal, L"42");
+    // Type changes between text and numbers.
+    CComVariant number(L" 42");
+    ASSERT_EQ(number.ChangeType(VT_I4), S_OK);
+    EXPECT_EQ(number.lVal, 42);
+    ASSERT_EQ(number.ChangeType(VT_BSTR), S_OK);
+    EXPECT_STREQ(number.bstrVal, L"42");
 
     CComVariant bad(L"12abc");
     EXPECT_EQ(bad.ChangeType(VT_I4), DISP_E_TYPEMISMATCH);
@@ -85,10 +81,7 @@ TEST(ComPtr, HoldsOneReferenceAndQueries) {
         EXPECT_EQ(b.p, nullptr);
     }
     EXPECT_EQ(alive, 0);
-}
-
-TEST(ComObject, QueryInterfaceContract) {
-    int alive = 0;
+    // The QueryInterface contract.
     auto* probe = new Probe(&alive);
     void* out = reinterpret_cast<void*>(0x1);
     EXPECT_EQ(probe->QueryInterface(IID_IStream, &out), E_NOINTERFACE);

@@ -6,13 +6,12 @@
 #include <string>
 
 #include "msxml_test_support.h"
+#include "platform/com/unicode.h"
 
 using namespace msxmltest;
 
 namespace {
 
-constexpr wchar_t kFrameworkUri[] =
-    L"http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework";
 constexpr wchar_t kPrivateUri[] =
     L"http://schemas.zorun.example/enterprise/print/driver/native/printSchemaPrivateKeywords/2006/"
     L"11";
@@ -32,17 +31,26 @@ CComPtr<IXMLDOMElement> Root(IXMLDOMDocument2* doc) {
     return root;
 }
 
-std::wstring AttributeNames(IXMLDOMNode* element) {
+CComPtr<IXMLDOMNamedNodeMap> Attributes(IXMLDOMNode* element) {
     CComPtr<IXMLDOMNamedNodeMap> map;
     EXPECT_EQ(element->get_attributes(&map), S_OK);
+    return map;
+}
+
+std::wstring AttributeNames(IXMLDOMNode* element) {
+    auto map = Attributes(element);
     std::wstring names;
     EXPECT_EQ(map->reset(), S_OK);
-    CComPtr<IXMLDOMNode> item;
-    while (map->nextNode(&item) == S_OK) {
+    for (CComPtr<IXMLDOMNode> item; map->nextNode(&item) == S_OK; item.Release()) {
         names += Name(item.p) + L" ";
-        item.Release();
     }
     return names;
+}
+
+std::wstring AttributeValue(IXMLDOMElement* element, const wchar_t* name) {
+    CComVariant value;
+    EXPECT_EQ(element->getAttribute(CComBSTR(name), &value), S_OK);
+    return VarText(value);
 }
 
 // The document's text, parsed again: it must be namespace-well-formed.
@@ -54,14 +62,6 @@ CComPtr<IXMLDOMDocument2> Reparsed(IXMLDOMDocument2* doc) {
     return copy;
 }
 
-std::size_t Count(const std::wstring& text, const std::wstring& part) {
-    std::size_t n = 0;
-    for (std::size_t at = text.find(part); at != std::wstring::npos; at = text.find(part, at + 1)) {
-        ++n;
-    }
-    return n;
-}
-
 }  // namespace
 
 TEST(DomNamespaces, AttributesListNamespaceDeclarations) {
@@ -70,8 +70,7 @@ TEST(DomNamespaces, AttributesListNamespaceDeclarations) {
         L"version=\"1\"/>");
     auto root = Root(doc);
     EXPECT_EQ(AttributeNames(root), L"xmlns:psf xmlns:psk xmlns version ");
-    CComPtr<IXMLDOMNamedNodeMap> map;
-    ASSERT_EQ(root->get_attributes(&map), S_OK);
+    auto map = Attributes(root);
     LONG length = 0;
     EXPECT_EQ(map->get_length(&length), S_OK);
     EXPECT_EQ(length, 4);
@@ -79,12 +78,8 @@ TEST(DomNamespaces, AttributesListNamespaceDeclarations) {
     ASSERT_EQ(map->getNamedItem(CComBSTR(L"xmlns:psk"), &declaration), S_OK);
     EXPECT_EQ(Text(declaration.p), L"urn:k");
     EXPECT_EQ(NamespaceUri(declaration.p), L"http://www.w3.org/2000/xmlns/");
-    CComBSTR prefix;
-    EXPECT_EQ(declaration->get_prefix(&prefix), S_OK);
-    EXPECT_EQ(Str(prefix), L"xmlns");
-    CComBSTR base;
-    EXPECT_EQ(declaration->get_baseName(&base), S_OK);
-    EXPECT_EQ(Str(base), L"psk");
+    EXPECT_EQ(Get(declaration.p, &IXMLDOMNode::get_prefix), L"xmlns");
+    EXPECT_EQ(Get(declaration.p, &IXMLDOMNode::get_baseName), L"psk");
     DOMNodeType type = NODE_INVALID;
     EXPECT_EQ(declaration->get_nodeType(&type), S_OK);
     EXPECT_EQ(type, NODE_ATTRIBUTE);
@@ -100,9 +95,7 @@ TEST(DomNamespaces, AttributesListNamespaceDeclarations) {
     CComPtr<IXMLDOMNode> past;
     EXPECT_EQ(map->get_item(4, &past), S_FALSE);
     EXPECT_EQ(past, nullptr);
-    CComVariant value;
-    EXPECT_EQ(root->getAttribute(CComBSTR(L"xmlns"), &value), S_OK);
-    EXPECT_EQ(Str(value.bstrVal), L"urn:d");
+    EXPECT_EQ(AttributeValue(root, L"xmlns"), L"urn:d");
 }
 
 TEST(DomNamespaces, AddingAnXmlnsAttributeDeclaresTheNamespace) {
@@ -117,30 +110,19 @@ TEST(DomNamespaces, AddingAnXmlnsAttributeDeclaresTheNamespace) {
     EXPECT_EQ(root->setAttributeNode(declaration, &replaced), S_OK);
     EXPECT_EQ(replaced, nullptr);
     EXPECT_EQ(AttributeNames(root), L"xmlns:psf xmlns:zk ");
-    std::wstring xml = Xml(doc.p);
-    EXPECT_NE(xml.find(std::wstring(L"xmlns:zk=\"") + kPrivateUri + L"\""), std::wstring::npos);
-
     // A node in that namespace appended later does not declare it again.
-    auto feature = CreateNode(doc, NODE_ELEMENT, L"zk:Feature", kPrivateUri);
-    ASSERT_EQ(root->appendChild(feature, nullptr), S_OK);
-    xml = Xml(doc.p);
-    EXPECT_EQ(Count(xml, L"xmlns:zk="), 1u);
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy, (std::wstring(L"xmlns:z='") + kPrivateUri + L"'").c_str());
-    Select(copy, L"/*/z:Feature");
-
-    // setAttribute with an xmlns name declares too, and replaces a declaration's value.
+    ASSERT_EQ(root->appendChild(CreateNode(doc, NODE_ELEMENT, L"zk:Feature", kPrivateUri), nullptr),
+              S_OK);
+    // setAttribute with an xmlns name declares too, and replaces a declaration's value;
+    // attributes with that prefix resolve against it.
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xmlns:q"), CComVariant(L"urn:q")), S_OK);
     EXPECT_EQ(AttributeNames(root), L"xmlns:psf xmlns:zk xmlns:q ");
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xmlns:q"), CComVariant(L"urn:q2")), S_OK);
-    CComVariant value;
-    EXPECT_EQ(root->getAttribute(CComBSTR(L"xmlns:q"), &value), S_OK);
-    EXPECT_EQ(Str(value.bstrVal), L"urn:q2");
-    // Attributes with that prefix resolve against it.
+    EXPECT_EQ(AttributeValue(root, L"xmlns:q"), L"urn:q2");
     EXPECT_EQ(root->setAttribute(CComBSTR(L"q:flag"), CComVariant(L"on")), S_OK);
-    auto flagged = Reparsed(doc);
-    SetNamespaces(flagged, L"xmlns:x='urn:q2'");
-    EXPECT_EQ(Text(Select(flagged, L"/*/@x:flag").p), L"on");
+    EXPECT_EQ(Xml(Reparsed(doc).p),
+              std::wstring(L"<psf:PrintTicket xmlns:psf=\"urn:f\" xmlns:zk=\"") + kPrivateUri +
+                  L"\" xmlns:q=\"urn:q2\" q:flag=\"on\"><zk:Feature/></psf:PrintTicket>\r\n");
 }
 
 TEST(DomNamespaces, RemovingADeclarationKeepsNodesAndOutputWellFormed) {
@@ -149,8 +131,7 @@ TEST(DomNamespaces, RemovingADeclarationKeepsNodesAndOutputWellFormed) {
         L"<ns0001:Extra ns0001:flag=\"1\"><ns0001:Inner/></ns0001:Extra>"
         L"<psf:Feature name=\"ns0001:Thing\"/></psf:PrintTicket>");
     auto root = Root(doc);
-    CComPtr<IXMLDOMNamedNodeMap> map;
-    ASSERT_EQ(root->get_attributes(&map), S_OK);
+    auto map = Attributes(root);
     CComPtr<IXMLDOMNode> removed;
     EXPECT_EQ(map->removeNamedItem(CComBSTR(L"xmlns:ns0001"), &removed), S_OK);
     ASSERT_NE(removed, nullptr);
@@ -162,59 +143,16 @@ TEST(DomNamespaces, RemovingADeclarationKeepsNodesAndOutputWellFormed) {
     EXPECT_EQ(Name(extra.p), L"ns0001:Extra");
     EXPECT_EQ(NamespaceUri(extra.p), L"urn:private");
     // The declaration reappears where the namespace is still used, and only there.
-    std::wstring xml = Xml(doc.p);
-    EXPECT_NE(xml.find(L"<ns0001:Extra xmlns:ns0001=\"urn:private\" ns0001:flag=\"1\">"),
-              std::wstring::npos);
-    EXPECT_NE(xml.find(L"<ns0001:Inner/>"), std::wstring::npos);
-    EXPECT_EQ(Count(xml, L"xmlns:ns0001"), 1u);
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy, L"xmlns:p='urn:private'");
-    EXPECT_EQ(NamespaceUri(Select(copy, L"//p:Inner").p), L"urn:private");
-    EXPECT_EQ(Text(Select(copy, L"//p:Extra/@p:flag").p), L"1");
+    EXPECT_EQ(
+        Xml(Reparsed(doc).p),
+        L"<psf:PrintTicket xmlns:psf=\"urn:f\"><ns0001:Extra xmlns:ns0001=\"urn:private\" "
+        L"ns0001:flag=\"1\"><ns0001:Inner/></ns0001:Extra><psf:Feature name=\"ns0001:Thing\"/>"
+        L"</psf:PrintTicket>\r\n");
     // Removing what is not there is harmless.
     CComPtr<IXMLDOMNode> nothing;
     EXPECT_EQ(map->removeNamedItem(CComBSTR(L"xmlns:ns0001"), &nothing), S_FALSE);
     EXPECT_EQ(nothing, nullptr);
     EXPECT_EQ(root->removeAttribute(CComBSTR(L"xmlns:nothing")), S_FALSE);
-}
-
-TEST(DomNamespaces, PrivatePrefixCanBeMovedToAFixedOne) {
-    // The fix-up the Print Schema documents perform: declare xmlns:zk, drop xmlns:ns0001, rewrite
-    // the name attribute values.
-    std::wstring xml = std::wstring(L"<psf:PrintTicket xmlns:psf=\"") + kFrameworkUri +
-                       L"\" xmlns:ns0001=\"" + kPrivateUri +
-                       L"\"><psf:Feature name=\"ns0001:Foo\"><psf:Option name=\"ns0001:Bar\"/>"
-                       L"</psf:Feature></psf:PrintTicket>";
-    auto doc = Parsed(xml.c_str());
-    SetNamespaces(doc, (std::wstring(L"xmlns:psf='") + kFrameworkUri + L"'").c_str());
-    auto root = Root(doc);
-    CComPtr<IXMLDOMNodeList> named;
-    ASSERT_EQ(root->selectNodes(CComBSTR(L"//*[@name]"), &named), S_OK);
-    CComPtr<IXMLDOMNode> node;
-    while (named->nextNode(&node) == S_OK) {
-        CComPtr<IXMLDOMNamedNodeMap> attributes;
-        ASSERT_EQ(node->get_attributes(&attributes), S_OK);
-        CComPtr<IXMLDOMNode> name;
-        ASSERT_EQ(attributes->getNamedItem(CComBSTR(L"name"), &name), S_OK);
-        std::wstring value = Text(name.p);
-        value.replace(0, 7, L"zk:");
-        EXPECT_EQ(name->put_nodeValue(CComVariant(value.c_str())), S_OK);
-        node.Release();
-    }
-    auto declaration = CreateNode(doc, NODE_ATTRIBUTE, L"xmlns:zk", L"");
-    ASSERT_EQ(declaration->put_nodeValue(CComVariant(kPrivateUri)), S_OK);
-    CComQIPtr<IXMLDOMAttribute> attribute(declaration);
-    ASSERT_EQ(root->setAttributeNode(attribute, nullptr), S_OK);
-    CComPtr<IXMLDOMNamedNodeMap> map;
-    ASSERT_EQ(root->get_attributes(&map), S_OK);
-    ASSERT_EQ(map->removeNamedItem(CComBSTR(L"xmlns:ns0001"), nullptr), S_OK);
-
-    std::wstring out = Xml(doc.p);
-    EXPECT_EQ(out.find(L"ns0001"), std::wstring::npos);
-    EXPECT_NE(out.find(L"name=\"zk:Foo\""), std::wstring::npos);
-    EXPECT_NE(out.find(L"name=\"zk:Bar\""), std::wstring::npos);
-    auto copy = Reparsed(doc);
-    EXPECT_EQ(AttributeNames(Root(copy)), L"xmlns:psf xmlns:zk ");
 }
 
 TEST(DomNamespaces, CreatedNodesNeverLeaveUndeclaredPrefixes) {
@@ -233,9 +171,9 @@ TEST(DomNamespaces, CreatedNodesNeverLeaveUndeclaredPrefixes) {
     auto type =
         CreateNode(doc, NODE_ATTRIBUTE, L"xsi:type", L"http://www.w3.org/2001/XMLSchema-instance");
     ASSERT_EQ(type->put_text(CComBSTR(L"xsd:integer")), S_OK);
-    CComQIPtr<IXMLDOMElement> valueElement(value);
-    CComQIPtr<IXMLDOMAttribute> typeAttribute(type);
-    ASSERT_EQ(valueElement->setAttributeNode(typeAttribute, nullptr), S_OK);
+    ASSERT_EQ(CComQIPtr<IXMLDOMElement>(value)->setAttributeNode(CComQIPtr<IXMLDOMAttribute>(type),
+                                                                 nullptr),
+              S_OK);
     ASSERT_EQ(option->appendChild(value, nullptr), S_OK);
     // A default-namespace element below a no-namespace one, and the reverse.
     auto defaulted = CreateNode(doc, NODE_ELEMENT, L"Page", L"urn:d");
@@ -243,13 +181,13 @@ TEST(DomNamespaces, CreatedNodesNeverLeaveUndeclaredPrefixes) {
     ASSERT_EQ(defaulted->appendChild(bare, nullptr), S_OK);
     ASSERT_EQ(root->appendChild(defaulted, nullptr), S_OK);
     EXPECT_EQ(Xml(defaulted.p), L"<Page xmlns=\"urn:d\"><bare xmlns=\"\"/></Page>");
-
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy,
-                  L"xmlns:f='urn:f' xmlns:k='urn:k' xmlns:d='urn:d' "
-                  L"xmlns:i='http://www.w3.org/2001/XMLSchema-instance'");
-    EXPECT_EQ(Text(Select(copy, L"/root/f:Feature/k:Option/f:Value/@i:type").p), L"xsd:integer");
-    EXPECT_EQ(NamespaceUri(Select(copy, L"/root/d:Page/bare").p), L"");
+    EXPECT_EQ(NamespaceUri(bare.p), L"");
+    EXPECT_EQ(
+        Xml(Reparsed(doc).p),
+        L"<root xmlns:psf=\"urn:f\"><plain/><psf:Feature><psk:Option "
+        L"xmlns:psk=\"urn:k\"><psf:Value "
+        L"xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:type=\"xsd:integer\"/>"
+        L"</psk:Option></psf:Feature><Page xmlns=\"urn:d\"><bare xmlns=\"\"/></Page></root>\r\n");
 }
 
 TEST(DomNamespaces, ConflictingPrefixesAreRenamedOnOutputOrRefused) {
@@ -258,11 +196,9 @@ TEST(DomNamespaces, ConflictingPrefixesAreRenamedOnOutputOrRefused) {
     // An attribute whose prefix is bound to another namespace on the same element.
     auto attribute = CreateNode(doc, NODE_ATTRIBUTE, L"p:attr", L"urn:two");
     ASSERT_EQ(attribute->put_text(CComBSTR(L"v")), S_OK);
-    CComQIPtr<IXMLDOMAttribute> typed(attribute);
-    ASSERT_EQ(root->setAttributeNode(typed, nullptr), S_OK);
-    auto copy = Reparsed(doc);
-    SetNamespaces(copy, L"xmlns:a='urn:one' xmlns:b='urn:two'");
-    EXPECT_EQ(Text(Select(copy, L"/a:root/@b:attr").p), L"v");
+    ASSERT_EQ(root->setAttributeNode(CComQIPtr<IXMLDOMAttribute>(attribute), nullptr), S_OK);
+    EXPECT_EQ(Xml(Reparsed(doc).p),
+              L"<p:root xmlns:p=\"urn:one\" xmlns:ns1=\"urn:two\" ns1:attr=\"v\"/>\r\n");
     // Redeclaring the prefix of the element's own name would rename it: refused.
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xmlns:p"), CComVariant(L"urn:other")), E_FAIL);
     auto plain = Parsed(L"<plain/>");
@@ -272,20 +208,27 @@ TEST(DomNamespaces, ConflictingPrefixesAreRenamedOnOutputOrRefused) {
 
 TEST(DomNamespaces, PrefixedNamesNeedANamespace) {
     auto doc = Parsed(L"<root/>");
-    CComPtr<IXMLDOMNode> node;
-    EXPECT_EQ(doc->createNode(CComVariant(1), CComBSTR(L"psf:Feature"), CComBSTR(L""), &node),
-              E_INVALIDARG);
+    struct Row {
+        int type;
+        const wchar_t* name;
+        const wchar_t* uri;
+        HRESULT expected;
+    };
+    const Row rows[] = {{1, L"psf:Feature", L"", E_INVALIDARG},
+                        {1, L"bad name", L"urn:x", E_INVALIDARG},
+                        {1, L"xmlns", L"urn:x", E_INVALIDARG},
+                        {2, L"xmlns:p", L"urn:x", E_INVALIDARG},
+                        {99, L"x", L"", E_INVALIDARG},
+                        {2, L"xml:lang", L"", S_OK}};  // the xml prefix is always bound
+    for (const Row& row : rows) {
+        CComPtr<IXMLDOMNode> node;
+        EXPECT_EQ(
+            doc->createNode(CComVariant(row.type), CComBSTR(row.name), CComBSTR(row.uri), &node),
+            row.expected)
+            << platform::WideToUtf8(row.name);
+    }
     CComPtr<IXMLDOMElement> element;
     EXPECT_EQ(doc->createElement(CComBSTR(L"psf:Feature"), &element), E_INVALIDARG);
-    EXPECT_EQ(doc->createNode(CComVariant(1), CComBSTR(L"bad name"), CComBSTR(L"urn:x"), &node),
-              E_INVALIDARG);
-    EXPECT_EQ(doc->createNode(CComVariant(1), CComBSTR(L"xmlns"), CComBSTR(L"urn:x"), &node),
-              E_INVALIDARG);
-    EXPECT_EQ(doc->createNode(CComVariant(2), CComBSTR(L"xmlns:p"), CComBSTR(L"urn:x"), &node),
-              E_INVALIDARG);
-    EXPECT_EQ(doc->createNode(CComVariant(99), CComBSTR(L"x"), CComBSTR(L""), &node), E_INVALIDARG);
-    // The xml prefix is always bound.
-    EXPECT_EQ(doc->createNode(CComVariant(2), CComBSTR(L"xml:lang"), CComBSTR(L""), &node), S_OK);
     CComPtr<IXMLDOMElement> root = Root(doc);
     EXPECT_EQ(root->setAttribute(CComBSTR(L"xml:space"), CComVariant(L"preserve")), S_OK);
     EXPECT_EQ(root->setAttribute(CComBSTR(L"undeclared:a"), CComVariant(L"1")), E_INVALIDARG);
@@ -303,11 +246,9 @@ TEST(DomNamespaces, ChangingADeclarationDoesNotRenameNodes) {
     CComPtr<IXMLDOMAttribute> declaration;
     ASSERT_EQ(root->getAttributeNode(CComBSTR(L"xmlns:p"), &declaration), S_OK);
     ASSERT_EQ(declaration->put_value(CComVariant(L"urn:new")), S_OK);
-    SetNamespaces(doc, L"xmlns:o='urn:old'");
-    auto child = Select(doc, L"/root/o:child");
-    EXPECT_EQ(NamespaceUri(child.p), L"urn:old");
-    EXPECT_EQ(Xml(doc.p), L"<root xmlns:p=\"urn:new\"><p:child xmlns:p=\"urn:old\"/></root>\r\n");
-    Reparsed(doc);
+    EXPECT_EQ(NamespaceUri(Select(doc, L"/root/*").p), L"urn:old");
+    EXPECT_EQ(Xml(Reparsed(doc).p),
+              L"<root xmlns:p=\"urn:new\"><p:child xmlns:p=\"urn:old\"/></root>\r\n");
 }
 
 TEST(DomNamespaces, RemovedDeclarationsCanMoveToAnotherElement) {
@@ -325,7 +266,7 @@ TEST(DomNamespaces, RemovedDeclarationsCanMoveToAnotherElement) {
     EXPECT_EQ(Xml(doc.p), L"<root><target xmlns:p=\"urn:p\"/></root>\r\n");
     CComVariant value;
     EXPECT_EQ(declaration->get_value(&value), S_OK);
-    EXPECT_EQ(Str(value.bstrVal), L"urn:p");
+    EXPECT_EQ(VarText(value), L"urn:p");
 }
 
 TEST(DomNamespaces, CorpusDocumentsSurviveDeclarationRemovalRoundTrips) {
@@ -336,32 +277,20 @@ TEST(DomNamespaces, CorpusDocumentsSurviveDeclarationRemovalRoundTrips) {
                              "tickets/libarchive_test_compat_zip_7.xps__Metadata_Job_PT.xml"}) {
         SCOPED_TRACE(name);
         std::string bytes = ReadFile(std::string(FU_CORPUS_DIR) + "/" + name);
-        CComBSTR text(bytes.c_str());
-        auto doc = NewDocument();
-        VARIANT_BOOL ok = VARIANT_FALSE;
-        ASSERT_EQ(doc->loadXML(text, &ok), S_OK);
-        std::wstring before = Xml(doc.p);
-        auto root = Root(doc);
-        CComPtr<IXMLDOMNamedNodeMap> map;
-        ASSERT_EQ(root->get_attributes(&map), S_OK);
-        CComPtr<IXMLDOMNode> item;
-        while (map->get_item(0, &item) == S_OK) {
-            CComBSTR attributeName;
-            ASSERT_EQ(item->get_nodeName(&attributeName), S_OK);
-            item.Release();
-            if (Str(attributeName).rfind(L"xmlns", 0) != 0) break;
-            ASSERT_EQ(map->removeNamedItem(attributeName, nullptr), S_OK);
+        auto doc = Parsed(CComBSTR(bytes.c_str()));
+        auto original = Parsed(Xml(doc.p).c_str());
+        auto map = Attributes(Root(doc));
+        for (CComPtr<IXMLDOMNode> item; map->get_item(0, &item) == S_OK; item.Release()) {
+            const std::wstring attributeName = Name(item.p);
+            if (attributeName.rfind(L"xmlns", 0) != 0) break;
+            ASSERT_EQ(map->removeNamedItem(CComBSTR(attributeName.c_str()), nullptr), S_OK);
         }
-        auto copy = Reparsed(doc);
         CComPtr<IXMLDOMNodeList> all;
-        ASSERT_EQ(copy->selectNodes(CComBSTR(L"//*"), &all), S_OK);
-        auto original = Parsed(std::wstring(before).c_str());
+        ASSERT_EQ(Reparsed(doc)->selectNodes(CComBSTR(L"//*"), &all), S_OK);
         CComPtr<IXMLDOMNodeList> expected;
         ASSERT_EQ(original->selectNodes(CComBSTR(L"//*"), &expected), S_OK);
-        LONG n = 0, m = 0;
-        all->get_length(&n);
-        expected->get_length(&m);
-        ASSERT_EQ(n, m);
+        const LONG n = Length(all);
+        ASSERT_EQ(n, Length(expected));
         for (LONG i = 0; i < n; ++i) {
             CComPtr<IXMLDOMNode> a, b;
             all->get_item(i, &a);

@@ -31,22 +31,19 @@ std::string StreamBytes(IStream* stream) {
 }  // namespace
 
 TEST(DomOutput, XmlPropertyKeepsTheDeclarationWithoutItsEncoding) {
-    auto doc = Parsed(L"<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?><a/>");
-    EXPECT_EQ(Xml(doc.p), L"<?xml version=\"1.0\" standalone=\"yes\"?>\r\n<a/>\r\n");
-    auto bare = Parsed(L"<a>x</a>");
-    EXPECT_EQ(Xml(bare.p), L"<a>x</a>\r\n");
-    auto empty = NewDocument();
-    EXPECT_EQ(Xml(empty.p), L"");
-    auto escaped = Parsed(L"<a v=\"&quot;&lt;&amp;&#9;&#10;\">&lt;&gt;&amp;'\"</a>");
-    EXPECT_EQ(Xml(escaped.p), L"<a v=\"&quot;&lt;&amp;&#x9;&#xA;\">&lt;&gt;&amp;'\"</a>\r\n");
+    EXPECT_EQ(Xml(Parsed(L"<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?><a/>").p),
+              L"<?xml version=\"1.0\" standalone=\"yes\"?>\r\n<a/>\r\n");
+    EXPECT_EQ(Xml(Parsed(L"<a>x</a>").p), L"<a>x</a>\r\n");
+    EXPECT_EQ(Xml(NewDocument().p), L"");
+    EXPECT_EQ(Xml(Parsed(L"<a v=\"&quot;&lt;&amp;&#9;&#10;\">&lt;&gt;&amp;'\"</a>").p),
+              L"<a v=\"&quot;&lt;&amp;&#x9;&#xA;\">&lt;&gt;&amp;'\"</a>\r\n");
 }
 
 TEST(DomOutput, DocumentAnswersIStreamWithItsUtf8Serialisation) {
     auto doc = Parsed(L"<?xml version=\"1.0\" encoding=\"UTF-16\"?><a>\u00E9\u4E2D\U0001F600</a>");
     CComQIPtr<IStream> stream(doc);
     ASSERT_NE(stream, nullptr);
-    CComQIPtr<ISequentialStream> sequential(doc);
-    EXPECT_NE(sequential, nullptr);
+    EXPECT_NE(CComQIPtr<ISequentialStream>(doc), nullptr);
     std::string expected =
         "<?xml version=\"1.0\" "
         "encoding=\"UTF-8\"?>\r\n<a>\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80</a>\r\n";
@@ -75,6 +72,16 @@ TEST(DomOutput, DocumentAnswersIStreamWithItsUtf8Serialisation) {
     // The text follows edits once the stream is back at the start.
     ASSERT_EQ(Select(doc, L"/a")->put_text(CComBSTR(L"new")), S_OK);
     EXPECT_EQ(StreamBytes(stream), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a>new</a>\r\n");
+    // An xml declaration node is rewritten for the UTF-8 stream, kept in the xml property.
+    auto plain = Parsed(L"<a/>");
+    CComPtr<IXMLDOMProcessingInstruction> declaration;
+    ASSERT_EQ(plain->createProcessingInstruction(
+                  CComBSTR(L"xml"), CComBSTR(L"version=\"1.0\" encoding=\"UTF-16\""), &declaration),
+              S_OK);
+    ASSERT_EQ(plain->insertBefore(declaration, CComVariant(Select(plain, L"/a").p), nullptr), S_OK);
+    EXPECT_EQ(Xml(plain.p), L"<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n<a/>\r\n");
+    EXPECT_EQ(ReadAll(CComQIPtr<IStream>(plain)),
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a/>\r\n");
 }
 
 TEST(DomOutput, AnotherDocumentLoadsFromTheStream) {
@@ -82,14 +89,13 @@ TEST(DomOutput, AnotherDocumentLoadsFromTheStream) {
     auto source = NewDocument();
     VARIANT_BOOL ok = VARIANT_FALSE;
     ASSERT_EQ(source->load(CComVariant(CComBSTR(path.c_str())), &ok), S_OK);
-    CComQIPtr<IStream> stream(source);
-    auto copy = NewDocument();
-    ASSERT_EQ(copy->load(CComVariant(static_cast<IUnknown*>(stream.p)), &ok), S_OK);
-    EXPECT_EQ(Xml(copy.p), Xml(source.p));
-    // Loading a document object directly takes its content too.
-    auto direct = NewDocument();
-    ASSERT_EQ(direct->load(CComVariant(static_cast<IUnknown*>(source.p)), &ok), S_OK);
-    EXPECT_EQ(Xml(direct.p), Xml(source.p));
+    // From its IStream, and from the document object itself.
+    for (IUnknown* from :
+         {static_cast<IUnknown*>(CComQIPtr<IStream>(source)), static_cast<IUnknown*>(source.p)}) {
+        auto copy = NewDocument();
+        ASSERT_EQ(copy->load(CComVariant(from), &ok), S_OK);
+        EXPECT_EQ(Xml(copy.p), Xml(source.p));
+    }
 }
 
 TEST(DomOutput, SaveWritesUtf8ToFilesStreamsAndDocuments) {
@@ -114,18 +120,4 @@ TEST(DomOutput, SaveWritesUtf8ToFilesStreamsAndDocuments) {
     EXPECT_EQ(doc->save(CComVariant(L"/nonexistent-dir/x/y.xml")),
               HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
     EXPECT_EQ(doc->save(CComVariant(L"http://example.invalid/upload")), E_ACCESSDENIED);
-}
-
-TEST(DomOutput, AnXmlDeclarationNodeIsRewrittenForUtf8Output) {
-    auto doc = Parsed(L"<a/>");
-    CComPtr<IXMLDOMProcessingInstruction> declaration;
-    ASSERT_EQ(doc->createProcessingInstruction(
-                  CComBSTR(L"xml"), CComBSTR(L"version=\"1.0\" encoding=\"UTF-16\""), &declaration),
-              S_OK);
-    CComPtr<IXMLDOMElement> root;
-    ASSERT_EQ(doc->get_documentElement(&root), S_OK);
-    ASSERT_EQ(doc->insertBefore(declaration, CComVariant(root.p), nullptr), S_OK);
-    EXPECT_EQ(Xml(doc.p), L"<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n<a/>\r\n");
-    CComQIPtr<IStream> stream(doc);
-    EXPECT_EQ(ReadAll(stream), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a/>\r\n");
 }

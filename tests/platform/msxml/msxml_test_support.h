@@ -1,5 +1,6 @@
-// msxml_test_support.h: small helpers shared by the MSXML stand-in tests: creating documents,
-// loading text, reading strings back as std::wstring.
+// msxml_test_support.h: small helpers shared by the MSXML stand-in tests: creating documents and
+// readers, loading text, reading strings and counts back, and a content handler that ignores
+// every callback for tests to override.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <string>
 
 #include "platform/com/atl.h"
+#include "platform/com/comobject.h"
 #include "platform/msxml/msxml6.h"
 
 namespace msxmltest {
@@ -86,5 +88,96 @@ inline std::string ReadFile(const std::string& path) {
     content << in.rdbuf();
     return content.str();
 }
+
+inline CComPtr<IStream> StreamOf(const std::string& bytes) {
+    CComPtr<IStream> stream;
+    EXPECT_EQ(platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream), S_OK);
+    return stream;
+}
+
+// UTF-16 little-endian bytes with their byte-order mark.
+inline std::string Utf16Le(const std::u16string& text) {
+    std::string bytes("\xFF\xFE", 2);
+    for (char16_t c : text) {
+        bytes += static_cast<char>(c & 0xFF);
+        bytes += static_cast<char>(c >> 8);
+    }
+    return bytes;
+}
+
+// `depth` elements nested in each other.
+inline std::string Nested(int depth) {
+    std::string xml;
+    for (int i = 0; i < depth; ++i) xml += "<d>";
+    for (int i = 0; i < depth; ++i) xml += "</d>";
+    return xml;
+}
+
+inline std::wstring Piece(const wchar_t* text, INT length) {
+    return text == nullptr ? std::wstring() : std::wstring(text, static_cast<std::size_t>(length));
+}
+
+// A string property read through `get` (e.g. &IXMLDOMNode::get_prefix).
+template <class Object, class Getter>
+std::wstring Get(Object* object, Getter get) {
+    CComBSTR text;
+    EXPECT_EQ((object->*get)(&text), S_OK);
+    return Str(text);
+}
+
+// A VARIANT's text, or a marker naming its type when it holds no string.
+inline std::wstring VarText(const VARIANT& value) {
+    return value.vt == VT_BSTR ? Str(value.bstrVal) : L"<vt " + std::to_wstring(value.vt) + L">";
+}
+
+inline LONG Length(IXMLDOMNodeList* list) {
+    LONG length = -1;
+    EXPECT_EQ(list->get_length(&length), S_OK);
+    return length;
+}
+
+inline LONG ChildCount(IXMLDOMNode* node) {
+    CComPtr<IXMLDOMNodeList> children;
+    EXPECT_EQ(node->get_childNodes(&children), S_OK);
+    return Length(children);
+}
+
+// How many nodes selectNodes finds; -1 when it fails.
+inline LONG Count(IXMLDOMNode* context, const wchar_t* xpath) {
+    CComPtr<IXMLDOMNodeList> list;
+    EXPECT_EQ(context->selectNodes(CComBSTR(xpath), &list), S_OK) << "query failed";
+    return list ? Length(list) : -1;
+}
+
+inline CComPtr<ISAXXMLReader> NewReader() {
+    CComPtr<ISAXXMLReader> reader;
+    EXPECT_EQ(CoCreateInstance(CLSID_SAXXMLReader60, nullptr, CLSCTX_ALL, IID_ISAXXMLReader,
+                               reinterpret_cast<void**>(&reader)),
+              S_OK);
+    return reader;
+}
+
+// Accepts every callback; tests override the ones they watch.
+class NullContentHandler : public platform::ComObject<ISAXContentHandler> {
+public:
+    HRESULT putDocumentLocator(ISAXLocator*) override { return S_OK; }
+    HRESULT startDocument() override { return S_OK; }
+    HRESULT endDocument() override { return S_OK; }
+    HRESULT startPrefixMapping(const wchar_t*, INT, const wchar_t*, INT) override { return S_OK; }
+    HRESULT endPrefixMapping(const wchar_t*, INT) override { return S_OK; }
+    HRESULT startElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT,
+                         ISAXAttributes*) override {
+        return S_OK;
+    }
+    HRESULT endElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT) override {
+        return S_OK;
+    }
+    HRESULT characters(const wchar_t*, INT) override { return S_OK; }
+    HRESULT ignorableWhitespace(const wchar_t*, INT) override { return S_OK; }
+    HRESULT processingInstruction(const wchar_t*, INT, const wchar_t*, INT) override {
+        return S_OK;
+    }
+    HRESULT skippedEntity(const wchar_t*, INT) override { return S_OK; }
+};
 
 }  // namespace msxmltest

@@ -1,22 +1,29 @@
 // sax_reader_test.cpp: the MSXML 6 SAX reader stand-in: MSXML's callback order over a
 // FixedPage-like document, attributes and namespace features, chunked characters, inputs of
-// every kind, aborting by a failing handler, malformed input and DTDs.
+// every kind, aborting by a failing handler, malformed input and DTDs; and its conversion of
+// names, attributes and text to wide strings: other characters at every offset of the
+// sixteen-byte blocks, attributes converted on request whose strings stay valid through the
+// callback, buffers reused from element to element, and more element names than the name cache
+// holds.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "msxml_test_support.h"
-#include "platform/com/comobject.h"
+#include "platform/com/unicode.h"
 
 using namespace msxmltest;
 
 namespace {
 
-std::wstring Piece(const wchar_t* text, INT length) {
-    return text == nullptr ? std::wstring() : std::wstring(text, static_cast<std::size_t>(length));
+std::wstring Names(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
+                   const wchar_t* qname, INT qnameLength) {
+    return L"{" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
+           Piece(qname, qnameLength);
 }
 
 // Records every callback as one line; characters are merged so that chunking does not matter.
@@ -25,7 +32,6 @@ public:
     std::vector<std::wstring> events;
     std::wstring failOn;  // an event prefix that makes the handler fail
     HRESULT failure = E_ABORT;
-    ISAXAttributes* lastAttributes = nullptr;
 
     HRESULT putDocumentLocator(ISAXLocator* locator) override {
         return Add(locator != nullptr ? L"locator" : L"locator(null)");
@@ -42,36 +48,29 @@ public:
     HRESULT startElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
                          const wchar_t* qname, INT qnameLength,
                          ISAXAttributes* attributes) override {
-        std::wstring line = L"start {" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) +
-                            L" " + Piece(qname, qnameLength);
+        std::wstring line =
+            L"start " + Names(uri, uriLength, local, localLength, qname, qnameLength);
         INT count = 0;
         attributes->getLength(&count);
         for (INT i = 0; i < count; ++i) {
-            const wchar_t* aUri = nullptr;
-            const wchar_t* aLocal = nullptr;
-            const wchar_t* aQName = nullptr;
-            const wchar_t* value = nullptr;
-            INT aUriLength = 0, aLocalLength = 0, aQNameLength = 0, valueLength = 0;
+            const wchar_t *aUri, *aLocal, *aQName, *value;
+            INT aUriLength, aLocalLength, aQNameLength, valueLength;
             attributes->getName(i, &aUri, &aUriLength, &aLocal, &aLocalLength, &aQName,
                                 &aQNameLength);
             attributes->getValue(i, &value, &valueLength);
             line += L" [{" + Piece(aUri, aUriLength) + L"}" + Piece(aLocal, aLocalLength) + L"|" +
                     Piece(aQName, aQNameLength) + L"=" + Piece(value, valueLength) + L"]";
         }
-        lastAttributes = attributes;
         return Add(line);
     }
     HRESULT endElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
                        const wchar_t* qname, INT qnameLength) override {
-        return Add(L"end {" + Piece(uri, uriLength) + L"}" + Piece(local, localLength) + L" " +
-                   Piece(qname, qnameLength));
+        return Add(L"end " + Names(uri, uriLength, local, localLength, qname, qnameLength));
     }
     HRESULT characters(const wchar_t* text, INT length) override {
-        if (!events.empty() && events.back().rfind(L"chars ", 0) == 0) {
-            events.back() += Piece(text, length);
-            return failOn.empty() || events.back().rfind(failOn, 0) != 0 ? S_OK : failure;
-        }
-        return Add(L"chars " + Piece(text, length));
+        if (events.empty() || events.back().rfind(L"chars ", 0) != 0) events.push_back(L"chars ");
+        events.back() += Piece(text, length);
+        return Result();
     }
     HRESULT ignorableWhitespace(const wchar_t* text, INT length) override {
         return Add(L"ignorable " + Piece(text, length));
@@ -87,6 +86,9 @@ public:
 private:
     HRESULT Add(std::wstring line) {
         events.push_back(std::move(line));
+        return Result();
+    }
+    HRESULT Result() const {
         return failOn.empty() || events.back().rfind(failOn, 0) != 0 ? S_OK : failure;
     }
 };
@@ -103,14 +105,6 @@ public:
     }
     HRESULT ignorableWarning(ISAXLocator*, const wchar_t*, HRESULT) override { return S_OK; }
 };
-
-CComPtr<ISAXXMLReader> NewReader() {
-    CComPtr<ISAXXMLReader> reader;
-    EXPECT_EQ(CoCreateInstance(CLSID_SAXXMLReader60, nullptr, CLSCTX_ALL, IID_ISAXXMLReader,
-                               reinterpret_cast<void**>(&reader)),
-              S_OK);
-    return reader;
-}
 
 struct SaxRun {
     CComPtr<ISAXXMLReader> reader = NewReader();
@@ -188,20 +182,10 @@ TEST(SaxReader, NamespacePrefixesFeatureReportsDeclarations) {
 }
 
 TEST(SaxReader, AttributesCanBeLookedUp) {
-    SaxRun run;
-    ASSERT_EQ(run.Parse(L"<a xmlns:p=\"urn:p\" p:x=\"1\" y=\"2\"/>"), S_OK);
-    // The attributes object is only valid during the callback; check through a fresh parse with
-    // a handler that queries it.
-    class Querying final : public platform::ComObject<ISAXContentHandler> {
+    // The attributes object is only valid during the callback: query it there.
+    class Querying final : public NullContentHandler {
     public:
         std::vector<std::wstring> found;
-        HRESULT putDocumentLocator(ISAXLocator*) override { return S_OK; }
-        HRESULT startDocument() override { return S_OK; }
-        HRESULT endDocument() override { return S_OK; }
-        HRESULT startPrefixMapping(const wchar_t*, INT, const wchar_t*, INT) override {
-            return S_OK;
-        }
-        HRESULT endPrefixMapping(const wchar_t*, INT) override { return S_OK; }
         HRESULT startElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT,
                              ISAXAttributes* attributes) override {
             INT index = -1;
@@ -223,20 +207,12 @@ TEST(SaxReader, AttributesCanBeLookedUp) {
             EXPECT_EQ(value[length], L'\0');  // strings are terminated as well
             return S_OK;
         }
-        HRESULT endElement(const wchar_t*, INT, const wchar_t*, INT, const wchar_t*, INT) override {
-            return S_OK;
-        }
-        HRESULT characters(const wchar_t*, INT) override { return S_OK; }
-        HRESULT ignorableWhitespace(const wchar_t*, INT) override { return S_OK; }
-        HRESULT processingInstruction(const wchar_t*, INT, const wchar_t*, INT) override {
-            return S_OK;
-        }
-        HRESULT skippedEntity(const wchar_t*, INT) override { return S_OK; }
     };
+    auto reader = NewReader();
     CComPtr<Querying> querying;
     querying.Attach(new Querying());
-    ASSERT_EQ(run.reader->putContentHandler(querying), S_OK);
-    ASSERT_EQ(run.Parse(L"<a xmlns:p=\"urn:p\" p:x=\"1\" y=\"2\"/>"), S_OK);
+    ASSERT_EQ(reader->putContentHandler(querying), S_OK);
+    ASSERT_EQ(reader->parse(CComVariant(L"<a xmlns:p=\"urn:p\" p:x=\"1\" y=\"2\"/>")), S_OK);
     EXPECT_EQ(querying->found, (std::vector<std::wstring>{L"1", L"2", L"CDATA"}));
 }
 
@@ -254,48 +230,27 @@ TEST(SaxReader, EveryInputKindIsAccepted) {
     std::string bytes = "\xEF\xBB\xBF<a>\xC3\xA9</a>";
     std::vector<std::wstring> expected = {L"locator",      L"startDocument", L"start {}a a",
                                           L"chars \u00E9", L"end {}a a",     L"endDocument"};
-    {
+    // UTF-8, and UTF-16 markup as Office writes FixedPages, with their byte-order marks; and a
+    // DOM document, a stream of its own serialisation.
+    CComPtr<IStream> utf8 = StreamOf(bytes), utf16 = StreamOf(Utf16Le(u"<a>\u00E9</a>"));
+    auto doc = Parsed(L"<a>\u00E9</a>");
+    for (IUnknown* source : {static_cast<IUnknown*>(utf8), static_cast<IUnknown*>(utf16),
+                             static_cast<IUnknown*>(doc)}) {
         SaxRun run;
-        CComPtr<IStream> stream;
-        ASSERT_EQ(platform::CreateMemoryStream(bytes.data(), bytes.size(), &stream), S_OK);
-        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(stream.p))), S_OK);
-        EXPECT_EQ(run.handler->events, expected);
-    }
-    {
-        // A DOM document is a stream of its own serialisation.
-        SaxRun run;
-        auto doc = Parsed(L"<a>\u00E9</a>");
-        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(doc.p))), S_OK);
+        ASSERT_EQ(run.reader->parse(CComVariant(source)), S_OK);
         EXPECT_EQ(run.handler->events, expected);
     }
     {
         SaxRun run;
         std::filesystem::path file = std::filesystem::temp_directory_path() /
                                      ("msxml_sax_input_" + std::to_string(getpid()) + ".xml");
-        std::FILE* out = std::fopen(file.c_str(), "wb");
-        ASSERT_NE(out, nullptr);
-        std::fwrite(bytes.data(), 1, bytes.size(), out);
-        std::fclose(out);
+        std::ofstream(file, std::ios::binary) << bytes;
         CComBSTR url(file.c_str());
         ASSERT_EQ(run.reader->parseURL(url), S_OK);
         EXPECT_EQ(run.handler->events, expected);
         std::filesystem::remove(file);
         EXPECT_EQ(run.reader->parseURL(url), HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND));
         EXPECT_EQ(run.reader->parseURL(L"http://example.invalid/page.fpage"), E_ACCESSDENIED);
-    }
-    {
-        // UTF-16 markup, as Office writes FixedPages, with its byte-order mark.
-        SaxRun run;
-        std::u16string text = u"<a>\u00E9</a>";
-        std::string utf16("\xFF\xFE", 2);
-        for (char16_t c : text) {
-            utf16 += static_cast<char>(c & 0xFF);
-            utf16 += static_cast<char>(c >> 8);
-        }
-        CComPtr<IStream> stream;
-        ASSERT_EQ(platform::CreateMemoryStream(utf16.data(), utf16.size(), &stream), S_OK);
-        ASSERT_EQ(run.reader->parse(CComVariant(static_cast<IUnknown*>(stream.p))), S_OK);
-        EXPECT_EQ(run.handler->events, expected);
     }
     SaxRun run;
     EXPECT_EQ(run.reader->parse(CComVariant(7)), E_INVALIDARG);
@@ -319,10 +274,9 @@ TEST(SaxReader, FailingHandlerAbortsTheParse) {
 }
 
 TEST(SaxReader, MalformedInputFailsWithoutCrashing) {
-    const wchar_t* cases[] = {L"",       L"<a>",           L"<a></b>",          L"<a><b/>",
-                              L"<p:a/>", L"<a>&nope;</a>", L"<a x='1' x='2'/>", L"<a/>junk"};
-    for (const wchar_t* xml : cases) {
-        SCOPED_TRACE(testing::Message() << "case #" << (&xml - cases));
+    for (const wchar_t* xml : {L"", L"<a>", L"<a></b>", L"<a><b/>", L"<p:a/>", L"<a>&nope;</a>",
+                               L"<a x='1' x='2'/>", L"<a/>junk"}) {
+        SCOPED_TRACE(platform::WideToUtf8(xml));
         SaxRun run;
         CComPtr<ErrorRecorder> errors;
         errors.Attach(new ErrorRecorder());
@@ -335,11 +289,8 @@ TEST(SaxReader, MalformedInputFailsWithoutCrashing) {
         EXPECT_EQ(errors->fatal[0], hr);
         EXPECT_TRUE(run.handler->events.empty() || run.handler->events.back() != L"endDocument");
     }
-    std::wstring deep;
-    for (int i = 0; i < 10000; ++i) deep += L"<d>";
-    for (int i = 0; i < 10000; ++i) deep += L"</d>";
     SaxRun run;
-    EXPECT_TRUE(FAILED(run.Parse(deep.c_str())));
+    EXPECT_TRUE(FAILED(run.Parse(platform::Utf8ToWide(Nested(10000)).c_str())));
 }
 
 TEST(SaxReader, DtdsAreRefused) {
@@ -378,4 +329,136 @@ TEST(SaxReader, LimitsAndHandlersCanBeSetAndRead) {
     EXPECT_EQ(run.reader->putContentHandler(nullptr), S_OK);
     EXPECT_EQ(run.Parse(L"<ok/>"), S_OK);
     EXPECT_TRUE(FAILED(run.Parse(L"<broken>")));
+}
+
+namespace {
+
+// Records names, attributes (asked for in an order that interleaves conversions) and text.
+class Collector final : public NullContentHandler {
+public:
+    std::vector<std::wstring> elements;    // "{uri}local qname" per start and end
+    std::vector<std::wstring> attributes;  // "qname=value|uri|local" per attribute
+    std::wstring text;
+
+    HRESULT startElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
+                         const wchar_t* qname, INT qnameLength, ISAXAttributes* list) override {
+        elements.push_back(Names(uri, uriLength, local, localLength, qname, qnameLength));
+        INT count = 0;
+        list->getLength(&count);
+        // Every qualified name first, then every value, then URIs and local names: strings
+        // handed out earlier must survive the conversions that follow.
+        std::vector<const wchar_t*> names(static_cast<std::size_t>(count));
+        std::vector<INT> nameLengths(static_cast<std::size_t>(count));
+        for (INT i = 0; i < count; ++i) {
+            EXPECT_EQ(S_OK, list->getQName(i, &names[i], &nameLengths[i]));
+        }
+        std::vector<const wchar_t*> values(static_cast<std::size_t>(count));
+        std::vector<INT> valueLengths(static_cast<std::size_t>(count));
+        for (INT i = 0; i < count; ++i) {
+            EXPECT_EQ(S_OK, list->getValue(i, &values[i], &valueLengths[i]));
+            EXPECT_EQ(L'\0', values[i][valueLengths[i]]);
+        }
+        for (INT i = 0; i < count; ++i) {
+            const wchar_t *aUri, *aLocal;
+            INT aUriLength, aLocalLength;
+            EXPECT_EQ(S_OK, list->getURI(i, &aUri, &aUriLength));
+            EXPECT_EQ(S_OK, list->getLocalName(i, &aLocal, &aLocalLength));
+            attributes.push_back(Piece(names[i], nameLengths[i]) + L"=" +
+                                 Piece(values[i], valueLengths[i]) + L"|" +
+                                 Piece(aUri, aUriLength) + L"|" + Piece(aLocal, aLocalLength));
+            // Asking again gives the same string.
+            const wchar_t* again = nullptr;
+            INT againLength = 0;
+            EXPECT_EQ(S_OK, list->getQName(i, &again, &againLength));
+            EXPECT_EQ(names[i], again);
+        }
+        return S_OK;
+    }
+    HRESULT endElement(const wchar_t* uri, INT uriLength, const wchar_t* local, INT localLength,
+                       const wchar_t* qname, INT qnameLength) override {
+        elements.push_back(L"/" + Names(uri, uriLength, local, localLength, qname, qnameLength));
+        return S_OK;
+    }
+    HRESULT characters(const wchar_t* chars, INT length) override {
+        EXPECT_EQ(L'\0', chars[length]);
+        text += Piece(chars, length);
+        return S_OK;
+    }
+};
+
+HRESULT ParseBytes(const std::string& bytes, Collector* collector) {
+    auto reader = NewReader();
+    EXPECT_EQ(S_OK, reader->putContentHandler(collector));
+    return reader->parse(CComVariant(StreamOf(bytes).p));
+}
+
+}  // namespace
+
+TEST(SaxReaderText, OtherCharactersAtEveryOffsetConvertExactly) {
+    const std::vector<std::string> others = {"\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"};
+    const std::vector<std::wstring> wide = {L"\u00E9", L"\u4E2D", std::wstring(1, 0x1F600)};
+    // Lengths around one, two and three sixteen-byte blocks, the character at every offset.
+    for (std::size_t kind = 0; kind < others.size(); ++kind) {
+        for (const std::size_t length : {20u, 33u, 48u}) {
+            for (std::size_t at = 0; at < length; ++at) {
+                std::string value(length, 'v');
+                std::wstring expected(length, L'v');
+                value.replace(at, 1, others[kind]);
+                expected.replace(at, 1, wide[kind]);
+                CComPtr<Collector> collector;
+                collector.Attach(new Collector());
+                ASSERT_EQ(S_OK, ParseBytes("<a n=\"" + value + "\">" + value + "</a>", collector));
+                ASSERT_EQ(1u, collector->attributes.size());
+                EXPECT_EQ(L"n=" + expected + L"||n", collector->attributes[0]) << kind << " " << at;
+                EXPECT_EQ(expected, collector->text) << kind << " " << at;
+            }
+        }
+    }
+}
+
+TEST(SaxReaderText, AttributesConvertOnRequestAndBuffersAreReused) {
+    std::string xml =
+        "<p:root xmlns:p=\"urn:p\" xmlns=\"urn:d\" a=\"1\" p:b=\"x&amp;y&#38;z\" "
+        "c=\"\xC3\xA9t\xC3\xA9\" d=\"&lt;&gt;\">"
+        "<child only=\"one\"/><child/>"
+        "<p:child long=\"" +
+        std::string(300, 'L') + "\" short=\"s\"/></p:root>";
+    CComPtr<Collector> collector;
+    collector.Attach(new Collector());
+    ASSERT_EQ(S_OK, ParseBytes(xml, collector));
+    EXPECT_EQ(
+        (std::vector<std::wstring>{
+            L"a=1||a", L"p:b=x&y&z|urn:p|b", L"c=\u00E9t\u00E9||c", L"d=<>||d", L"only=one||only",
+            L"long=" + std::wstring(300, L'L') + L"||long", L"short=s||short"}),
+        collector->attributes);
+    EXPECT_EQ((std::vector<std::wstring>{L"{urn:p}root p:root", L"{urn:d}child child",
+                                         L"/{urn:d}child child", L"{urn:d}child child",
+                                         L"/{urn:d}child child", L"{urn:p}child p:child",
+                                         L"/{urn:p}child p:child", L"/{urn:p}root p:root"}),
+              collector->elements);
+}
+
+TEST(SaxReaderText, ManyDistinctElementNamesKeepTheirOwnNames) {
+    // More distinct names than any small cache holds, each used twice, in two namespaces.
+    std::string xml = "<root xmlns:q=\"urn:q\">";
+    std::vector<std::wstring> expected = {L"{}root root"};
+    for (int round = 0; round < 2; ++round) {
+        for (int i = 0; i < 300; ++i) {
+            const std::string name = "e" + std::to_string(i);
+            const bool prefixed = i % 3 == 0;
+            const std::string qname = (prefixed ? "q:" : "") + name;
+            xml += "<" + qname + "/>";
+            const std::wstring uri = prefixed ? L"urn:q" : L"";
+            const std::wstring wideName = platform::Utf8ToWide(name);
+            const std::wstring wideQName = platform::Utf8ToWide(qname);
+            expected.push_back(L"{" + uri + L"}" + wideName + L" " + wideQName);
+            expected.push_back(L"/{" + uri + L"}" + wideName + L" " + wideQName);
+        }
+    }
+    xml += "</root>";
+    expected.push_back(L"/{}root root");
+    CComPtr<Collector> collector;
+    collector.Attach(new Collector());
+    ASSERT_EQ(S_OK, ParseBytes(xml, collector));
+    EXPECT_EQ(expected, collector->elements);
 }

@@ -9,7 +9,7 @@
 #include "platform/printpipeline/filterpipeline.h"
 #include "platform/printpipeline/printstreams.h"
 
-TEST(PrintReadStreamOnBytes, ReadsSeeksAndReportsEndOfFile) {
+TEST(PrintReadStreamOnBytes, ReadsSeeksReportsEndOfFileAndAnswersItsInterfaces) {
     CComPtr<IPrintReadStream> stream;
     ASSERT_EQ(platform::CreatePrintReadStreamOnBytes("abcdef", 6, &stream), S_OK);
     char buffer[8] = {};
@@ -41,10 +41,7 @@ TEST(PrintReadStreamOnBytes, ReadsSeeksAndReportsEndOfFile) {
     EXPECT_TRUE(eof);
     EXPECT_EQ(stream->ReadBytes(buffer, 8, nullptr, &eof), E_POINTER);
     EXPECT_EQ(stream->ReadBytes(nullptr, 8, &read, &eof), E_POINTER);
-}
-
-TEST(PrintReadStreamOnBytes, AnswersOnlyItsInterfaces) {
-    CComPtr<IPrintReadStream> stream;
+    stream.Release();
     ASSERT_EQ(platform::CreatePrintReadStreamOnBytes(nullptr, 0, &stream), S_OK);
     CComQIPtr<IPrintWriteStream> write(static_cast<IUnknown*>(stream));
     EXPECT_TRUE(write == nullptr);

@@ -1,10 +1,14 @@
 // Tests of the PrintTicket provider API: handles, versions, argument checks, the stream contract
-// of PTMergeAndValidatePrintTicket and the file helper.
+// of PTMergeAndValidatePrintTicket and the file helper; and every real-world ticket of the corpus
+// merged onto every other at each scope, checked with an independent reader.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/com/com.h"
 #include "platform/com/comobject.h"
@@ -16,17 +20,19 @@ namespace {
 
 const std::string kTicketDir = std::string(FU_CORPUS_DIR) + "/tickets/";
 
-const char kBase[] =
-    R"(<?xml version="1.0" encoding="UTF-8"?>)"
-    R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework" )"
-    R"(xmlns:psk="http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords" version="1">)"
-    R"(<psf:Feature name="psk:PageOrientation"><psf:Option name="psk:Portrait"/></psf:Feature>)"
-    R"(</psf:PrintTicket>)";
-const char kDelta[] =
-    R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/printschemaframework" )"
-    R"(xmlns:psk="http://schemas.microsoft.com/windows/2003/08/printing/printschemakeywords" version="1">)"
-    R"(<psf:Feature name="psk:PageOrientation"><psf:Option name="psk:Landscape"/></psf:Feature>)"
-    R"(</psf:PrintTicket>)";
+// A ticket with one PageOrientation option; a merge's output has the declaration and the root
+// on lines of their own.
+std::string Orientation(const std::string& option, const std::string& declaration = "") {
+    return declaration +
+           R"(<psf:PrintTicket xmlns:psf="http://schemas.microsoft.com/windows/2003/08/printing/)"
+           R"(printschemaframework" xmlns:psk="http://schemas.microsoft.com/windows/2003/08/)"
+           R"(printing/printschemakeywords" version="1"><psf:Feature name="psk:PageOrientation">)"
+           R"(<psf:Option name="psk:)" +
+           option + R"("/></psf:Feature></psf:PrintTicket>)" + (declaration.empty() ? "" : "\n");
+}
+const std::string kDeclaration = R"(<?xml version="1.0" encoding="UTF-8"?>)";
+const std::string kBase = kDeclaration + Orientation("Portrait");
+const std::string kDelta = Orientation("Landscape");
 
 CComPtr<IStream> StreamOf(const std::string& bytes) {
     CComPtr<IStream> stream;
@@ -40,9 +46,8 @@ std::string Contents(IStream* stream) {
     std::string bytes;
     char buffer[4096];
     ULONG got = 0;
-    while (SUCCEEDED(stream->Read(buffer, sizeof buffer, &got)) && got != 0) {
+    while (SUCCEEDED(stream->Read(buffer, sizeof buffer, &got)) && got != 0)
         bytes.append(buffer, got);
-    }
     return bytes;
 }
 
@@ -93,7 +98,10 @@ private:
 
 class Provider : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(PTOpenProvider(L"Test Printer", 1, &provider_), S_OK); }
+    void SetUp() override {
+        ASSERT_EQ(PTOpenProvider(L"Test Printer", 1, &provider_), S_OK);
+        ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+    }
     void TearDown() override {
         if (provider_ != nullptr) PTCloseProvider(provider_);
     }
@@ -103,17 +111,16 @@ protected:
         BSTR error = reinterpret_cast<BSTR>(0x1);
         HRESULT hr = PTMergeAndValidatePrintTicket(provider_, base, delta, scope, result, &error);
         if (text != nullptr) *text = error != nullptr ? std::wstring(error) : L"";
-        if (SUCCEEDED(hr)) {
-            EXPECT_EQ(error, nullptr);
-        }
-        if (hr == E_PRINTTICKET_FORMAT || hr == E_DELTA_PRINTTICKET_FORMAT) {
-            EXPECT_NE(error, nullptr) << "a ticket that is refused is explained";
-        }
+        EXPECT_TRUE(FAILED(hr) || error == nullptr);
+        // A ticket that is refused is explained.
+        EXPECT_TRUE((hr != E_PRINTTICKET_FORMAT && hr != E_DELTA_PRINTTICKET_FORMAT) ||
+                    error != nullptr);
         if (error != reinterpret_cast<BSTR>(0x1)) SysFreeString(error);
         return hr;
     }
 
     HPTPROVIDER provider_ = nullptr;
+    CComPtr<IStream> result;
 };
 
 TEST(PrintTicketProviderHandles, OpenCheckArgumentsAndVersion) {
@@ -133,6 +140,8 @@ TEST(PrintTicketProviderHandles, OpenCheckArgumentsAndVersion) {
     EXPECT_NE(second, provider) << "every open gives its own handle";
     EXPECT_EQ(PTCloseProvider(second), S_OK);
     EXPECT_EQ(PTCloseProvider(provider), S_OK);
+    EXPECT_EQ(PTReleaseMemory(nullptr), S_OK);
+    EXPECT_EQ(PTReleaseMemory(CoTaskMemAlloc(64)), S_OK);
 }
 
 TEST(PrintTicketProviderHandles, OpenExNegotiatesTheVersion) {
@@ -164,8 +173,6 @@ TEST(PrintTicketProviderHandles, OpenExNegotiatesTheVersion) {
 
 TEST_F(Provider, ClosedAndBogusHandlesAreRefusedEverywhere) {
     auto base = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     BSTR error = nullptr;
 
     ASSERT_EQ(PTCloseProvider(provider_), S_OK);
@@ -187,8 +194,6 @@ TEST_F(Provider, ClosedAndBogusHandlesAreRefusedEverywhere) {
 
 TEST_F(Provider, HandleBelongsToTheThreadThatOpenedIt) {
     auto base = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     std::thread([&] {
         BSTR error = nullptr;
         EXPECT_EQ(
@@ -206,38 +211,19 @@ TEST_F(Provider, MergeReadsInputsFromTheirStartAndAppendsAtTheResultPosition) {
     LARGE_INTEGER zero{};
     base->Seek(zero, STREAM_SEEK_END, nullptr);  // as a document stream left after a read
     delta->Seek(zero, STREAM_SEEK_END, nullptr);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     ULONG written = 0;
     ASSERT_EQ(result->Write("KEEP", 4, &written), S_OK);
 
     ASSERT_EQ(Merge(base, delta, kPTPageScope, result), S_PT_NO_CONFLICT);
-    const std::string all = Contents(result);
-    ASSERT_EQ(all.substr(0, 4), "KEEP");
-    const std::string merged = all.substr(4);
-    EXPECT_EQ(merged.rfind(R"(<?xml version="1.0" encoding="UTF-8"?>)", 0), 0u);
-    auto doc = ticketcheck::ParseStrict(merged);
-    ASSERT_NE(doc, nullptr);
-    auto items = ticketcheck::RootItems(doc.get());
-    ASSERT_EQ(items.size(), 1u);
-    EXPECT_NE(ticketcheck::Signature(items[0].node).find("printschemakeywords}Landscape"),
-              std::string::npos);
-}
-
-TEST_F(Provider, ResultStreamEndsAtTheEndOfTheTicket) {
-    auto base = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
-    ASSERT_EQ(Merge(base, nullptr, kPTJobScope, result), S_PT_NO_CONFLICT);
     const ULONGLONG end = Position(result);
-    EXPECT_EQ(end, Contents(result).size());
+    const std::string all = Contents(result);
+    EXPECT_EQ(end, all.size()) << "the result stream is left at the end of the ticket";
+    EXPECT_EQ(all, "KEEP" + Orientation("Landscape", kDeclaration + "\n"));
 }
 
 TEST_F(Provider, NullArgumentsAndBadScope) {
     auto base = StreamOf(kBase);
     auto delta = StreamOf(kDelta);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     EXPECT_EQ(Merge(nullptr, delta, kPTJobScope, result), E_POINTER);
     EXPECT_EQ(Merge(base, delta, kPTJobScope, nullptr), E_POINTER);
     EXPECT_EQ(PTMergeAndValidatePrintTicket(provider_, base, delta, kPTJobScope, result, nullptr),
@@ -250,14 +236,10 @@ TEST_F(Provider, NullArgumentsAndBadScope) {
 
     // A null delta only checks the base, which comes back whole.
     ASSERT_EQ(Merge(base, nullptr, kPTPageScope, result), S_PT_NO_CONFLICT);
-    auto doc = ticketcheck::ParseStrict(Contents(result));
-    ASSERT_NE(doc, nullptr);
-    EXPECT_EQ(ticketcheck::RootItems(doc.get()).size(), 1u);
+    EXPECT_EQ(Contents(result), Orientation("Portrait", kDeclaration + "\n"));
 }
 
 TEST_F(Provider, TicketsThatAreNotPrintTicketsGiveTheFormatCodesAndSayWhy) {
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     struct Case {
         std::string bytes;
         const wchar_t* words;
@@ -288,8 +270,6 @@ TEST_F(Provider, TicketsThatAreNotPrintTicketsGiveTheFormatCodesAndSayWhy) {
 }
 
 TEST_F(Provider, FailingAndUnseekableStreams) {
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     CComPtr<IStream> failing;
     failing.Attach(new AwkwardStream(kBase, STG_E_READFAULT, true));
     std::wstring text;
@@ -318,18 +298,11 @@ TEST_F(Provider, OversizedTicketIsRefusedWithoutReadingItAll) {
                 std::string(platform::kMaxPrintTicketBytes + 1024 * 1024, ' '));
     auto big = StreamOf(huge);
     auto good = StreamOf(kBase);
-    CComPtr<IStream> result;
-    ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
     std::wstring text;
     EXPECT_EQ(Merge(big, good, kPTJobScope, result, &text), E_PRINTTICKET_FORMAT);
     EXPECT_NE(text.find(L"limit"), std::wstring::npos);
     EXPECT_EQ(Merge(good, big, kPTJobScope, result, &text), E_DELTA_PRINTTICKET_FORMAT);
     EXPECT_LT(Position(big), huge.size()) << "reading stops at the limit";
-}
-
-TEST(PrintTicketProviderMemory, ReleaseMemoryFreesProviderBuffers) {
-    EXPECT_EQ(PTReleaseMemory(nullptr), S_OK);
-    EXPECT_EQ(PTReleaseMemory(CoTaskMemAlloc(64)), S_OK);
 }
 
 TEST(PrintTicketFiles, MergesTwoFilesAndNamesMissingOnes) {
@@ -366,14 +339,117 @@ TEST(PrintTicketFiles, MergesTwoFilesAndNamesMissingOnes) {
         << "a directory is not a ticket file";
 }
 
+struct CorpusTicket {
+    std::string name;
+    std::string bytes;
+    ticketcheck::Doc doc;
+};
+
+std::vector<CorpusTicket> LoadCorpus() {
+    std::vector<CorpusTicket> tickets;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(FU_CORPUS_DIR) + "/tickets")) {
+        if (entry.path().extension() != ".xml") continue;
+        CorpusTicket ticket;
+        ticket.name = entry.path().filename().string();
+        ticket.bytes = ticketcheck::ReadFile(entry.path().string());
+        ticket.doc = ticketcheck::ParseStrict(ticket.bytes);
+        tickets.push_back(std::move(ticket));
+    }
+    std::sort(tickets.begin(), tickets.end(),
+              [](const auto& a, const auto& b) { return a.name < b.name; });
+    return tickets;
+}
+
+bool InScope(const std::string& local, EPrintTicketScope scope) {
+    if (scope == kPTJobScope) return true;
+    if (local.rfind("Page", 0) == 0) return true;
+    return scope == kPTDocumentScope && local.rfind("Document", 0) == 0;
+}
+
+// Merges every real-world ticket of the corpus onto every other at each scope, through the
+// provider API: the result is well-formed with namespaces, every base item is kept unless an
+// in-scope delta item of the same expanded name replaced it, every in-scope delta item is present
+// as the delta has it, and nothing out of scope is taken from the delta.
+TEST(CorpusTicketMerge, EveryTicketOntoEveryOtherAtEveryScope) {
+    const std::vector<CorpusTicket> corpus = LoadCorpus();
+    ASSERT_GE(corpus.size(), 10u) << "the corpus tickets are missing";
+    for (const auto& ticket : corpus) ASSERT_NE(ticket.doc, nullptr) << ticket.name;
+
+    HPTPROVIDER provider = nullptr;
+    ASSERT_EQ(PTOpenProvider(L"Corpus Printer", 1, &provider), S_OK);
+    int merges = 0;
+    int replaced = 0;
+    int renamedPrefixes = 0;
+    for (const auto& base : corpus) {
+        const auto baseItems = ticketcheck::ItemSignatures(base.doc.get());
+        for (const auto& delta : corpus) {
+            const auto deltaItems = ticketcheck::ItemSignatures(delta.doc.get());
+            for (EPrintTicketScope scope : {kPTPageScope, kPTDocumentScope, kPTJobScope}) {
+                SCOPED_TRACE(base.name + " <- " + delta.name + " at " +
+                             platform::PrintTicketScopeName(scope));
+                auto baseStream = StreamOf(base.bytes);
+                auto deltaStream = StreamOf(delta.bytes);
+                CComPtr<IStream> result;
+                ASSERT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, &result), S_OK);
+                BSTR error = nullptr;
+                ASSERT_EQ(PTMergeAndValidatePrintTicket(provider, baseStream, deltaStream, scope,
+                                                        result, &error),
+                          S_PT_NO_CONFLICT);
+                ASSERT_EQ(error, nullptr);
+                ++merges;
+
+                const std::string xml = Contents(result);
+                std::string problem;
+                auto merged = ticketcheck::ParseStrict(xml, &problem);
+                ASSERT_NE(merged, nullptr) << problem << "\n" << xml;
+                std::string bad;
+                EXPECT_TRUE(ticketcheck::AllQNamesResolve(xmlDocGetRootElement(merged.get()), &bad))
+                    << bad;
+                if (xml.find("xmlns:ns0000_1=") != std::string::npos) ++renamedPrefixes;
+                const auto items = ticketcheck::ItemSignatures(merged.get());
+
+                // In-scope delta items win, whatever prefixes either ticket used.
+                std::size_t expected = baseItems.size();
+                for (const auto& [key, signature] : deltaItems) {
+                    const std::string local = key.substr(key.find('}') + 1);
+                    const bool inBase = baseItems.count(key) != 0;
+                    if (InScope(local, scope)) {
+                        ASSERT_TRUE(items.count(key)) << key;
+                        EXPECT_EQ(items.at(key), signature) << key;
+                        if (inBase) ++replaced;
+                        if (!inBase) ++expected;
+                    } else if (!inBase) {
+                        EXPECT_EQ(items.count(key), 0u) << "out of scope, yet taken: " << key;
+                    }
+                }
+                // Everything else of the base, private features included, is kept as it was.
+                for (const auto& [key, signature] : baseItems) {
+                    ASSERT_TRUE(items.count(key)) << "lost " << key;
+                    const std::string local = key.substr(key.find('}') + 1);
+                    if (!(deltaItems.count(key) && InScope(local, scope))) {
+                        EXPECT_EQ(items.at(key), signature) << key;
+                    }
+                }
+                EXPECT_EQ(items.size(), expected);
+                EXPECT_EQ(ticketcheck::RootItems(merged.get()).size(), items.size())
+                    << "no item appears twice";
+            }
+        }
+    }
+    EXPECT_EQ(PTCloseProvider(provider), S_OK);
+    EXPECT_EQ(merges, static_cast<int>(corpus.size() * corpus.size() * 3));
+    EXPECT_GT(replaced, 0) << "the corpus exercises replacement";
+    EXPECT_GT(renamedPrefixes, 0) << "the corpus binds ns0000 to two namespaces";
+}
+
 TEST(PrintTicketScopes, ParseAndName) {
     EPrintTicketScope scope = kPTJobScope;
-    EXPECT_TRUE(platform::ParsePrintTicketScope("page", &scope));
-    EXPECT_EQ(scope, kPTPageScope);
-    EXPECT_TRUE(platform::ParsePrintTicketScope("Document", &scope));
-    EXPECT_EQ(scope, kPTDocumentScope);
-    EXPECT_TRUE(platform::ParsePrintTicketScope("JOB", &scope));
-    EXPECT_EQ(scope, kPTJobScope);
+    for (auto [text, expected] :
+         {std::pair{"page", kPTPageScope}, {"Document", kPTDocumentScope}, {"JOB", kPTJobScope}}) {
+        EXPECT_TRUE(platform::ParsePrintTicketScope(text, &scope));
+        EXPECT_EQ(scope, expected) << text;
+    }
     EXPECT_FALSE(platform::ParsePrintTicketScope("pages", &scope));
     EXPECT_FALSE(platform::ParsePrintTicketScope("", &scope));
     EXPECT_FALSE(platform::ParsePrintTicketScope("job", nullptr));

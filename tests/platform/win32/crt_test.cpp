@@ -1,5 +1,5 @@
 // Tests of the Microsoft runtime functions: the bounded formatters' return and termination
-// contract, and _wtoi/_wtol.
+// contract, _wtoi/_wtol and the ASCII-only case-insensitive compares.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -27,9 +27,7 @@ TEST(Vsnprintf, TerminationAndReturnFollowTheMicrosoftRuntime) {
         EXPECT_EQ(_snprintf(buffer, row.capacity, "%s", row.text), row.returned);
         EXPECT_EQ(std::memcmp(buffer, row.buffer, 5), 0);
     }
-}
-
-TEST(Vsnprintf, SizeQueryAndBadArguments) {
+    // Size queries and bad arguments.
     EXPECT_EQ(_snprintf(nullptr, 0, "%s-%d", "ab", 12), 5);
     EXPECT_EQ(_snprintf(nullptr, 4, "x"), -1);
     char buffer[8] = "junk";
@@ -38,35 +36,34 @@ TEST(Vsnprintf, SizeQueryAndBadArguments) {
     EXPECT_EQ(errno, EINVAL);
     EXPECT_STREQ(buffer, "");
     EXPECT_EQ(_snprintf(buffer, sizeof buffer, nullptr), -1);
-}
-
-TEST(Vsnwprintf, CountsWideCharacters) {
-    wchar_t buffer[6];
-    EXPECT_EQ(_snwprintf(buffer, 6, L"%s=%d", L"ab", 7), 4);
-    EXPECT_STREQ(buffer, L"ab=7");
-    EXPECT_EQ(_snwprintf(buffer, 3, L"%S", "abcd"), -1);
-    EXPECT_EQ(std::wmemcmp(buffer, L"abc", 3), 0);
+    // The wide form counts wide characters.
+    wchar_t wide[6];
+    EXPECT_EQ(_snwprintf(wide, 6, L"%s=%d", L"ab", 7), 4);
+    EXPECT_STREQ(wide, L"ab=7");
+    EXPECT_EQ(_snwprintf(wide, 3, L"%S", "abcd"), -1);
+    EXPECT_EQ(std::wmemcmp(wide, L"abc", 3), 0);
     EXPECT_EQ(_snwprintf(nullptr, 0, L"%s", L"\x263A\x263A"), 2);
 }
 
-TEST(Wtoi, ParsesLikeTheMicrosoftRuntime) {
-    EXPECT_EQ(_wtoi(L"  -42abc"), -42);
-    EXPECT_EQ(_wtoi(L"+17"), 17);
-    EXPECT_EQ(_wtoi(L"abc"), 0);
-    EXPECT_EQ(_wtoi(L""), 0);
-    EXPECT_EQ(_wtoi(L"\t\n 8"), 8);
+TEST(Wtoi, ParsesAndSaturatesLikeTheMicrosoftRuntime) {
+    const struct {
+        const wchar_t* text;
+        int expected;
+    } rows[] = {{L"  -42abc", -42},
+                {L"+17", 17},
+                {L"abc", 0},
+                {L"", 0},
+                {L"\t\n 8", 8},
+                {L"-2147483648", INT_MIN},
+                {L"2147483647", INT_MAX}};
+    for (const auto& row : rows) EXPECT_EQ(_wtoi(row.text), row.expected);
     errno = 0;
     EXPECT_EQ(_wtoi(nullptr), 0);
     EXPECT_EQ(errno, EINVAL);
-}
-
-TEST(Wtoi, OutOfRangeSaturates) {
     errno = 0;
     EXPECT_EQ(_wtoi(L"99999999999"), INT_MAX);
     EXPECT_EQ(errno, ERANGE);
     EXPECT_EQ(_wtol(L"-99999999999999999999999"), INT_MIN);
-    EXPECT_EQ(_wtoi(L"-2147483648"), INT_MIN);
-    EXPECT_EQ(_wtoi(L"2147483647"), INT_MAX);
     EXPECT_EQ(_wtoi64(L"-9223372036854775808"), LLONG_MIN);
     EXPECT_EQ(_atoi64("9223372036854775808"), LLONG_MAX);
 }

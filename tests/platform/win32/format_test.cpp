@@ -33,21 +33,15 @@ std::wstring W(const wchar_t* format, ...) {
 
 }  // namespace
 
-TEST(FormatEngine, WideFormatTakesWideStringsForLowerCaseS) {
+TEST(FormatEngine, StringAndCharacterConversions) {
     EXPECT_EQ(W(L"[%s]", L"wide"), L"[wide]");
     EXPECT_EQ(W(L"[%S]", "narrow"), L"[narrow]");
     EXPECT_EQ(W(L"[%hs|%ls|%ws]", "h", L"l", L"w"), L"[h|l|w]");
     EXPECT_EQ(W(L"%c%C", L'\x263A', 'x'), L"\x263Ax");
-}
-
-TEST(FormatEngine, NarrowFormatTakesWideStringsForUpperCaseS) {
     EXPECT_EQ(N("[%s]", "narrow"), "[narrow]");
     EXPECT_EQ(N("[%S]", L"wide \x00E9"), "[wide \xC3\xA9]");  // UTF-8 output
     EXPECT_EQ(N("[%hS|%lS]", "h", L"l"), "[h|l]");
     EXPECT_EQ(N("%c%C", 'a', L'\x00E9'), "a\xC3\xA9");
-}
-
-TEST(FormatEngine, NarrowTextBecomesWideThroughUtf8) {
     EXPECT_EQ(W(L"%S", "caf\xC3\xA9"), L"caf\x00E9");
     // Malformed UTF-8 is repaired, not dropped.
     EXPECT_EQ(W(L"%S",
@@ -55,25 +49,23 @@ TEST(FormatEngine, NarrowTextBecomesWideThroughUtf8) {
                 "b"),
               L"a\xFFFD"
               L"b");
-}
-
-TEST(FormatEngine, NullStringPointersPrintNull) {
     EXPECT_EQ(N("%s|%S", static_cast<const char*>(nullptr), static_cast<const wchar_t*>(nullptr)),
               "(null)|(null)");
     EXPECT_EQ(W(L"%s", static_cast<const wchar_t*>(nullptr)), L"(null)");
     EXPECT_EQ(N("%.3s", static_cast<const char*>(nullptr)), "(nu");
+    // "é" is two bytes; a precision of 2 keeps "a" only rather than half a character.
+    EXPECT_EQ(N("%.2s", "a\xC3\xA9"), "a");
+    EXPECT_EQ(N("%.2S", L"\x00E9\x00E9\x00E9"), "\xC3\xA9\xC3\xA9");
+    EXPECT_EQ(N("a%cb", 0), std::string("a\0b", 3));  // character zero is kept
 }
 
-TEST(FormatEngine, LongIntegersAre32Bit) {
+TEST(FormatEngine, NumbersFlagsAndWidths) {
     // A 64-bit value passed for %ld is read as 32 bits, as Windows' long is.
     EXPECT_EQ(N("%ld", static_cast<std::int64_t>(0x100000005LL)), "5");
     EXPECT_EQ(N("%lu", 0xFFFFFFFFu), "4294967295");
     EXPECT_EQ(N("%ld", -1), "-1");
     EXPECT_EQ(N("%lx", 0xDEADBEEFu), "deadbeef");
     EXPECT_EQ(W(L"%ld", -42), L"-42");
-}
-
-TEST(FormatEngine, SizedIntegers) {
     EXPECT_EQ(N("%I64d", static_cast<long long>(-9000000000LL)), "-9000000000");
     EXPECT_EQ(N("%lld", static_cast<long long>(9000000000LL)), "9000000000");
     EXPECT_EQ(N("%I64X", 0x123456789ABCDEFull), "123456789ABCDEF");
@@ -81,9 +73,6 @@ TEST(FormatEngine, SizedIntegers) {
               "1099511627776|7");
     EXPECT_EQ(N("%I32d", -5), "-5");
     EXPECT_EQ(N("%hd|%hhu", 70000, 258), "4464|2");
-}
-
-TEST(FormatEngine, FlagsWidthPrecisionAndStar) {
     EXPECT_EQ(N("[%5d|%-5d|%05d|%+d|% d]", 42, 42, 42, 42, 42), "[   42|42   |00042|+42| 42]");
     EXPECT_EQ(N("[%*d|%-*d|%.*f]", 4, 7, 3, 7, 2, 3.14159), "[   7|7  |3.14]");
     EXPECT_EQ(N("[%*s]", -4, "a"), "[a   ]");
@@ -93,22 +82,10 @@ TEST(FormatEngine, FlagsWidthPrecisionAndStar) {
     EXPECT_EQ(W(L"[%5s|%-5s]", L"ab", L"ab"), L"[   ab|ab   ]");
     EXPECT_EQ(N("%#x|%#o", 255u, 8u), "0xff|010");
     EXPECT_EQ(N("100%%"), "100%");
-}
-
-TEST(FormatEngine, PrecisionNeverSplitsAUtf8Sequence) {
-    // "é" is two bytes; a precision of 2 keeps "a" only rather than half a character.
-    EXPECT_EQ(N("%.2s", "a\xC3\xA9"), "a");
-    EXPECT_EQ(N("%.2S", L"\x00E9\x00E9\x00E9"), "\xC3\xA9\xC3\xA9");
-}
-
-TEST(FormatEngine, FloatingPointAndPointers) {
     EXPECT_EQ(N("%.3f|%e|%g", 1.5, 12345.678, 0.0001), "1.500|1.234568e+04|0.0001");
     EXPECT_EQ(W(L"%.1f", 2.25), L"2.2");
     EXPECT_EQ(N("%p", reinterpret_cast<void*>(0xABCDEF)), "0000000000ABCDEF");
     EXPECT_EQ(N("%Lf", static_cast<long double>(0.5)), "0.500000");
-}
-
-TEST(FormatEngine, NumbersIgnoreTheProcessLocale) {
     const char* previous = std::setlocale(LC_NUMERIC, nullptr);
     std::string saved = previous != nullptr ? previous : "C";
     // A locale with a decimal comma, where one is installed; the result must not change.
@@ -117,12 +94,6 @@ TEST(FormatEngine, NumbersIgnoreTheProcessLocale) {
     }
     EXPECT_EQ(N("%.2f", 1.25), "1.25");
     std::setlocale(LC_NUMERIC, saved.c_str());
-}
-
-TEST(FormatEngine, CharacterZeroIsKept) {
-    std::string out;
-    ASSERT_TRUE(FormatNarrow(out, "a%cb", 0));
-    EXPECT_EQ(out, std::string("a\0b", 3));
 }
 
 TEST(FormatEngine, FormatErrorsStopAndReportFailure) {

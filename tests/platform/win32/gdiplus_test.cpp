@@ -3,7 +3,7 @@
 
 #include "platform/win32/gdiplus.h"
 
-TEST(Gdiplus, StartupIssuesATokenThatShutdownTakesBack) {
+TEST(Gdiplus, StartupShutdownAndBadStartups) {
     int active = platform::GdiplusActiveSessions();
     Gdiplus::GdiplusStartupInput input;
     EXPECT_EQ(input.GdiplusVersion, 1u);
@@ -18,11 +18,9 @@ TEST(Gdiplus, StartupIssuesATokenThatShutdownTakesBack) {
     Gdiplus::GdiplusShutdown(token);  // a second time: ignored
     Gdiplus::GdiplusShutdown(0);
     EXPECT_EQ(platform::GdiplusIgnoredShutdowns(), ignored + 2);
-}
 
-TEST(Gdiplus, BadStartups) {
-    Gdiplus::GdiplusStartupInput input;
-    ULONG_PTR token = 77;
+    // Bad start-ups.
+    token = 77;
     input.GdiplusVersion = 4;
     EXPECT_EQ(Gdiplus::GdiplusStartup(&token, &input, nullptr), Gdiplus::UnsupportedGdiplusVersion);
     EXPECT_EQ(token, 0u);

@@ -7,7 +7,7 @@
 
 #include "platform/win32/kernel.h"
 
-TEST(LastError, IsPerThread) {
+TEST(LastError, IsPerThreadAndInterlockedFollowsWindows) {
     SetLastError(ERROR_ACCESS_DENIED);
     DWORD seenOnOtherThread = 99;
     std::thread([&] {
@@ -16,9 +16,8 @@ TEST(LastError, IsPerThread) {
     }).join();
     EXPECT_EQ(seenOnOtherThread, 0u);
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-}
 
-TEST(Interlocked, ReturnValuesFollowWindows) {
+    // Interlocked operations return what Windows returns.
     LONG value = 5;
     EXPECT_EQ(InterlockedIncrement(&value), 6);
     EXPECT_EQ(InterlockedDecrement(&value), 5);

@@ -17,7 +17,7 @@ namespace {
 // the platform library links).
 constexpr const char* kLibrary = "libbz2.so.1.0";
 
-TEST(ModulesTest, ProgramAndKernel32) {
+TEST(ModulesTest, ProgramKernel32AndHandlesFromAddresses) {
     HMODULE program = GetModuleHandleA(nullptr);
     ASSERT_NE(program, nullptr);
     char path[4096];
@@ -35,9 +35,8 @@ TEST(ModulesTest, ProgramAndKernel32) {
     EXPECT_EQ(reinterpret_cast<void*>(function), reinterpret_cast<void*>(&GetModuleHandleExA));
     GetModuleFileNameA(kernel, path, sizeof path);
     EXPECT_NE(std::string(path).find("libfuplatform"), std::string::npos);
-}
 
-TEST(ModulesTest, HandleFromAddressAndName) {
+    // A handle from an address and from a name.
     HMODULE fromAddress = nullptr;
     ASSERT_TRUE(GetModuleHandleExA(
         GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
@@ -45,11 +44,24 @@ TEST(ModulesTest, HandleFromAddressAndName) {
     EXPECT_EQ(fromAddress, GetModuleHandleW(L"kernel32.dll"));
     // The base address is where the module's ELF header is mapped.
     EXPECT_EQ(std::memcmp(fromAddress, "\177ELF", 4), 0);
-    char path[4096];
     GetModuleFileNameA(fromAddress, path, sizeof path);
     std::string name = std::string(path).substr(std::string(path).rfind('/') + 1);
     EXPECT_EQ(GetModuleHandleA(name.c_str()), fromAddress);
     EXPECT_EQ(GetModuleHandleA(path), fromAddress);  // a full path compares whole
+
+    // The file name is cut to the buffer.
+    length = GetModuleFileNameA(nullptr, path, sizeof path);
+    ASSERT_GT(length, 8u);
+    char small[8];
+    std::memset(small, 'x', sizeof small);
+    EXPECT_EQ(GetModuleFileNameA(nullptr, small, sizeof small), sizeof small);
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    EXPECT_EQ(small[7], '\0');
+    EXPECT_EQ(std::string(small), std::string(path, 7));
+    // Exactly fitting (the length plus its NUL) is not cut.
+    std::string exact(length + 1, 'x');
+    EXPECT_EQ(GetModuleFileNameA(nullptr, exact.data(), length + 1), length);
+    EXPECT_EQ(GetModuleFileNameA(nullptr, small, 0), 0u);
 }
 
 TEST(ModulesTest, LoadReferenceAndFree) {
@@ -103,22 +115,6 @@ TEST(ModulesTest, BadArgumentsAreRejected) {
     EXPECT_EQ(module, nullptr);
     EXPECT_FALSE(GetModuleHandleExA(0x80, nullptr, &module));
     EXPECT_FALSE(GetModuleHandleExA(0, nullptr, nullptr));
-}
-
-TEST(ModulesTest, FileNameIsCutToTheBuffer) {
-    char full[4096];
-    DWORD length = GetModuleFileNameA(nullptr, full, sizeof full);
-    ASSERT_GT(length, 8u);
-    char small[8];
-    std::memset(small, 'x', sizeof small);
-    EXPECT_EQ(GetModuleFileNameA(nullptr, small, sizeof small), sizeof small);
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(small[7], '\0');
-    EXPECT_EQ(std::string(small), std::string(full, 7));
-    // Exactly fitting (the length plus its NUL) is not cut.
-    std::string exact(length + 1, 'x');
-    EXPECT_EQ(GetModuleFileNameA(nullptr, exact.data(), length + 1), length);
-    EXPECT_EQ(GetModuleFileNameA(nullptr, small, 0), 0u);
 }
 
 }  // namespace

@@ -45,11 +45,14 @@ protected:
         std::ofstream(m_root / name / "printer.ini", std::ios::binary) << ini;
     }
 
+    static int Caps(const wchar_t* printer, WORD index, void* out = nullptr) {
+        return DeviceCapabilitiesW(printer, nullptr, index, static_cast<LPWSTR>(out), nullptr);
+    }
+
     std::vector<_tag_FormsInfoRec> Forms(const wchar_t* printer) {
-        int count = DeviceCapabilitiesW(printer, nullptr, DC_PRIVATE_FORMS, nullptr, nullptr);
+        int count = Caps(printer, DC_PRIVATE_FORMS);
         std::vector<_tag_FormsInfoRec> forms(static_cast<std::size_t>(count) + 10);
-        int written = DeviceCapabilitiesW(printer, nullptr, DC_PRIVATE_FORMS,
-                                          reinterpret_cast<LPWSTR>(forms.data()), nullptr);
+        int written = Caps(printer, DC_PRIVATE_FORMS, forms.data());
         EXPECT_EQ(written, count);
         forms.resize(static_cast<std::size_t>(written));
         return forms;
@@ -76,7 +79,7 @@ const char kOfficePrinter[] =
     "Custom size=25008,256,0001,0001,5002\n"
     "Odd kind=12345,300,1500,1500,0\n";
 
-TEST_F(PrintersTest, FormListAsTheDriverReportsIt) {
+TEST_F(PrintersTest, FormsAndMarginsAsTheDriverReportsThem) {
     WritePrinter("Office", kOfficePrinter);
     std::vector<_tag_FormsInfoRec> forms = Forms(L"Office");
     ASSERT_EQ(forms.size(), 5u);
@@ -97,12 +100,7 @@ TEST_F(PrintersTest, FormListAsTheDriverReportsIt) {
         EXPECT_EQ(form.padding, 0);
         EXPECT_EQ(form.reserved, 0u);
     }
-}
-
-TEST_F(PrintersTest, FormRecordIsTheWireLayout) {
-    WritePrinter("Office", kOfficePrinter);
-    std::vector<_tag_FormsInfoRec> forms = Forms(L"Office");
-    ASSERT_FALSE(forms.empty());
+    // The record is the wire layout.
     const auto* bytes = reinterpret_cast<const unsigned char*>(&forms[0]);
     EXPECT_EQ(bytes[0] | (bytes[1] << 8), 9);
     EXPECT_EQ(bytes[4] | (bytes[5] << 8), 2100);
@@ -112,38 +110,26 @@ TEST_F(PrintersTest, FormRecordIsTheWireLayout) {
     EXPECT_EQ(bytes[24], 'A');
     EXPECT_EQ(bytes[26], '4');
     EXPECT_EQ(bytes[28], 0);
-}
-
-TEST_F(PrintersTest, MarginsInMicronsLeftTopRightBottom) {
-    WritePrinter("Office", kOfficePrinter);
+    // Margins in microns: left, top, right, bottom.
     LONG margins[4] = {-1, -1, -1, -1};
-    EXPECT_EQ(DeviceCapabilitiesW(L"Office", nullptr, DC_PRIVATE_MARGINS,
-                                  reinterpret_cast<LPWSTR>(margins), nullptr),
-              1);
-    EXPECT_EQ(margins[0], 4233);
-    EXPECT_EQ(margins[1], 5000);
-    EXPECT_EQ(margins[2], 4233);
-    EXPECT_EQ(margins[3], 6000);
+    EXPECT_EQ(Caps(L"Office", DC_PRIVATE_MARGINS, margins), 1);
+    EXPECT_EQ(std::vector<LONG>(margins, margins + 4), (std::vector<LONG>{4233, 5000, 4233, 6000}));
 }
 
 TEST_F(PrintersTest, UnknownPrinterHasNoFormsAndZeroMargins) {
-    EXPECT_EQ(DeviceCapabilitiesW(L"Nobody", nullptr, DC_PRIVATE_FORMS, nullptr, nullptr), 0);
+    EXPECT_EQ(Caps(L"Nobody", DC_PRIVATE_FORMS), 0);
     EXPECT_TRUE(Forms(L"Nobody").empty());
     LONG margins[4] = {7, 7, 7, 7};
-    EXPECT_EQ(DeviceCapabilitiesW(L"Nobody", nullptr, DC_PRIVATE_MARGINS,
-                                  reinterpret_cast<LPWSTR>(margins), nullptr),
-              0);
+    EXPECT_EQ(Caps(L"Nobody", DC_PRIVATE_MARGINS, margins), 0);
     EXPECT_EQ(margins[0] | margins[1] | margins[2] | margins[3], 0);
-    EXPECT_EQ(DeviceCapabilitiesW(L"Nobody", nullptr, DC_PAPERS, nullptr, nullptr), -1);
+    EXPECT_EQ(Caps(L"Nobody", DC_PAPERS), -1);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PRINTER_NAME);
     // Names that are not plain directory names, and no name at all.
     WritePrinter("Office", kOfficePrinter);
-    EXPECT_EQ(DeviceCapabilitiesW(L"../Office", nullptr, DC_PRIVATE_FORMS, nullptr, nullptr), 0);
-    EXPECT_EQ(DeviceCapabilitiesW(L"..", nullptr, DC_PRIVATE_FORMS, nullptr, nullptr), 0);
-    EXPECT_EQ(DeviceCapabilitiesW(nullptr, nullptr, DC_PRIVATE_FORMS, nullptr, nullptr), 0);
-    EXPECT_EQ(DeviceCapabilitiesW(nullptr, nullptr, DC_PRIVATE_MARGINS,
-                                  reinterpret_cast<LPWSTR>(margins), nullptr),
-              0);
+    EXPECT_EQ(Caps(L"../Office", DC_PRIVATE_FORMS), 0);
+    EXPECT_EQ(Caps(L"..", DC_PRIVATE_FORMS), 0);
+    EXPECT_EQ(Caps(nullptr, DC_PRIVATE_FORMS), 0);
+    EXPECT_EQ(Caps(nullptr, DC_PRIVATE_MARGINS, margins), 0);
 }
 
 TEST_F(PrintersTest, CorruptConfigurationKeepsWhatItCanRead) {
@@ -175,10 +161,8 @@ TEST_F(PrintersTest, CorruptConfigurationKeepsWhatItCanRead) {
     EXPECT_EQ(configuration.rejectedForms.size(), 8u);
     EXPECT_NE(debugOutput.find("form ignored"), std::string::npos);
     EXPECT_NE(debugOutput.find("TooFew=25001,9,2100"), std::string::npos);
-    EXPECT_EQ(configuration.margins[0], 0);
-    EXPECT_EQ(configuration.margins[1], 0);
-    EXPECT_EQ(configuration.margins[2], -5);
-    EXPECT_EQ(configuration.margins[3], 0);
+    EXPECT_EQ(std::vector<LONG>(configuration.margins, configuration.margins + 4),
+              (std::vector<LONG>{0, 0, -5, 0}));
     EXPECT_EQ(configuration.horizontalResolution, kDefaultPrinterResolution);
     EXPECT_EQ(configuration.verticalResolution, kDefaultPrinterResolution);
 }
@@ -190,7 +174,7 @@ TEST_F(PrintersTest, BinaryGarbageIsAPrinterWithoutSettings) {
     platform::PrinterConfiguration configuration = platform::ReadPrinterConfiguration(L"Garbage");
     EXPECT_TRUE(configuration.known);
     EXPECT_TRUE(configuration.forms.empty());
-    EXPECT_EQ(DeviceCapabilitiesW(L"Garbage", nullptr, DC_PRIVATE_FORMS, nullptr, nullptr), 0);
+    EXPECT_EQ(Caps(L"Garbage", DC_PRIVATE_FORMS), 0);
     // A printer directory without a printer.ini is known too, with defaults.
     fs::create_directories(m_root / "Bare");
     EXPECT_TRUE(platform::ReadPrinterConfiguration(L"Bare").known);
@@ -198,22 +182,19 @@ TEST_F(PrintersTest, BinaryGarbageIsAPrinterWithoutSettings) {
 
 TEST_F(PrintersTest, PublicPaperIndicesLeaveOutTheCustomSizeEntry) {
     WritePrinter("Office", kOfficePrinter);
-    ASSERT_EQ(DeviceCapabilitiesW(L"Office", nullptr, DC_PAPERS, nullptr, nullptr), 4);
+    ASSERT_EQ(Caps(L"Office", DC_PAPERS), 4);
     WORD papers[4] = {};
-    DeviceCapabilitiesW(L"Office", nullptr, DC_PAPERS, reinterpret_cast<LPWSTR>(papers), nullptr);
-    EXPECT_EQ(papers[0], 9);
-    EXPECT_EQ(papers[3], 300);
+    EXPECT_EQ(Caps(L"Office", DC_PAPERS, papers), 4);
+    EXPECT_EQ(std::vector<WORD>(papers, papers + 4), (std::vector<WORD>{9, 1, 258, 300}));
     POINT sizes[4] = {};
-    EXPECT_EQ(DeviceCapabilitiesW(L"Office", nullptr, DC_PAPERSIZE, reinterpret_cast<LPWSTR>(sizes),
-                                  nullptr),
-              4);
+    EXPECT_EQ(Caps(L"Office", DC_PAPERSIZE, sizes), 4);
     EXPECT_EQ(sizes[1].x, 2159);
     EXPECT_EQ(sizes[1].y, 2794);
     std::vector<wchar_t> names(4 * 64, L'#');
-    EXPECT_EQ(DeviceCapabilitiesW(L"Office", nullptr, DC_PAPERNAMES, names.data(), nullptr), 4);
+    EXPECT_EQ(Caps(L"Office", DC_PAPERNAMES, names.data()), 4);
     EXPECT_EQ(std::wstring(names.data() + 64), L"Letter");
     EXPECT_EQ(names[64 + 63], L'\0');
-    EXPECT_EQ(DeviceCapabilitiesW(L"Office", nullptr, 9999, nullptr, nullptr), -1);
+    EXPECT_EQ(Caps(L"Office", 9999), -1);
     EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
 }
 
@@ -222,15 +203,11 @@ TEST_F(PrintersTest, ResolutionFromTheConfigurationOrTheDefault) {
     WritePrinter("Plain", "[Printer]\nDriverName=Plain\n");
     WritePrinter("Square", "[Printer]\nResolution=300\n");
     LONG resolution[2] = {};
-    EXPECT_EQ(DeviceCapabilitiesW(L"Office", nullptr, DC_ENUMRESOLUTIONS,
-                                  reinterpret_cast<LPWSTR>(resolution), nullptr),
-              1);
-    EXPECT_EQ(resolution[0], 600);
-    EXPECT_EQ(resolution[1], 1200);
-    DeviceCapabilitiesW(L"Plain", nullptr, DC_ENUMRESOLUTIONS, reinterpret_cast<LPWSTR>(resolution),
-                        nullptr);
-    EXPECT_EQ(resolution[0], kDefaultPrinterResolution);
-    EXPECT_EQ(resolution[1], kDefaultPrinterResolution);
+    EXPECT_EQ(Caps(L"Office", DC_ENUMRESOLUTIONS, resolution), 1);
+    EXPECT_EQ(std::vector<LONG>(resolution, resolution + 2), (std::vector<LONG>{600, 1200}));
+    Caps(L"Plain", DC_ENUMRESOLUTIONS, resolution);
+    EXPECT_EQ(std::vector<LONG>(resolution, resolution + 2),
+              std::vector<LONG>(2, kDefaultPrinterResolution));
 
     HDC office = CreateICW(L"WINSPOOL", L"Office", nullptr, nullptr);
     HDC square = CreateICW(nullptr, L"Square", nullptr, nullptr);
@@ -255,51 +232,32 @@ TEST_F(PrintersTest, ResolutionFromTheConfigurationOrTheDefault) {
 TEST_F(PrintersTest, PrinterDriverDirectory) {
     char directory[512];
     DWORD needed = 0;
-    ASSERT_TRUE(GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(directory),
-                                           sizeof directory, &needed));
+    auto query = [&](char* server, DWORD level, char* out, DWORD size) {
+        return GetPrinterDriverDirectoryA(server, nullptr, level, reinterpret_cast<LPBYTE>(out),
+                                          size, &needed);
+    };
+    ASSERT_TRUE(query(nullptr, 1, directory, sizeof directory));
     EXPECT_EQ(std::string(directory), (m_root / "drivers").string());
     EXPECT_EQ(needed, std::string(directory).size() + 1);
 
     ScopedEnvironment configured("FU_PRINTER_DRIVER_DIRECTORY", std::string("/opt/drivers/x64/"));
-    ASSERT_TRUE(GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(directory),
-                                           sizeof directory, &needed));
+    ASSERT_TRUE(query(nullptr, 1, directory, sizeof directory));
     EXPECT_STREQ(directory, "/opt/drivers/x64");
     EXPECT_EQ(needed, 17u);
-
     char small[16];
-    EXPECT_FALSE(GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<LPBYTE>(small),
-                                            sizeof small, &needed));
+    EXPECT_FALSE(query(nullptr, 1, small, sizeof small));
     EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
     EXPECT_EQ(needed, 17u);
-    EXPECT_FALSE(GetPrinterDriverDirectoryA(
-        nullptr, nullptr, 2, reinterpret_cast<LPBYTE>(directory), sizeof directory, &needed));
+    EXPECT_FALSE(query(nullptr, 2, directory, sizeof directory));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_LEVEL);
     char server[] = "\\\\elsewhere";
-    EXPECT_FALSE(GetPrinterDriverDirectoryA(server, nullptr, 1, reinterpret_cast<LPBYTE>(directory),
-                                            sizeof directory, &needed));
+    EXPECT_FALSE(query(server, 1, directory, sizeof directory));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_NAME);
 }
 
 TEST_F(PrintersTest, RegistryDefaultsToTheSystemLocation) {
     ScopedEnvironment unset("FU_PRINTER_REGISTRY", std::nullopt);
     EXPECT_EQ(platform::PrinterRegistryDirectory(), "/etc/xpsfilter/printers");
-}
-
-TEST_F(PrintersTest, SamplePrinterOfTheSamplesFolder) {
-    ScopedEnvironment samples("FU_PRINTER_REGISTRY",
-                              std::string(FU_SOURCE_DIR) + "/samples/printers");
-    platform::PrinterConfiguration sample =
-        platform::ReadPrinterConfiguration(L"Zorun Sample Printer");
-    ASSERT_TRUE(sample.known);
-    EXPECT_EQ(sample.driverName, L"Zorun Universal XPS");
-    EXPECT_TRUE(sample.rejectedForms.empty());
-    EXPECT_GE(sample.forms.size(), 6u);
-    std::vector<DWORD> kinds;
-    for (const _tag_FormsInfoRec& form : sample.forms) kinds.push_back(form.kind);
-    for (DWORD kind : {25001u, 25002u, 25003u, 25004u, 25005u, 25008u}) {
-        EXPECT_NE(std::find(kinds.begin(), kinds.end(), kind), kinds.end()) << kind;
-    }
-    EXPECT_GT(sample.margins[0], 0);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // an unchanged file is parsed once, and every kind of change is seen by the next read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -57,7 +58,7 @@ TEST_F(ProfileCache, FreshFileIsReadAgainUntilSettled) {
     EXPECT_GT(platform::ProfileFilesParsed(), before);
 }
 
-TEST_F(ProfileCache, ChangesToACachedFileAreSeen) {
+TEST_F(ProfileCache, ChangesRemovalsAndRecreationsAreSeen) {
     const std::wstring file = Write("change.ini", "[s]\nk=1\n");
     Settle();
     EXPECT_EQ(Value(file, L"s", L"k"), L"1");
@@ -75,20 +76,18 @@ TEST_F(ProfileCache, ChangesToACachedFileAreSeen) {
     fs::rename(m_directory / "next.ini", m_directory / "change.ini");
     EXPECT_EQ(Value(file, L"s", L"k"), L"3");
     EXPECT_EQ(GetPrivateProfileIntW(L"s", L"n", 7, file.c_str()), 7u);
-}
 
-TEST_F(ProfileCache, RemovedAndRecreatedFile) {
-    const std::wstring file = Write("gone.ini", "[s]\nk=1\n");
+    // A removed file is missing at once, cached or not; recreated, it is read again.
     Settle();
-    EXPECT_EQ(Value(file, L"s", L"k"), L"1");
-    fs::remove(m_directory / "gone.ini");
+    EXPECT_EQ(Value(file, L"s", L"k"), L"3");
+    fs::remove(m_directory / "change.ini");
     EXPECT_EQ(Value(file, L"s", L"k"), L"<none>");
     EXPECT_EQ(GetPrivateProfileIntW(L"s", L"k", 9, file.c_str()), 9u);
-    Write("gone.ini", "[s]\nk=4\n");
+    Write("change.ini", "[s]\nk=4\n");
     EXPECT_EQ(Value(file, L"s", L"k"), L"4");
     // A directory in the file's place is a missing file, cached or not.
-    fs::remove(m_directory / "gone.ini");
-    fs::create_directory(m_directory / "gone.ini");
+    fs::remove(m_directory / "change.ini");
+    fs::create_directory(m_directory / "change.ini");
     EXPECT_EQ(Value(file, L"s", L"k"), L"<none>");
 }
 
@@ -108,9 +107,7 @@ TEST_F(ProfileCache, ManyFilesKeepTheirOwnValues) {
     }
     // The same file by a path spelt with '\' shares nothing wrong with the '/' spelling.
     std::wstring windowsStyle = files[5];
-    for (auto& c : windowsStyle) {
-        if (c == L'/') c = L'\\';
-    }
+    std::replace(windowsStyle.begin(), windowsStyle.end(), L'/', L'\\');
     EXPECT_EQ(GetPrivateProfileIntW(L"s", L"k", -1, windowsStyle.c_str()), 15u);
 }
 

@@ -44,7 +44,7 @@ protected:
     std::filesystem::path m_registry;
 };
 
-TEST_F(Spooler, OpenAndClose) {
+TEST_F(Spooler, OpenCloseAndDriverInfoBufferContract) {
     wchar_t name[] = L"P1";
     HANDLE printer = nullptr;
     ASSERT_TRUE(OpenPrinterW(name, &printer, nullptr));
@@ -59,11 +59,8 @@ TEST_F(Spooler, OpenAndClose) {
     EXPECT_EQ(printer, nullptr);
     EXPECT_FALSE(OpenPrinterW(name, nullptr, nullptr));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-}
 
-TEST_F(Spooler, DriverInfoBufferContract) {
-    wchar_t name[] = L"P1";
-    HANDLE printer = nullptr;
+    // The driver information follows the buffer contract.
     ASSERT_TRUE(OpenPrinterW(name, &printer, nullptr));
     DWORD needed = 0;
     EXPECT_FALSE(GetPrinterDriverW(printer, nullptr, 1, nullptr, 0, &needed));

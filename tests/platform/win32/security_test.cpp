@@ -22,45 +22,28 @@ TEST(Tokens, ImpersonateAndRevert) {
     EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &threadToken));
     EXPECT_EQ(GetLastError(), ERROR_NO_TOKEN);
     EXPECT_EQ(threadToken, nullptr);
-    EXPECT_TRUE(CloseHandle(token));
-}
 
-TEST(Tokens, ImpersonationIsPerThread) {
-    HANDLE token = nullptr;
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_IMPERSONATE, &token));
+    // Impersonation is per thread, and the thread keeps its token after the handle closes.
     ASSERT_TRUE(ImpersonateLoggedOnUser(token));
     bool otherImpersonating = true;
     std::thread([&] { otherImpersonating = platform::IsThreadImpersonating(); }).join();
     EXPECT_FALSE(otherImpersonating);
+    EXPECT_TRUE(CloseHandle(token));
+    EXPECT_TRUE(platform::IsThreadImpersonating());
     EXPECT_TRUE(RevertToSelf());
     EXPECT_FALSE(platform::IsThreadImpersonating());
-    CloseHandle(token);
+    // A closed token cannot be impersonated.
+    EXPECT_FALSE(SetThreadToken(nullptr, token));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
-TEST(Tokens, AHandleThatIsNoTokenCannotBeImpersonated) {
+TEST(Tokens, BadArguments) {
     SetLastError(0);
     int notAHandle = 0;
     EXPECT_FALSE(SetThreadToken(nullptr, &notAHandle));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
     EXPECT_FALSE(platform::IsThreadImpersonating());
-    HANDLE token = nullptr;
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token));
-    CloseHandle(token);
-    EXPECT_FALSE(SetThreadToken(nullptr, token));  // closed
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
     EXPECT_FALSE(ImpersonateLoggedOnUser(nullptr));
-}
-
-TEST(Tokens, ThreadKeepsItsTokenAfterTheHandleCloses) {
-    HANDLE token = nullptr;
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_ALL_ACCESS, &token));
-    ASSERT_TRUE(SetThreadToken(nullptr, token));
-    CloseHandle(token);
-    EXPECT_TRUE(platform::IsThreadImpersonating());
-    RevertToSelf();
-}
-
-TEST(Tokens, BadArguments) {
     HANDLE token = nullptr;
     EXPECT_FALSE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, nullptr));
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);

@@ -9,7 +9,7 @@
 #include "platform/win32/kernel.h"
 #include "platform/win32/shlwapi.h"
 
-TEST(PathFileExists, FilesAndDirectories) {
+TEST(PathFileExists, FilesDirectoriesAndNativePaths) {
     std::filesystem::path dir = std::filesystem::path(FU_BINARY_DIR) / "shlwapi_test" / "sub";
     std::filesystem::create_directories(dir);
     std::ofstream(dir / "f\xC3\xA9.ini") << "x";
@@ -23,9 +23,8 @@ TEST(PathFileExists, FilesAndDirectories) {
     EXPECT_FALSE(PathFileExistsW(nullptr));
     EXPECT_FALSE(PathFileExistsW(L""));
     std::filesystem::remove_all(dir.parent_path());
-}
 
-TEST(PathFileExists, NativePathTurnsBackslashes) {
+    // The native path turns backslashes.
     EXPECT_EQ(platform::ToNativePath(L"a\\b\\c.ini"), "a/b/c.ini");
     EXPECT_EQ(platform::ToNativePath(static_cast<const wchar_t*>(nullptr)), "");
 }
