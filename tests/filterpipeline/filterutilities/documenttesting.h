@@ -10,6 +10,7 @@
 #include <libxml/xpathInternals.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -185,6 +186,35 @@ std::wstring ThrownFunction(F&& f) {
 
 inline std::string Utf8(const wchar_t* text) {
     return text == nullptr ? std::string() : platform::WideToUtf8(text);
+}
+
+// The name of a common HRESULT, else its value in hexadecimal.
+inline std::string HresultName(HRESULT hr) {
+    const std::pair<HRESULT, const char*> names[] = {
+        {S_OK, "S_OK"},           {S_FALSE, "S_FALSE"},           {E_FAIL, "E_FAIL"},
+        {E_POINTER, "E_POINTER"}, {E_INVALIDARG, "E_INVALIDARG"}, {kNotFound, "NOT_FOUND"}};
+    for (const auto& [value, name] : names) {
+        if (value == hr) return name;
+    }
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
+    return text;
+}
+
+// The outcome of `call` as one comparable text: what `output()` makes of its outputs when it
+// returns S_OK; for another HRESULT "returned " and its name, then " with " and the outputs when
+// any were set; "threw " and the name when it throws a ZorunComException.
+template <class Call, class Output>
+std::string Outcome(Call&& call, Output&& output) {
+    HRESULT hr = S_OK;
+    try {
+        hr = call();
+    } catch (const ZorunComException& e) {
+        return "threw " + HresultName(e.GetHresult());
+    }
+    const std::string text = output();
+    if (hr == S_OK) return text;
+    return "returned " + HresultName(hr) + (text.empty() ? "" : " with " + text);
 }
 
 inline std::string XmlOf(const PrintSchemaXmlDocument& document) {
