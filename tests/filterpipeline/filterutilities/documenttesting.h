@@ -24,66 +24,32 @@
 #include "platform/com/unicode.h"
 #include "support/utilities/exceptions.h"
 
-// Reaches the documents' protected and private members (the classes befriend it).
+// Reaches the documents' protected and private members (the classes befriend it): each call
+// forwards its arguments to the member of the same name (CreateTypedProperty to CreateProperty,
+// CreateScoredPropertyWithChild to CreateScoredProperty).
 class PrintSchemaTestAccess {
 public:
-    static HRESULT GetNode(PrintSchemaXmlDocument& d, const wchar_t* xpath, IXMLDOMNode** node) {
-        return d.GetNode(xpath, node);
+#define FU_FORWARD(Name, Member)                \
+    template <class D, class... A>              \
+    static HRESULT Name(D& d, A&&... a) {       \
+        return d.Member(std::forward<A>(a)...); \
     }
-    static HRESULT GetNodes(PrintSchemaXmlDocument& d, const wchar_t* name, IXMLDOMNodeList** l) {
-        return d.GetNodes(name, l);
-    }
-    static HRESULT GetNodeValue(PrintSchemaXmlDocument& d, const wchar_t* xpath, BSTR* value) {
-        return d.GetNodeValue(xpath, value);
-    }
-    static HRESULT GetAttributeValue(PrintSchemaXmlDocument& d, const IXMLDOMNode* node,
-                                     const wchar_t* name, BSTR* value) {
-        return d.GetAttributeValue(node, name, value);
-    }
-    static HRESULT GetPrefixFromURI(PrintSchemaXmlDocument& d, const wchar_t* uri, BSTR* prefix) {
-        return d.GetPrefixFromURI(uri, prefix);
-    }
-    static HRESULT CreateXMLElement(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                    const wchar_t* uri, IXMLDOMElement** element) {
-        return d.CreateXMLElement(name, uri, element);
-    }
-    static HRESULT AppendXMLAttribute(PrintSchemaXmlDocument& d, IXMLDOMElement* element,
-                                      const wchar_t* name, const wchar_t* uri,
-                                      const wchar_t* value) {
-        return d.AppendXMLAttribute(element, name, uri, value);
-    }
-    static HRESULT CreateTypedProperty(PrintSchemaXmlDocument& d,
-                                       PrintSchema::MsPrintTicketNamespacesEnum ns,
-                                       const wchar_t* name, const wchar_t* value,
-                                       const wchar_t* type, IXMLDOMElement** out) {
-        return d.CreateProperty(ns, name, value, type, out);
-    }
-    static HRESULT CreateStringScoredProperty(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                              const wchar_t* value, IXMLDOMElement** out) {
-        return d.CreateStringScoredProperty(name, value, out);
-    }
-    static HRESULT CreateIntegerScoredProperty(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                               int value, IXMLDOMElement** out) {
-        return d.CreateIntegerScoredProperty(name, value, out);
-    }
-    static HRESULT CreateRealScoredProperty(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                            float value, IXMLDOMElement** out) {
-        return d.CreateRealScoredProperty(name, value, out);
-    }
-    static HRESULT CreateScoredPropertyWithChild(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                                 IXMLDOMNode* child, IXMLDOMElement** out) {
-        return d.CreateScoredProperty(name, child, out);
-    }
-    static HRESULT StripKeywordNamespace(PrintTicketXmlDocument& d, BSTR* text) {
-        return d.StripKeywordNamespace(text);
-    }
-    static HRESULT DeleteNodeList(PrintTicketXmlDocument& d, IXMLDOMNodeList* list) {
-        return d.DeleteNodeList(list);
-    }
-    static HRESULT DeleteParamInitOrphans(PrintTicketXmlDocument& d, IXMLDOMNodeList* refs,
-                                          IXMLDOMNodeList* inits) {
-        return d.DeleteParamInitOrphans(refs, inits);
-    }
+    FU_FORWARD(GetNode, GetNode)
+    FU_FORWARD(GetNodes, GetNodes)
+    FU_FORWARD(GetNodeValue, GetNodeValue)
+    FU_FORWARD(GetAttributeValue, GetAttributeValue)
+    FU_FORWARD(GetPrefixFromURI, GetPrefixFromURI)
+    FU_FORWARD(CreateXMLElement, CreateXMLElement)
+    FU_FORWARD(AppendXMLAttribute, AppendXMLAttribute)
+    FU_FORWARD(CreateTypedProperty, CreateProperty)
+    FU_FORWARD(CreateStringScoredProperty, CreateStringScoredProperty)
+    FU_FORWARD(CreateIntegerScoredProperty, CreateIntegerScoredProperty)
+    FU_FORWARD(CreateRealScoredProperty, CreateRealScoredProperty)
+    FU_FORWARD(CreateScoredPropertyWithChild, CreateScoredProperty)
+    FU_FORWARD(StripKeywordNamespace, StripKeywordNamespace)
+    FU_FORWARD(DeleteNodeList, DeleteNodeList)
+    FU_FORWARD(DeleteParamInitOrphans, DeleteParamInitOrphans)
+#undef FU_FORWARD
 };
 
 namespace documenttesting {
