@@ -4,7 +4,6 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -182,21 +181,19 @@ public:
     int setTicketCalls = 0;
 };
 
-class Sequence final : public TicketHolder<IFixedDocumentSequence> {
+// A sequence or document fake named by its fixed URI.
+template <class Kind, const wchar_t* Uri>
+class NamedHolder final : public TicketHolder<Kind> {
 public:
     HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(L"/FixedDocumentSequence.fdseq");
+        *uri = SysAllocString(Uri);
         return S_OK;
     }
 };
-
-class Document final : public TicketHolder<IFixedDocument> {
-public:
-    HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(L"/Documents/1/FixedDocument.fdoc");
-        return S_OK;
-    }
-};
+inline constexpr wchar_t kSequenceUri[] = L"/FixedDocumentSequence.fdseq";
+inline constexpr wchar_t kDocumentUri[] = L"/Documents/1/FixedDocument.fdoc";
+using Sequence = NamedHolder<IFixedDocumentSequence, kSequenceUri>;
+using Document = NamedHolder<IFixedDocument, kDocumentUri>;
 
 class Page final : public TicketHolder<IFixedPage> {
 public:
@@ -286,25 +283,18 @@ public:
     }
 
     std::vector<std::string> sent;
-    std::vector<CComPtr<IUnknown>> sentParts;
     std::vector<CComPtr<IUnknown>> newParts;
     std::vector<CComPtr<WriteStream>> newStreams;
     int newPartCalls = 0;
     int closeCalls = 0;
     bool refuseNewParts = false;
-    HRESULT sendResult = S_OK;
 
 private:
-    HRESULT Record(const char* kind, IUnknown* part) {
+    HRESULT Record(const char* kind, IUnknown*) {
         sent.emplace_back(kind);
-        sentParts.emplace_back(part);
-        return sendResult;
+        return S_OK;
     }
 };
-
-}  // namespace fakes
-
-namespace fakes {
 
 // A sample per-user default ticket.
 inline constexpr char kDefaultTicket[] =
@@ -342,27 +332,25 @@ public:
         if (found == m_values.end()) return E_INVALIDARG;
         return VariantCopy(value, &found->second);
     }
-    BOOL DeleteProperty(const wchar_t* name) override { return m_values.erase(name) ? TRUE : FALSE; }
+    BOOL DeleteProperty(const wchar_t* name) override {
+        return m_values.erase(name) ? TRUE : FALSE;
+    }
 
     // Fills the five keys a filter reads.
-    void FillJobProperties(const std::string& ticketXml = kDefaultTicket,
-                           HANDLE token = nullptr) {
+    void FillJobProperties(const std::string& ticketXml = kDefaultTicket, HANDLE token = nullptr) {
         CComPtr<IUnknown> factory;
         factory.Attach(static_cast<IPrintReadStreamFactory*>(new TicketStreamFactory(ticketXml)));
-        CComVariant ticket(factory.p);
-        AddProperty(L"PerUserPrintTicket", &ticket);
-        CComVariant name(L"Test Printer");
-        AddProperty(L"PrinterName", &name);
-        CComVariant user;
-        user.vt = VT_BYREF;
+        CComVariant user, handle;
+        user.vt = handle.vt = VT_BYREF;
         user.byref = token;
-        AddProperty(L"UserSecurityToken", &user);
-        CComVariant job(42u);
-        AddProperty(L"PrintJobId", &job);
-        CComVariant handle;
-        handle.vt = VT_BYREF;
         handle.byref = reinterpret_cast<void*>(0x1234);
-        AddProperty(L"PrinterHandle", &handle);
+        const std::pair<const wchar_t*, CComVariant> values[] = {
+            {L"PerUserPrintTicket", CComVariant(factory.p)},
+            {L"PrinterName", CComVariant(L"Test Printer")},
+            {L"UserSecurityToken", user},
+            {L"PrintJobId", CComVariant(42u)},
+            {L"PrinterHandle", handle}};
+        for (const auto& [name, value] : values) AddProperty(name, &value);
     }
 
     int reads = 0;
@@ -385,12 +373,11 @@ public:
     int finishedCalls = 0;
 };
 
-// Yields a scripted list of parts, then null; `onFetch` runs before each fetch.
+// Yields a scripted list of parts, then null, unless fetching is set to fail.
 class Provider final : public platform::ComObject<IXpsDocumentProvider> {
 public:
     HRESULT GetXpsPart(IUnknown** part) override {
         ++fetches;
-        if (onFetch) onFetch(fetches);
         if (FAILED(fetchResult)) return fetchResult;
         if (m_next >= parts.size()) {
             *part = nullptr;
@@ -399,7 +386,6 @@ public:
         return parts[m_next++].CopyTo(part);
     }
     std::vector<CComPtr<IUnknown>> parts;
-    std::function<void(int)> onFetch;
     HRESULT fetchResult = S_OK;
     int fetches = 0;
 
@@ -411,17 +397,13 @@ private:
 class Communicator final : public platform::ComObject<IInterFilterCommunicator> {
 public:
     HRESULT RequestReader(void** reader) override {
-        if (FAILED(readerResult)) return readerResult;
         return reader_.CopyTo(reinterpret_cast<IUnknown**>(reader));
     }
     HRESULT RequestWriter(void** writer) override {
-        if (FAILED(writerResult)) return writerResult;
         return writer_.CopyTo(reinterpret_cast<IUnknown**>(writer));
     }
     CComPtr<IUnknown> reader_;
     CComPtr<IUnknown> writer_;
-    HRESULT readerResult = S_OK;
-    HRESULT writerResult = S_OK;
 };
 
 }  // namespace fakes
