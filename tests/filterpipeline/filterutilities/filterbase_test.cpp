@@ -7,14 +7,9 @@
 #include "support/errorframe/errorframe.h"
 #include "support/utilities/exceptions.h"
 
-namespace {
+using fakes::Make;
 
-template <class T>
-CComPtr<T> Make() {
-    CComPtr<T> p;
-    p.Attach(new T());
-    return p;
-}
+namespace {
 
 // Exposes FilterBase's protected operations; StartOperation does nothing.
 class PlainFilter : public FilterBase {

@@ -136,6 +136,14 @@ public:
     HRESULT SetImageContent(const wchar_t*) override { return S_OK; }
 };
 
+// A new object of a fake class, held.
+template <class T, class... Args>
+CComPtr<T> Make(Args&&... args) {
+    CComPtr<T> made;
+    made.Attach(new T(std::forward<Args>(args)...));
+    return made;
+}
+
 inline CComPtr<TicketPart> MakeTicket(const std::wstring& uri, const std::string& xml) {
     CComPtr<TicketPart> part;
     part.Attach(new TicketPart(uri, xml));

@@ -6,6 +6,8 @@
 #include "filterpipeline/filterutilities/resourcecopier.h"
 #include "pipelinefakes.h"
 
+using fakes::Make;
+
 namespace {
 
 class FontWriter : public IResWriter {
@@ -34,13 +36,6 @@ class Cache : public CFileResourceCache {
 public:
     using CFileResourceCache::Cached;
 };
-
-template <class T>
-CComPtr<T> Make() {
-    CComPtr<T> p;
-    p.Attach(new T());
-    return p;
-}
 
 }  // namespace
 
