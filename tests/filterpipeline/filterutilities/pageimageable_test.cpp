@@ -96,8 +96,9 @@ TEST_F(PageImageableTest, ImageableAreaPerOrientationPrinterAndEdgeToEdge) {
         {L"Portrait", kNoDevmode, "Hostile", {210000, 297000, INT_MIN, INT_MAX, 210000, 297002}},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << (row.printer ? row.printer : "<null>") << " "
-                                        << documenttesting::Utf8(row.orientation) << " edge " << row.edge);
+        SCOPED_TRACE(testing::Message()
+                     << (row.printer ? row.printer : "<null>") << " "
+                     << documenttesting::Utf8(row.orientation) << " edge " << row.edge);
         std::optional<ScopedEnvironment> sample;
         if (row.printer == kSamplePrinter) sample.emplace("FU_PRINTER_REGISTRY", SampleRegistry());
         UseTicket(row.orientation, row.edge);

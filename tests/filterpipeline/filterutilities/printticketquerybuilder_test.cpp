@@ -30,39 +30,29 @@ TEST(PrintTicketQueryBuilder, StepsBuildTheExpectedQuery) {
         std::function<void(Builder&)> steps;
         const wchar_t* expected;
     } rows[] = {
-        {"feature, option, value", nullptr,
-         [](Builder& b) {
+        // clang-format off
+        {"feature, option, value", nullptr, [](Builder& b) {
              b.AddFeature(L"psk:", L"PageMediaSize");
-             b.AddChildOptionName(L"psk:", L"NorthAmericaLetter");
-             b.AddValue();
-         },
+             b.AddChildOptionName(L"psk:", L"NorthAmericaLetter"), b.AddValue(); },
          L"//psf:Feature[@name = \"psk:PageMediaSize\"]"
          L"/psf:Option[@name = \"psk:NorthAmericaLetter\"]/psf:Value"},
-        {"empty or null name prefix", nullptr,
-         [](Builder& b) {
-             b.AddFeature(L"", L"psk:JobCopiesAllDocuments");
-             b.AddParameterRef(nullptr, L"ns0000:Param");
-         },
-         L"//psf:Feature[@name = \"psk:JobCopiesAllDocuments\"]"
-         L"//psf:ParameterRef[@name = \"ns0000:Param\"]"},
-        {"option union after a feature", nullptr,
-         [](Builder& b) {
-             b.AddFeature(L"psk:", L"PageMediaSize");
-             b.AddOption(L"psk:");
-         },
+        {"empty or null name prefix", nullptr, [](Builder& b) {
+             b.AddFeature(L"", L"psk:JobCopies"), b.AddParameterRef(nullptr, L"ns0000:Param"); },
+         L"//psf:Feature[@name = \"psk:JobCopies\"]//psf:ParameterRef[@name = \"ns0000:Param\"]"},
+        {"option union after a feature", nullptr, [](Builder& b) {
+             b.AddFeature(L"psk:", L"PageMediaSize"), b.AddOption(L"psk:"); },
          L"//psf:Feature[@name = \"psk:PageMediaSize\"]/psf:Option | "
          L"//psf:Feature[@name = \"psk:PageMediaSize\"]"
          L"/psf:ScoredProperty[@name = \"psk:OptionName\"]/psf:Value"},
-        {"option union on an empty query", nullptr,
-         [](Builder& b) { b.AddOption(L"PageOrientation"); },
-         L"/psf:Option | /psf:ScoredProperty[@name = \"PageOrientationOptionName\"]/psf:Value"},
-        {"initial query extended", L".",
-         [](Builder& b) { b.AddChildOptionName(L"psk:", L"ISOA4"); },
-         L"./psf:Option[@name = \"psk:ISOA4\"]"},
+        {"option union on an empty query", nullptr, [](Builder& b) { b.AddOption(L"Orientation"); },
+         L"/psf:Option | /psf:ScoredProperty[@name = \"OrientationOptionName\"]/psf:Value"},
+        {"initial query extended", L".", [](Builder& b) { b.AddChildOptionName(L"psk:", L"A4"); },
+         L"./psf:Option[@name = \"psk:A4\"]"},
         {"nothing added", nullptr, [](Builder&) {}, L"<null>"},
         {"cleared", nullptr, [](Builder& b) { b.AddValue(), b.Clear(); }, L"<null>"},
         {"added after clearing", nullptr, [](Builder& b) { b.AddValue(), b.Clear(), b.AddValue(); },
          L"/psf:Value"},
+        // clang-format on
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
