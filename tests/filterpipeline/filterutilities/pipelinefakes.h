@@ -15,6 +15,17 @@
 
 namespace fakes {
 
+// Stores `value` in `*out` and succeeds: the body of the fakes' getters.
+template <class T, class V>
+HRESULT Give(T* out, V value) {
+    *out = value;
+    return S_OK;
+}
+inline HRESULT GiveText(BSTR* out, const wchar_t* text) {
+    return Give(out, SysAllocString(text));
+}
+using Compression = EXpsCompressionOptions;
+
 // A read stream over a byte string.
 class ReadStream final : public platform::ComObject<IPrintReadStream> {
 public:
@@ -82,21 +93,14 @@ public:
     Part(std::wstring uri, std::string content)
         : uri(std::move(uri)), content(std::move(content)) {}
 
-    HRESULT GetUri(BSTR* out) override {
-        if (failGetUri) return E_FAIL;
-        *out = SysAllocString(uri.c_str());
-        return S_OK;
-    }
+    HRESULT GetUri(BSTR* out) override { return failGetUri ? E_FAIL : GiveText(out, uri.c_str()); }
     HRESULT GetStream(IPrintReadStream** stream) override {
         ++streamsOpened;
         *stream = new ReadStream(written != nullptr ? written->bytes : content);
         return S_OK;
     }
-    HRESULT GetPartCompression(EXpsCompressionOptions* compression) override {
-        *compression = Compression_Normal;
-        return S_OK;
-    }
-    HRESULT SetPartCompression(EXpsCompressionOptions) override { return S_OK; }
+    HRESULT GetPartCompression(Compression* c) override { return Give(c, Compression_Normal); }
+    HRESULT SetPartCompression(Compression) override { return S_OK; }
 
     std::wstring uri;
     std::string content;
@@ -117,10 +121,9 @@ using TicketPart = Part<IPartPrintTicket>;
 class FontPart final : public Part<IPartFont> {
 public:
     using Part::Part;
-    HRESULT GetFontProperties(BSTR* contentType, EXpsFontOptions* options) override {
-        *contentType = SysAllocString(L"application/vnd.ms-opentype");
+    HRESULT GetFontProperties(BSTR* type, EXpsFontOptions* options) override {
         *options = Font_Normal;
-        return S_OK;
+        return GiveText(type, L"application/vnd.ms-opentype");
     }
     HRESULT SetFontContent(const wchar_t*) override { return S_OK; }
     HRESULT SetFontOptions(EXpsFontOptions) override { return S_OK; }
@@ -129,10 +132,7 @@ public:
 class ImagePart final : public Part<IPartImage> {
 public:
     using Part::Part;
-    HRESULT GetImageProperties(BSTR* contentType) override {
-        *contentType = SysAllocString(L"image/png");
-        return S_OK;
-    }
+    HRESULT GetImageProperties(BSTR* type) override { return GiveText(type, L"image/png"); }
     HRESULT SetImageContent(const wchar_t*) override { return S_OK; }
 };
 
@@ -174,11 +174,8 @@ template <class Kind>
 class TicketHolder : public platform::ComObject<Kind> {
 public:
     HRESULT GetPrintTicket(IPartPrintTicket** out) override {
-        if (ticket == nullptr) {
-            *out = nullptr;
-            return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
-        }
-        return ticket.CopyTo(out);
+        *out = nullptr;
+        return ticket ? ticket.CopyTo(out) : HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
     }
     HRESULT SetPrintTicket(IPartPrintTicket* fresh) override {
         ticket = fresh;
@@ -193,10 +190,7 @@ public:
 template <class Kind, const wchar_t* Uri>
 class NamedHolder final : public TicketHolder<Kind> {
 public:
-    HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(Uri);
-        return S_OK;
-    }
+    HRESULT GetUri(BSTR* uri) override { return GiveText(uri, Uri); }
 };
 inline constexpr wchar_t kSequenceUri[] = L"/FixedDocumentSequence.fdseq";
 inline constexpr wchar_t kDocumentUri[] = L"/Documents/1/FixedDocument.fdoc";
@@ -205,19 +199,10 @@ using Document = NamedHolder<IFixedDocument, kDocumentUri>;
 
 class Page final : public TicketHolder<IFixedPage> {
 public:
-    HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(L"/Documents/1/Pages/1.fpage");
-        return S_OK;
-    }
-    HRESULT GetStream(IPrintReadStream** stream) override {
-        *stream = new ReadStream(markup);
-        return S_OK;
-    }
-    HRESULT GetPartCompression(EXpsCompressionOptions* c) override {
-        *c = Compression_Normal;
-        return S_OK;
-    }
-    HRESULT SetPartCompression(EXpsCompressionOptions) override { return S_OK; }
+    HRESULT GetUri(BSTR* uri) override { return GiveText(uri, L"/Documents/1/Pages/1.fpage"); }
+    HRESULT GetStream(IPrintReadStream** s) override { return Give(s, new ReadStream(markup)); }
+    HRESULT GetPartCompression(Compression* c) override { return Give(c, Compression_Normal); }
+    HRESULT SetPartCompression(Compression) override { return S_OK; }
     HRESULT GetPagePart(const wchar_t*, IUnknown**) override { return E_NOTIMPL; }
     HRESULT GetWriteStream(IPrintWriteStream**) override { return E_NOTIMPL; }
     HRESULT SetPagePart(IUnknown* part) override {
@@ -247,15 +232,13 @@ protected:
 // Records what it is sent; GetNewEmptyPart makes parts of the asked kind with a recording stream.
 class Consumer final : public platform::ComObject<IXpsDocumentConsumer> {
 public:
-    HRESULT SendXpsUnknown(IUnknown* part) override { return Record("unknown", part); }
-    HRESULT SendXpsDocument(IXpsDocument* part) override { return Record("document", part); }
-    HRESULT SendFixedDocumentSequence(IFixedDocumentSequence* part) override {
-        return Record("sequence", part);
+    HRESULT SendXpsUnknown(IUnknown*) override { return Record("unknown"); }
+    HRESULT SendXpsDocument(IXpsDocument*) override { return Record("document"); }
+    HRESULT SendFixedDocumentSequence(IFixedDocumentSequence*) override {
+        return Record("sequence");
     }
-    HRESULT SendFixedDocument(IFixedDocument* part) override {
-        return Record("fixeddocument", part);
-    }
-    HRESULT SendFixedPage(IFixedPage* part) override { return Record("page", part); }
+    HRESULT SendFixedDocument(IFixedDocument*) override { return Record("fixeddocument"); }
+    HRESULT SendFixedPage(IFixedPage*) override { return Record("page"); }
     HRESULT CloseSender() override {
         ++closeCalls;
         return S_OK;
@@ -298,7 +281,7 @@ public:
     bool refuseNewParts = false;
 
 private:
-    HRESULT Record(const char* kind, IUnknown*) {
+    HRESULT Record(const char* kind) {
         sent.emplace_back(kind);
         return S_OK;
     }
@@ -318,10 +301,7 @@ inline constexpr char kDefaultTicket[] =
 class TicketStreamFactory final : public platform::ComObject<IPrintReadStreamFactory> {
 public:
     explicit TicketStreamFactory(std::string xml) : m_xml(std::move(xml)) {}
-    HRESULT GetStream(IPrintReadStream** stream) override {
-        *stream = new ReadStream(m_xml);
-        return S_OK;
-    }
+    HRESULT GetStream(IPrintReadStream** s) override { return Give(s, new ReadStream(m_xml)); }
 
 private:
     std::string m_xml;
