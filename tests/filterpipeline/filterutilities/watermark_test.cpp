@@ -48,29 +48,24 @@ std::vector<std::string> Fields(const WatermarkData& w) {
     };
     const LOGFONTW& f = w.text.font;
     const std::u16string face(f.lfFaceName);
-    return {"type=" + to_string(w.type),
-            "number=" + to_string(w.number),
+    // clang-format off
+    return {"type=" + to_string(w.type), "number=" + to_string(w.number),
             "over=" + to_string(w.overContent),
             "paper=" + fixed(w.referencePaperWidth, 1) + "x" + fixed(w.referencePaperHeight, 1),
             "offset=" + fixed(w.xOffset, 1) + "," + fixed(w.yOffset, 1),
             "page=" + fixed(w.pageWidth, 2) + "x" + fixed(w.pageHeight, 2),
             "density=" + to_string(w.density),
             "resolution=" + to_string(w.resolutionX) + "x" + to_string(w.resolutionY),
-            "stamp=" + to_string(w.timeStampFormat),
-            "points=" + to_string(w.text.fontSizePoints),
-            "height=" + to_string(f.lfHeight),
-            "escapement=" + to_string(f.lfEscapement),
-            "weight=" + to_string(f.lfWeight),
-            "italic=" + to_string(f.lfItalic),
-            "underline=" + to_string(f.lfUnderline),
-            "strikeout=" + to_string(f.lfStrikeOut),
+            "stamp=" + to_string(w.timeStampFormat), "points=" + to_string(w.text.fontSizePoints),
+            "height=" + to_string(f.lfHeight), "escapement=" + to_string(f.lfEscapement),
+            "weight=" + to_string(f.lfWeight), "italic=" + to_string(f.lfItalic),
+            "underline=" + to_string(f.lfUnderline), "strikeout=" + to_string(f.lfStrikeOut),
             "charset=" + to_string(f.lfCharSet),
             "dpi=" + fixed(w.image.dpiX, 0) + "x" + fixed(w.image.dpiY, 0),
-            "scale=" + fixed(w.bitmapScale, 1),
-            "text=" + Text(w.text.text),
+            "scale=" + fixed(w.bitmapScale, 1), "text=" + Text(w.text.text),
             "face=" + Text(std::wstring(face.begin(), face.end()).c_str()),
-            "color=" + Text(w.text.color),
-            "bitmap=" + Text(w.image.bitmapPath)};
+            "color=" + Text(w.text.color), "bitmap=" + Text(w.image.bitmapPath)};
+    // clang-format on
 }
 
 // The fields of a watermark that differ from a default-constructed one.
@@ -127,62 +122,52 @@ TEST_F(WatermarkTest, SettingsFileSectionsAndKeys) {
         const char* name;
         const char* ini;  // null: no settings file
         long number;
-        long placement;
-        const char* resolution;  // the printer's, when it has one
-        std::string expected;    // the status, whether a watermark was found, and the changes
+        std::string expected;  // the status, whether a watermark was found, and the changes
+        long placement = ValueWatermarkBehindContent;
+        const char* resolution = nullptr;  // the printer's, when it has one
     } rows[] = {
+        // clang-format off
         {"text watermark",
          "[12]\nWatermark Type=0\nText=CONFIDENTIAL\nDENSITY=40\nPaperX_in10thMm=2100\n"
          "PaperY_in10thMm=2970\nXOffset=254\nYOffset=-127\nFontHeight=36\nFontEscapement=450\n"
          "FontWeight=700\nFontItalic=1\nFontUnderline=0\nFontStrikeOut=1\nFontCharSet=2\n"
-         "FontFaceName=Courier New\nRed=255\nGreen=0\nBlue=128\n",
-         12, ValueWatermarkOverContent, nullptr,
+         "FontFaceName=Courier New\nRed=255\nGreen=0\nBlue=128\n", 12,
          // 210 mm at 96 per inch, offsets of 25.4 and 12.7 mm, the ticket's media size, 36 points
          // at the default 600 dots per inch of an unknown printer.
          "S_OK found type=0 number=12 over=1 paper=793.7x1122.5 offset=96.0,-48.0 "
          "page=793.70x1122.52 density=40 resolution=600x600 points=36 height=-300 escapement=450 "
          "weight=700 italic=1 strikeout=1 charset=2 text=CONFIDENTIAL face=Courier New "
-         "color=#FF0080"},
+         "color=#FF0080", ValueWatermarkOverContent},
         {"the font height follows the printer's vertical resolution",
-         "[3]\nWatermark Type=0\nFontHeight=36\nText=x\n", 3, ValueWatermarkBehindContent,
-         "300x1200", "S_OK found type=0 number=3 resolution=300x1200 points=36 height=-600 text=x"},
+         "[3]\nWatermark Type=0\nFontHeight=36\nText=x\n", 3,
+         "S_OK found type=0 number=3 resolution=300x1200 points=36 height=-600 text=x",
+         ValueWatermarkBehindContent, "300x1200"},
         {"bitmap watermark, CRLF",
          "[7]\r\nWatermark Type=2\r\nBmpFile=C:\\marks\\logo.bmp\r\nScale=3\r\nDENSITY=60\r\n"
-         "XOffset=100\r\nText=ignored\r\n",
-         7, ValueWatermarkOverContentTransparent, nullptr,
+         "XOffset=100\r\nText=ignored\r\n", 7,
          "S_OK found type=2 number=7 over=1 offset=37.8,0.0 density=60 scale=3.0 "
-         "bitmap=C:\\marks\\logo.bmp"},
+         "bitmap=C:\\marks\\logo.bmp", ValueWatermarkOverContentTransparent},
         {"bitmap scale 0 is 1", "[7]\nWatermark Type=2\nBmpFile=logo.bmp\nScale=0\n", 7,
-         ValueWatermarkBehindContent, nullptr,
          "S_OK found type=2 number=7 scale=1.0 bitmap=logo.bmp"},
         {"byte-order mark, CRLF, non-ASCII text",
          "\xEF\xBB\xBF[5]\r\nWatermark Type=0\r\nText=Entwurf \xE2\x80\x93 vertraulich\r\n"
-         "FontFaceName=\xE6\x98\x8E\xE6\x9C\x9D\r\n",
-         5, ValueWatermarkBehindContent, nullptr,
+         "FontFaceName=\xE6\x98\x8E\xE6\x9C\x9D\r\n", 5,
          "S_OK found type=0 number=5 resolution=600x600 height=-600 "
          "text=Entwurf \xE2\x80\x93 vertraulich face=\xE6\x98\x8E\xE6\x9C\x9D"},
         // An absent type reads as 0, a text watermark; every other read gives its default.
-        {"no file", nullptr, 9, ValueWatermarkBehindContent, nullptr,
-         "S_OK found type=0 number=9 resolution=600x600 height=-600"},
+        {"no file", nullptr, 9, "S_OK found type=0 number=9 resolution=600x600 height=-600"},
         {"another section only", "[1]\nWatermark Type=2\nBmpFile=a.bmp\n", 9,
-         ValueWatermarkBehindContent, nullptr,
          "S_OK found type=0 number=9 resolution=600x600 height=-600"},
         {"a few keys", "[9]\nWatermark Type=0\nText=Hi\nGreen=255\n", 9,
-         ValueWatermarkBehindContent, nullptr,
          "S_OK found type=0 number=9 resolution=600x600 height=-600 text=Hi color=#00FF00"},
         // Negative and unknown types read nothing more.
-        {"type -1", "[4]\nWatermark Type=-1\nText=Nope\nDENSITY=80\n", 4,
-         ValueWatermarkBehindContent, nullptr, "S_OK found number=4"},
-        {"type 3", "[4]\nWatermark Type=3\nText=Nope\nDENSITY=80\n", 4, ValueWatermarkBehindContent,
-         nullptr, "S_OK found number=4"},
-        {"type 4", "[4]\nWatermark Type=4\nText=Nope\nDENSITY=80\n", 4, ValueWatermarkBehindContent,
-         nullptr, "S_OK found number=4"},
-        {"type 99", "[4]\nWatermark Type=99\nText=Nope\nDENSITY=80\n", 4,
-         ValueWatermarkBehindContent, nullptr, "S_OK found number=4"},
-        {"no private data", "[0]\nWatermark Type=0\nText=Zero\n", kNoPrivateData,
-         ValueWatermarkBehindContent, nullptr, "S_FALSE not found"},
-        {"no watermark selected", "[0]\nWatermark Type=0\nText=Zero\n", ValueUnspecified,
-         ValueWatermarkBehindContent, nullptr, "S_OK found"},
+        {"type -1", "[4]\nWatermark Type=-1\nText=Nope\nDENSITY=80\n", 4, "S_OK found number=4"},
+        {"type 3", "[4]\nWatermark Type=3\nText=Nope\nDENSITY=80\n", 4, "S_OK found number=4"},
+        {"type 4", "[4]\nWatermark Type=4\nText=Nope\nDENSITY=80\n", 4, "S_OK found number=4"},
+        {"type 99", "[4]\nWatermark Type=99\nText=Nope\nDENSITY=80\n", 4, "S_OK found number=4"},
+        {"no private data", "[0]\nWatermark Type=0\nText=0\n", kNoPrivateData, "S_FALSE not found"},
+        {"no watermark selected", "[0]\nWatermark Type=0\nText=0\n", ValueUnspecified, "S_OK found"},
+        // clang-format on
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
