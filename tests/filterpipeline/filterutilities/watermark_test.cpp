@@ -166,7 +166,7 @@ TEST_F(WatermarkTest, SettingsFileSectionsAndKeys) {
         {"type 4", "[4]\nWatermark Type=4\nText=Nope\nDENSITY=80\n", 4, "S_OK found number=4"},
         {"type 99", "[4]\nWatermark Type=99\nText=Nope\nDENSITY=80\n", 4, "S_OK found number=4"},
         {"no private data", "[0]\nWatermark Type=0\nText=0\n", kNoPrivateData, "S_FALSE not found"},
-        {"no watermark selected", "[0]\nWatermark Type=0\nText=0\n", ValueUnspecified, "S_OK found"},
+        {"none selected", "[0]\nWatermark Type=0\nText=0\n", ValueUnspecified, "S_OK found"},
         // clang-format on
     };
     for (const Row& row : rows) {
