@@ -62,20 +62,19 @@ inline const std::wstring kSchema = PrintSchema::XmlSchemaNamespaceUri;
 inline const std::wstring kInstance = PrintSchema::XmlSchemaInstanceNamespaceUri;
 inline const std::wstring kPrivate = PrintSchema::PrivateKeywordsNamespaceUri;
 
-// The usual declarations of a ticket or capabilities root: psf, psk, xsi, xsd.
-inline std::wstring StandardDeclarations() {
-    return L" xmlns:psf='" + kFramework + L"' xmlns:psk='" + kKeywords + L"' xmlns:xsi='" +
-           kInstance + L"' xmlns:xsd='" + kSchema + L"' version='1'";
+// A root element with the usual declarations (psf, psk, xsi, xsd), `extra` and `body`.
+inline std::wstring Root(const wchar_t* name, const std::wstring& body, const std::wstring& extra) {
+    return L"<psf:" + std::wstring(name) + L" xmlns:psf='" + kFramework + L"' xmlns:psk='" +
+           kKeywords + L"' xmlns:xsi='" + kInstance + L"' xmlns:xsd='" + kSchema +
+           L"' version='1'" + extra + L">" + body + L"</psf:" + name + L">";
 }
 
 inline std::wstring Ticket(const std::wstring& body, const std::wstring& extra = L"") {
-    return L"<psf:PrintTicket" + StandardDeclarations() + extra + L">" + body +
-           L"</psf:PrintTicket>";
+    return Root(L"PrintTicket", body, extra);
 }
 
 inline std::wstring Capabilities(const std::wstring& body, const std::wstring& extra = L"") {
-    return L"<psf:PrintCapabilities" + StandardDeclarations() + extra + L">" + body +
-           L"</psf:PrintCapabilities>";
+    return Root(L"PrintCapabilities", body, extra);
 }
 
 inline CComPtr<IXMLDOMDocument2> NewDom() {
@@ -234,11 +233,10 @@ private:
         if (!m_doc) return;
         std::unique_ptr<xmlXPathContext, decltype(&xmlXPathFreeContext)> context(
             xmlXPathNewContext(m_doc.get()), xmlXPathFreeContext);
-        const std::pair<const char*, std::wstring> bindings[] = {{"psf", kFramework},
-                                                                 {"psk", kKeywords},
-                                                                 {"xsi", kInstance},
-                                                                 {"xsd", kSchema},
-                                                                 {"zk", kPrivate}};
+        const std::pair<const char*, std::wstring> bindings[] = {
+            {"psf", kFramework}, {"psk", kKeywords}, {"xsi", kInstance},
+            {"xsd", kSchema},    {"zk", kPrivate},
+        };
         for (const auto& [prefix, uri] : bindings) {
             const std::string narrowUri = platform::WideToUtf8(uri);
             xmlXPathRegisterNs(context.get(), reinterpret_cast<const xmlChar*>(prefix),
