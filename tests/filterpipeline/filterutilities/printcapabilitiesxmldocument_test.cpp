@@ -157,62 +157,37 @@ TEST_F(PrintCapabilitiesDocumentTest, ParameterDefChildrenInOrder) {
               E_POINTER);
 }
 
-TEST_F(PrintCapabilitiesDocumentTest, ParameterDefLookupAndDeletion) {
-    CComPtr<IXMLDOMNode> def;
-    EXPECT_EQ(m_capabilities.GetParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments", &def),
-              S_OK);
-    EXPECT_EQ(m_capabilities.DeleteParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments"),
-              S_OK);
-    EXPECT_EQ(m_capabilities.DeleteParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments"),
-              S_FALSE);
-    CComPtr<IXMLDOMNode> none;
-    EXPECT_EQ(m_capabilities.GetParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments", &none),
-              S_FALSE);
-}
-
-TEST_F(PrintCapabilitiesDocumentTest, ChildOptionQueries) {
-    CComPtr<IXMLDOMNode> feature = Feature();
-    CComPtr<IXMLDOMNodeList> options = m_capabilities.GetChildOptionNodes(feature);
+TEST_F(PrintCapabilitiesDocumentTest, NodeRelativeQueriesAndReplacements) {
+    PrintCapabilitiesXmlDocument& c = m_capabilities;
+    CComPtr<IXMLDOMNode> feature = Feature(), def, none, option, absent;
     LONG count = 0;
-    options->get_length(&count);
+    c.GetChildOptionNodes(feature)->get_length(&count);
     EXPECT_EQ(count, 3);
-    CComPtr<IXMLDOMNode> option;
-    EXPECT_EQ(m_capabilities.GetChildOptionNodeIfExists(feature, L"psk:", L"ISOA5", &option), S_OK);
-    CComPtr<IXMLDOMNode> absent;
-    EXPECT_EQ(m_capabilities.GetChildOptionNodeIfExists(feature, L"psk:", L"ISOA0", &absent),
-              S_FALSE);
+    EXPECT_EQ(c.GetChildOptionNodeIfExists(feature, L"psk:", L"ISOA5", &option), S_OK);
+    EXPECT_EQ(c.GetChildOptionNodeIfExists(feature, L"psk:", L"ISOA0", &absent), S_FALSE);
     EXPECT_EQ(absent, nullptr);
-    EXPECT_EQ(ThrownHresult([&] { m_capabilities.GetChildOptionNodes(nullptr); }), E_POINTER);
-}
-
-TEST_F(PrintCapabilitiesDocumentTest, DisplayNameReplacement) {
-    CComPtr<IXMLDOMNode> feature = Feature();
-    EXPECT_EQ(m_capabilities.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA4",
-                                                                   L"A4 (210 x 297 mm)"),
-              S_OK);
-    const std::string before = XmlOf(m_capabilities);
-    EXPECT_EQ(
-        m_capabilities.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA5", L"A5"),
-        kNotFound);
-    EXPECT_EQ(
-        m_capabilities.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA0", L"A0"),
-        kNotFound);
-    EXPECT_EQ(XmlOf(m_capabilities), before);  // nothing changed
-    RawXml raw(before);
-    EXPECT_EQ(raw.Strings("//psf:Option[@name='psk:ISOA4']/psf:Property/psf:Value"),
-              std::vector<std::string>{"A4 (210 x 297 mm)"});
-    EXPECT_EQ(ThrownHresult([&] { m_capabilities.ReplaceDisplayNamePropertyValue(nullptr, L"x"); }),
-              E_INVALIDARG);
-}
-
-TEST_F(PrintCapabilitiesDocumentTest, ScoredPropertyBelowANode) {
-    CComPtr<IXMLDOMNode> feature = Feature();
-    EXPECT_EQ(m_capabilities.GetChildScoredPropertyValueAsInteger(feature, L"MediaSizeWidth"),
-              210000);
-    EXPECT_EQ(std::wstring(static_cast<const wchar_t*>(
-                  m_capabilities.GetChildScoredPropertyValueAsString(feature, L"PagesPerSheet"))),
-              L"2");
-    EXPECT_EQ(ThrownHresult(
-                  [&] { m_capabilities.GetChildScoredPropertyValueAsString(feature, L"Missing"); }),
+    EXPECT_EQ(ThrownHresult([&] { c.GetChildOptionNodes(nullptr); }), E_POINTER);
+    EXPECT_EQ(c.GetChildScoredPropertyValueAsInteger(feature, L"MediaSizeWidth"), 210000);
+    EXPECT_STREQ(c.GetChildScoredPropertyValueAsString(feature, L"PagesPerSheet"), L"2");
+    EXPECT_EQ(ThrownHresult([&] { c.GetChildScoredPropertyValueAsString(feature, L"Missing"); }),
               E_FAIL);
+
+    // Display names are replaced only where the Option has one.
+    EXPECT_EQ(c.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA4", L"A4 (210 mm)"),
+              S_OK);
+    const std::string before = XmlOf(c);
+    EXPECT_EQ(c.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA5", L"A5"),
+              kNotFound);
+    EXPECT_EQ(c.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA0", L"A0"),
+              kNotFound);
+    EXPECT_EQ(XmlOf(c), before);  // nothing changed
+    EXPECT_EQ(RawXml(before).Strings("//psf:Option[@name='psk:ISOA4']/psf:Property/psf:Value"),
+              Strings{"A4 (210 mm)"});
+    EXPECT_EQ(ThrownHresult([&] { c.ReplaceDisplayNamePropertyValue(nullptr, L"x"); }),
+              E_INVALIDARG);
+
+    EXPECT_EQ(c.GetParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments", &def), S_OK);
+    EXPECT_EQ(c.DeleteParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_OK);
+    EXPECT_EQ(c.DeleteParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_FALSE);
+    EXPECT_EQ(c.GetParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments", &none), S_FALSE);
 }
