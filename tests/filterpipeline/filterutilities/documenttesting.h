@@ -138,6 +138,10 @@ std::optional<HRESULT> ThrownHresult(F&& f) {
     return std::nullopt;
 }
 
+// Expects `statement` to throw a ZorunComException that carries `hr`.
+#define EXPECT_THROWS_HR(statement, hr) \
+    EXPECT_EQ(::documenttesting::ThrownHresult([&] { statement; }), hr)
+
 // Runs f; the qualified method name carried by the ZorunComException it throws ("" if none).
 template <class F>
 std::wstring ThrownFunction(F&& f) {

@@ -75,7 +75,7 @@ TEST(WideToUtf8, ConvertsWithoutBomOrTerminatorAndRefusesEmptyText) {
     }
     auto stream = NewWriteStream();
     EXPECT_EQ(ThrownHresult([] { CWideToUTF8 converter(nullptr); }), E_POINTER);
-    EXPECT_EQ(ThrownHresult([&] { CWideToUTF8::WriteToPrintStream(nullptr, stream); }), E_POINTER);
+    EXPECT_THROWS_HR(CWideToUTF8::WriteToPrintStream(nullptr, stream), E_POINTER);
 }
 
 TEST(SaxHandler, EscapesTheFiveEntityCharactersInOnePass) {

@@ -83,10 +83,8 @@ TEST_F(PrintCapabilitiesDocumentTest, FeatureAndOptionBuilders) {
     EXPECT_EQ(raw.Count("//psf:Option[@name='ns0000:Custom']/node()"), 0u);
     EXPECT_EQ(raw.Count("//psf:Option[@name='ns0000:Custom']/@constrained"), 0u);
     CComPtr<IXMLDOMElement> option;
-    EXPECT_EQ(ThrownHresult([&] { m_capabilities.CreateOption(L"A", L"", L"", L"", &option); }),
-              E_INVALIDARG);
-    EXPECT_EQ(ThrownHresult([&] { m_capabilities.CreateOption(L"", L"p:", L"", L"", &option); }),
-              E_INVALIDARG);
+    EXPECT_THROWS_HR(m_capabilities.CreateOption(L"A", L"", L"", L"", &option), E_INVALIDARG);
+    EXPECT_THROWS_HR(m_capabilities.CreateOption(L"", L"p:", L"", L"", &option), E_INVALIDARG);
 }
 
 // Integer, real (two decimals) and string ParameterDefs: their children in order; a Multiple of
@@ -145,16 +143,12 @@ TEST_F(PrintCapabilitiesDocumentTest, ParameterDefChildrenInOrder) {
                   row.properties);
     }
     CComPtr<IXMLDOMElement> def;
-    EXPECT_EQ(ThrownHresult([&] {
-                  m_capabilities.CreateIntegerParameterDef(L"psk:", L"", L"Optional", L"", 0, 0, 1,
-                                                           0, L"u", &def);
-              }),
-              E_INVALIDARG);
-    EXPECT_EQ(ThrownHresult([&] {
-                  m_capabilities.CreateRealParameterDef(L"psk:", L"R", L"Optional", L"", 0, 0, 1, 0,
-                                                        L"u", nullptr);
-              }),
-              E_POINTER);
+    EXPECT_THROWS_HR(m_capabilities.CreateIntegerParameterDef(L"psk:", L"", L"Optional", L"", 0, 0,
+                                                              1, 0, L"u", &def),
+                     E_INVALIDARG);
+    EXPECT_THROWS_HR(m_capabilities.CreateRealParameterDef(L"psk:", L"R", L"Optional", L"", 0, 0, 1,
+                                                           0, L"u", nullptr),
+                     E_POINTER);
 }
 
 TEST_F(PrintCapabilitiesDocumentTest, NodeRelativeQueriesAndReplacements) {
@@ -166,11 +160,10 @@ TEST_F(PrintCapabilitiesDocumentTest, NodeRelativeQueriesAndReplacements) {
     EXPECT_EQ(c.GetChildOptionNodeIfExists(feature, L"psk:", L"ISOA5", &option), S_OK);
     EXPECT_EQ(c.GetChildOptionNodeIfExists(feature, L"psk:", L"ISOA0", &absent), S_FALSE);
     EXPECT_EQ(absent, nullptr);
-    EXPECT_EQ(ThrownHresult([&] { c.GetChildOptionNodes(nullptr); }), E_POINTER);
+    EXPECT_THROWS_HR(c.GetChildOptionNodes(nullptr), E_POINTER);
     EXPECT_EQ(c.GetChildScoredPropertyValueAsInteger(feature, L"MediaSizeWidth"), 210000);
     EXPECT_STREQ(c.GetChildScoredPropertyValueAsString(feature, L"PagesPerSheet"), L"2");
-    EXPECT_EQ(ThrownHresult([&] { c.GetChildScoredPropertyValueAsString(feature, L"Missing"); }),
-              E_FAIL);
+    EXPECT_THROWS_HR(c.GetChildScoredPropertyValueAsString(feature, L"Missing"), E_FAIL);
 
     // Display names are replaced only where the Option has one.
     EXPECT_EQ(c.ReplaceOptionDisplayNamePropertyValue(feature, L"psk:", L"ISOA4", L"A4 (210 mm)"),
@@ -183,8 +176,7 @@ TEST_F(PrintCapabilitiesDocumentTest, NodeRelativeQueriesAndReplacements) {
     EXPECT_EQ(XmlOf(c), before);  // nothing changed
     EXPECT_EQ(RawXml(before).Strings("//psf:Option[@name='psk:ISOA4']/psf:Property/psf:Value"),
               Strings{"A4 (210 mm)"});
-    EXPECT_EQ(ThrownHresult([&] { c.ReplaceDisplayNamePropertyValue(nullptr, L"x"); }),
-              E_INVALIDARG);
+    EXPECT_THROWS_HR(c.ReplaceDisplayNamePropertyValue(nullptr, L"x"), E_INVALIDARG);
 
     EXPECT_EQ(c.GetParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments", &def), S_OK);
     EXPECT_EQ(c.DeleteParameterDefNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_OK);

@@ -82,10 +82,10 @@ TEST(PrintTicketQueryBuilder, StepsBuildTheExpectedQuery) {
 TEST(PrintTicketQueryBuilder, WithoutPrefixEveryAddThrowsEFailAndLeavesTheQuery) {
     for (const wchar_t* prefix : {static_cast<const wchar_t*>(nullptr), L""}) {
         Builder builder(prefix, L"//x");
-        EXPECT_EQ(ThrownHresult([&] { builder.AddFeature(L"psk:", L"A"); }), E_FAIL);
-        EXPECT_EQ(ThrownHresult([&] { builder.AddValue(); }), E_FAIL);
-        EXPECT_EQ(ThrownHresult([&] { builder.AddOption(L"psk:"); }), E_FAIL);
-        EXPECT_EQ(ThrownHresult([&] { builder.AddChildOptionName(L"psk:", L"A"); }), E_FAIL);
+        EXPECT_THROWS_HR(builder.AddFeature(L"psk:", L"A"), E_FAIL);
+        EXPECT_THROWS_HR(builder.AddValue(), E_FAIL);
+        EXPECT_THROWS_HR(builder.AddOption(L"psk:"), E_FAIL);
+        EXPECT_THROWS_HR(builder.AddChildOptionName(L"psk:", L"A"), E_FAIL);
         EXPECT_EQ(QueryOf(builder), L"//x");
     }
 }
@@ -97,7 +97,7 @@ TEST(PrintTicketQueryBuilder, GetQueryFreesTheOldTextAndCopiesAreIndependent) {
     original.GetQuery(&query);
     EXPECT_STREQ(query, L"//psf:Feature[@name = \"psk:A\"]");
     ::SysFreeString(query);
-    EXPECT_EQ(ThrownHresult([&] { original.GetQuery(nullptr); }), E_POINTER);
+    EXPECT_THROWS_HR(original.GetQuery(nullptr), E_POINTER);
 
     Builder copy(original);
     copy.AddValue();

@@ -115,7 +115,7 @@ TEST_F(PrintTicketDocumentTest, Queries) {
     EXPECT_EQ(Option(t, L"NoColon"), "threw E_FAIL");
     EXPECT_EQ(Option(t, L"JobCopies", false), "threw E_FAIL");  // neither name nor text
     EXPECT_EQ(Option(t, L""), "threw E_INVALIDARG");
-    EXPECT_EQ(ThrownHresult([&] { t.GetFeatureOption(L"PageMediaSize", nullptr); }), E_POINTER);
+    EXPECT_THROWS_HR(t.GetFeatureOption(L"PageMediaSize", nullptr), E_POINTER);
 
     EXPECT_EQ(t.FeaturePresent(L"PageMediaSize"), S_OK);
     EXPECT_EQ(Present(t, L"PresentationDirection"), "node");
@@ -127,7 +127,7 @@ TEST_F(PrintTicketDocumentTest, Queries) {
     EXPECT_EQ(SubOption(t, L"JobNUp", L"Missing"), "returned NOT_FOUND");
     EXPECT_EQ(SubOption(t, L"PageMediaSize", L"PresentationDirection"), "returned NOT_FOUND");
     EXPECT_EQ(SubOption(t, L"JobNUp", L""), "threw E_INVALIDARG");
-    EXPECT_EQ(ThrownHresult([&] { t.GetSubFeatureOption(L"JobNUp", L"X", nullptr); }), E_POINTER);
+    EXPECT_THROWS_HR(t.GetSubFeatureOption(L"JobNUp", L"X", nullptr), E_POINTER);
     EXPECT_EQ(NodeOption(t, L"//psf:Feature[@name='psk:PageMediaSize']/psf:Option"), "ISOA4");
     EXPECT_EQ(NodeOption(t, L"//psf:Feature[@name='psk:PageResolution']/psf:Option"),
               "ns0000:Custom");
@@ -144,9 +144,7 @@ TEST_F(PrintTicketDocumentTest, Queries) {
     EXPECT_EQ(Scored<int>(t, L"PageMediaSize", L"Missing", 77), "returned NOT_FOUND with 77");
     EXPECT_EQ(Scored<float>(t, L"Missing", L"MediaSizeWidth", 7.5F), "returned NOT_FOUND with 7.5");
     EXPECT_EQ(Scored<CComBSTR>(t, L"", L"A"), "threw E_INVALIDARG");
-    EXPECT_EQ(
-        ThrownHresult([&] { t.GetScoredPropertyValue(L"A", L"B", static_cast<int*>(nullptr)); }),
-        E_POINTER);
+    EXPECT_THROWS_HR(t.GetScoredPropertyValue(L"A", L"B", static_cast<int*>(nullptr)), E_POINTER);
 
     CComPtr<IXMLDOMNode> init;
     EXPECT_EQ(t.GetParameterInitNodeIfExists(L"psk:", L"JobCopiesAllDocuments", &init), S_OK);
@@ -156,27 +154,28 @@ TEST_F(PrintTicketDocumentTest, Queries) {
 }
 
 TEST_F(PrintTicketDocumentTest, StripKeywordNamespaceRemovesTheFirstOccurrence) {
+    PrintTicketXmlDocument& t = m_ticket;
     for (const auto& [in, out] : {std::pair{L"psk:Foo", L"Foo"},
                                   {L"ns0000:Foo", L"ns0000:Foo"},
                                   {L"x-psk:A-psk:B", L"x-A-psk:B"},
                                   {L"psk:", L""}}) {
         CComBSTR text(in);
-        EXPECT_EQ(Access::StripKeywordNamespace(m_ticket, &text.m_str), S_OK);
+        EXPECT_EQ(Access::StripKeywordNamespace(t, &text.m_str), S_OK);
         EXPECT_STREQ(text, out);
     }
     BSTR empty = nullptr;
-    EXPECT_EQ(ThrownHresult([&] { Access::StripKeywordNamespace(m_ticket, &empty); }),
-              E_INVALIDARG);
-    EXPECT_EQ(ThrownHresult([&] { Access::StripKeywordNamespace(m_ticket, nullptr); }), E_POINTER);
+    EXPECT_THROWS_HR(Access::StripKeywordNamespace(t, &empty), E_INVALIDARG);
+    EXPECT_THROWS_HR(Access::StripKeywordNamespace(t, nullptr), E_POINTER);
 }
 
 TEST_F(PrintTicketDocumentTest, Deletion) {
-    EXPECT_EQ(m_ticket.DeleteParameterInitNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_OK);
-    EXPECT_EQ(m_ticket.DeleteParameterInitNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_FALSE);
+    PrintTicketXmlDocument& t = m_ticket;
+    EXPECT_EQ(t.DeleteParameterInitNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_OK);
+    EXPECT_EQ(t.DeleteParameterInitNodeIfExists(L"psk:", L"JobCopiesAllDocuments"), S_FALSE);
     // Property names are looked up under the framework prefix: psk:Keyword is not psf:Keyword.
-    EXPECT_EQ(m_ticket.DeleteProperty(L"Keyword"), S_FALSE);
-    EXPECT_EQ(m_ticket.DeleteProperty(L"Stale"), S_OK);
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.DeleteProperty(L""); }), E_INVALIDARG);
+    EXPECT_EQ(t.DeleteProperty(L"Keyword"), S_FALSE);
+    EXPECT_EQ(t.DeleteProperty(L"Stale"), S_OK);
+    EXPECT_THROWS_HR(t.DeleteProperty(L""), E_INVALIDARG);
     RawXml raw = Raw();
     EXPECT_EQ(raw.Count("//psf:ParameterInit"), 0u);
     EXPECT_EQ(raw.Strings("//psf:Property/@name"), Strings{"psk:Keyword"});
@@ -212,38 +211,37 @@ TEST(PrintTicketOrphans, OnlyExactlyNamedOrNamelessInitsSurvive) {
         RawXml raw(XmlOf(ticket));
         EXPECT_EQ(raw.Count("//psf:ParameterInit"), row.kept);
         EXPECT_EQ(raw.Strings("//psf:ParameterInit/@name"), row.names);
-        EXPECT_EQ(ThrownHresult([&] { Access::DeleteParamInitOrphans(ticket, nullptr, inits); }),
-                  E_POINTER);
-        EXPECT_EQ(ThrownHresult([&] { Access::DeleteNodeList(ticket, nullptr); }), E_POINTER);
+        EXPECT_THROWS_HR(Access::DeleteParamInitOrphans(ticket, nullptr, inits), E_POINTER);
+        EXPECT_THROWS_HR(Access::DeleteNodeList(ticket, nullptr), E_POINTER);
     }
 }
 
 // --- Element building ---
 
 TEST_F(PrintTicketDocumentTest, FeatureOptionAndParameterPairs) {
+    PrintTicketXmlDocument& t = m_ticket;
     CComPtr<IXMLDOMElement> feature, option, bare, bareOption;
-    EXPECT_EQ(m_ticket.CreateFeatureOptionPair(true, L"PageOutputColor", false, L"Sepia", &feature,
-                                               &option),
-              S_OK);
-    m_ticket.AppendChildToRootNode(feature);
-    EXPECT_EQ(m_ticket.CreateFeatureOptionPair(false, L"Finishing", &bare, &bareOption), S_OK);
-    m_ticket.AppendChildToRootNode(bare);
+    EXPECT_EQ(
+        t.CreateFeatureOptionPair(true, L"PageOutputColor", false, L"Sepia", &feature, &option),
+        S_OK);
+    t.AppendChildToRootNode(feature);
+    EXPECT_EQ(t.CreateFeatureOptionPair(false, L"Finishing", &bare, &bareOption), S_OK);
+    t.AppendChildToRootNode(bare);
     CComPtr<IXMLDOMElement> reference, init, stringReference, stringInit;
-    EXPECT_EQ(m_ticket.CreateParamRefInitPair(L"Offset", -1, &reference, &init), S_OK);
-    m_ticket.AppendChildToRootNode(init);
-    m_ticket.AppendChildToRootNode(reference);
-    EXPECT_EQ(m_ticket.CreateParamRefInitPair(L"Note", L"hello", L"string", &stringReference,
-                                              &stringInit),
+    EXPECT_EQ(t.CreateParamRefInitPair(L"Offset", -1, &reference, &init), S_OK);
+    t.AppendChildToRootNode(init);
+    t.AppendChildToRootNode(reference);
+    EXPECT_EQ(t.CreateParamRefInitPair(L"Note", L"hello", L"string", &stringReference, &stringInit),
               S_OK);
-    m_ticket.AppendChildToRootNode(stringInit);
+    t.AppendChildToRootNode(stringInit);
     RawXml raw = Raw();
     // The ticket does not declare the private keywords: they are declared before the first
     // name in them is written.
     EXPECT_EQ(raw.Strings("//psf:Feature[@name='psk:PageOutputColor']/psf:Option/@name"),
               Strings{"zk:Sepia"});
     EXPECT_EQ(raw.Count("//psf:Feature[@name='zk:Finishing']/psf:Option[not(@name)]"), 1u);
-    EXPECT_STREQ(m_ticket.GetUserKeywordsNsPrefix(), L"zk:");
-    EXPECT_EQ(Option(m_ticket, L"PageOutputColor", false), "|Sepia");
+    EXPECT_STREQ(t.GetUserKeywordsNsPrefix(), L"zk:");
+    EXPECT_EQ(Option(t, L"PageOutputColor", false), "|Sepia");
     // Integer pairs are signed.
     EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='psk:Offset']/psf:Value"), Strings{"-1"});
     EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='psk:Offset']/psf:Value/@xsi:type"),
@@ -252,22 +250,19 @@ TEST_F(PrintTicketDocumentTest, FeatureOptionAndParameterPairs) {
     EXPECT_EQ(raw.Strings("//psf:ParameterInit[@name='psk:Note']/psf:Value/@xsi:type"),
               Strings{"xsd:string"});
     CComPtr<IXMLDOMElement> a, b;
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.CreateFeatureOptionPair(true, L"A", nullptr, &a); }),
-              E_POINTER);
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.CreateParamRefInitPair(L"N", L"", L"string", &a, &b); }),
-              E_INVALIDARG);
-    EXPECT_EQ(
-        ThrownHresult([&] { m_ticket.CreateParamRefInitPair(L"N", L"v", L"string", nullptr, &b); }),
-        E_POINTER);
+    EXPECT_THROWS_HR(t.CreateFeatureOptionPair(true, L"A", nullptr, &a), E_POINTER);
+    EXPECT_THROWS_HR(t.CreateParamRefInitPair(L"N", L"", L"string", &a, &b), E_INVALIDARG);
+    EXPECT_THROWS_HR(t.CreateParamRefInitPair(L"N", L"v", L"string", nullptr, &b), E_POINTER);
 }
 
 TEST_F(PrintTicketDocumentTest, ParameterInitsAreAppendedUnderThePrivatePrefix) {
-    m_ticket.AppendIntegerParameterInit(L"ns0000:", L"Minus", -1);
-    m_ticket.AppendIntegerParameterInit(L"ns0000:", L"Plus", 7);
-    m_ticket.AppendStringParameterInit(L"ns0000:", L"Text", L"a & b");
+    PrintTicketXmlDocument& t = m_ticket;
+    t.AppendIntegerParameterInit(L"ns0000:", L"Minus", -1);
+    t.AppendIntegerParameterInit(L"ns0000:", L"Plus", 7);
+    t.AppendStringParameterInit(L"ns0000:", L"Text", L"a & b");
     CComPtr<IXMLDOMElement> untyped;
-    m_ticket.CreateUntypedParameterInitFromString(L"ns0000:", L"Raw", L"payload", &untyped);
-    EXPECT_EQ(m_ticket.AppendToElement(L"PrintTicket", untyped), S_OK);
+    t.CreateUntypedParameterInitFromString(L"ns0000:", L"Raw", L"payload", &untyped);
+    EXPECT_EQ(t.AppendToElement(L"PrintTicket", untyped), S_OK);
     RawXml raw = Raw();
     // Appended integers are written unsigned.
     EXPECT_EQ(raw.Strings("//psf:ParameterInit[starts-with(@name, 'zk:')]/psf:Value"),
@@ -280,22 +275,15 @@ TEST_F(PrintTicketDocumentTest, ParameterInitsAreAppendedUnderThePrivatePrefix) 
               (Strings{"zk:Minus", "zk:Plus", "zk:Text", "zk:Raw"}));
 
     CComPtr<IXMLDOMElement> init;
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.CreateStringParameterInit(L"", L"N", L"v", &init); }),
-              E_INVALIDARG);
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.CreateStringParameterInit(L"p:", L"N", L"", &init); }),
-              E_INVALIDARG);
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.CreateIntegerParameterInit(L"p:", L"", 1, &init); }),
-              E_INVALIDARG);
-    EXPECT_EQ(ThrownHresult([&] {
-                  m_ticket.CreateUntypedParameterInitFromString(L"p:", L"N", L"v", nullptr);
-              }),
-              E_POINTER);
+    EXPECT_THROWS_HR(t.CreateStringParameterInit(L"", L"N", L"v", &init), E_INVALIDARG);
+    EXPECT_THROWS_HR(t.CreateStringParameterInit(L"p:", L"N", L"", &init), E_INVALIDARG);
+    EXPECT_THROWS_HR(t.CreateIntegerParameterInit(L"p:", L"", 1, &init), E_INVALIDARG);
+    EXPECT_THROWS_HR(t.CreateUntypedParameterInitFromString(L"p:", L"N", L"v", nullptr), E_POINTER);
     // A failed build or append inserts nothing.
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.AppendStringParameterInit(L"p:", L"N", nullptr); }),
-              E_INVALIDARG);
-    EXPECT_EQ(m_ticket.AppendToElement(L"Nowhere", untyped), kNotFound);
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.AppendToElement(L"PrintTicket", nullptr); }), E_POINTER);
-    EXPECT_EQ(ThrownHresult([&] { m_ticket.AppendToElement(L"", untyped); }), E_INVALIDARG);
+    EXPECT_THROWS_HR(t.AppendStringParameterInit(L"p:", L"N", nullptr), E_INVALIDARG);
+    EXPECT_EQ(t.AppendToElement(L"Nowhere", untyped), kNotFound);
+    EXPECT_THROWS_HR(t.AppendToElement(L"PrintTicket", nullptr), E_POINTER);
+    EXPECT_THROWS_HR(t.AppendToElement(L"", untyped), E_INVALIDARG);
     EXPECT_EQ(Raw().Count("//psf:ParameterInit"), 5u);
 }
 
