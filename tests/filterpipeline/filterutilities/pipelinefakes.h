@@ -315,7 +315,6 @@ public:
         return S_OK;
     }
     HRESULT GetProperty(const wchar_t* name, VARIANT* value) override {
-        ++reads;
         auto found = m_values.find(name);
         if (found == m_values.end()) return E_INVALIDARG;
         return VariantCopy(value, &found->second);
@@ -340,8 +339,6 @@ public:
             {L"PrinterHandle", handle}};
         for (const auto& [name, value] : values) AddProperty(name, &value);
     }
-
-    int reads = 0;
 
 private:
     std::map<std::wstring, CComVariant> m_values;
