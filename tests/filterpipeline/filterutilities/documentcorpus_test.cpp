@@ -31,14 +31,25 @@ std::map<std::string, std::string> RootDeclarations(const std::string& bytes) {
     return prefixes;
 }
 
-std::string Declared(const std::map<std::string, std::string>& declarations,
-                     const std::wstring& uri) {
-    const auto found = declarations.find(Utf8(uri.c_str()));
-    return found == declarations.end() ? "<null>" : found->second;
-}
-
 std::string PrefixText(const CComBSTR& prefix) {
     return prefix.m_str == nullptr ? "<null>" : Utf8(prefix);
+}
+
+// The framework, keywords, schema and instance prefixes a document found, and those its root
+// declares as libxml2 reads the file.
+std::pair<std::vector<std::string>, std::vector<std::string>> Prefixes(
+    const PrintSchemaXmlDocument& document, const std::string& bytes) {
+    const auto declarations = RootDeclarations(bytes);
+    std::vector<std::string> found, declared;
+    for (const auto& [prefix, uri] : {std::pair{document.GetFrameworkNsPrefix(), kFramework},
+                                      {document.GetKeywordsNsPrefix(), kKeywords},
+                                      {document.GetXmlSchemaNsPrefix(), kSchema},
+                                      {document.GetXmlSchemaInstanceNsPrefix(), kInstance}}) {
+        found.push_back(PrefixText(prefix));
+        const auto at = declarations.find(Utf8(uri.c_str()));
+        declared.push_back(at == declarations.end() ? "<null>" : at->second);
+    }
+    return {found, declared};
 }
 
 std::string Trim(const std::string& text) {
@@ -55,28 +66,28 @@ std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
-// One corpus file; ctest shows its file name.
-struct CorpusFile {
-    CorpusFile(std::filesystem::path file) : path(std::move(file)) {}
-    std::filesystem::path path;
-};
-
-void PrintTo(const CorpusFile& file, std::ostream* out) {
-    *out << file.path.filename().string();
+// The corpus files of a folder, as path texts (ctest names each test after its file).
+std::vector<std::string> Files(const char* folder) {
+    std::vector<std::string> files;
+    for (const auto& path : CorpusFiles(folder)) files.push_back(path.string());
+    return files;
 }
 
-std::vector<CorpusFile> Files(const char* folder) {
-    const std::vector<std::filesystem::path> paths = CorpusFiles(folder);
-    return {paths.begin(), paths.end()};
+std::string FileName(const ::testing::TestParamInfo<std::string>& info) {
+    std::string name = std::filesystem::path(info.param).stem().string();
+    for (char& c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+    }
+    return name;
 }
 
-class TicketCorpus : public ::testing::TestWithParam<CorpusFile> {
+class TicketCorpus : public ::testing::TestWithParam<std::string> {
 protected:
     void SetUp() override {
-        m_bytes = ReadFile(GetParam().path);
+        m_bytes = ReadFile(GetParam());
         ASSERT_FALSE(m_bytes.empty());
         m_dom = TryLoadBytes(m_bytes);
-        ASSERT_NE(m_dom, nullptr) << "the DOM does not load " << GetParam().path;
+        ASSERT_NE(m_dom, nullptr) << "the DOM does not load " << GetParam();
     }
 
     std::string m_bytes;
@@ -85,77 +96,44 @@ protected:
 
 class CapabilitiesCorpus : public TicketCorpus {};
 
-std::string FileName(const ::testing::TestParamInfo<CorpusFile>& info) {
-    std::string name = info.param.path.stem().string();
-    for (char& c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-    }
-    return name;
-}
-
 }  // namespace
 
-TEST_P(TicketCorpus, LoadsAsTicketWithTheDeclaredPrefixes) {
+TEST_P(TicketCorpus, LoadsWithTheDeclaredPrefixesAndReadsEveryOptionAndValue) {
     PrintTicketXmlDocument ticket(m_dom);
-    const auto declarations = RootDeclarations(m_bytes);
-    EXPECT_EQ(PrefixText(ticket.GetFrameworkNsPrefix()), Declared(declarations, kFramework));
-    EXPECT_EQ(PrefixText(ticket.GetKeywordsNsPrefix()), Declared(declarations, kKeywords));
-    EXPECT_EQ(PrefixText(ticket.GetXmlSchemaNsPrefix()), Declared(declarations, kSchema));
-    EXPECT_EQ(PrefixText(ticket.GetXmlSchemaInstanceNsPrefix()), Declared(declarations, kInstance));
+    const auto [found, declared] = Prefixes(ticket, m_bytes);
+    EXPECT_EQ(found, declared);
     EXPECT_EQ(PrefixText(ticket.GetUserKeywordsNsPrefix()), "ns0000:");
-}
+    EXPECT_THROWS_HR(PrintCapabilitiesXmlDocument capabilities(m_dom), S_FALSE);
 
-TEST_P(TicketCorpus, IsRejectedAsCapabilities) {
-    EXPECT_EQ(ThrownHresult([&] { PrintCapabilitiesXmlDocument capabilities(m_dom); }), S_FALSE);
-}
-
-TEST_P(TicketCorpus, EveryFeatureOptionIsReadOrReportedAbsent) {
-    PrintTicketXmlDocument ticket(m_dom);
+    // Every Feature's selected option is read or reported absent.
     RawXml raw(m_bytes);
     ASSERT_TRUE(raw.Parsed());
     const std::string keywords = PrefixText(ticket.GetKeywordsNsPrefix());
-    const std::vector<std::string> features = raw.Strings("//psf:Feature/@name");
-    for (const std::string& feature : features) {
+    for (const std::string& feature : raw.Strings("//psf:Feature/@name")) {
         SCOPED_TRACE(feature);
-        const std::string optionQuery =
-            "//psf:Feature[@name=" + Quoted(feature) + "]/psf:Option[1]/@name";
-        const std::vector<std::string> expected = raw.Strings(optionQuery.c_str());
+        const std::string step = "//psf:Feature[@name=" + Quoted(feature) + "]/psf:Option";
+        const std::vector<std::string> names = raw.Strings((step + "[1]/@name").c_str());
+        std::string expected = names.empty() ? "returned NOT_FOUND" : names[0];
+        CComBSTR option, prefix;
+        std::string read;
         if (feature.rfind(keywords, 0) == 0) {
+            // Every keywords feature of the corpus that names no option has none.
+            EXPECT_TRUE(!names.empty() || raw.Count(step.c_str()) == 0);
             const std::wstring local = Wide(feature.substr(keywords.size()));
-            CComBSTR option;
-            CComBSTR prefix;
-            const HRESULT hr = ticket.GetFeatureOption(local.c_str(), &option, &prefix);
-            if (expected.empty()) {
-                EXPECT_EQ(
-                    raw.Count(("//psf:Feature[@name=" + Quoted(feature) + "]/psf:Option").c_str()),
-                    0u);
-                EXPECT_EQ(hr, kNotFound);
-                continue;
-            }
-            ASSERT_EQ(hr, S_OK);
-            EXPECT_EQ(Utf8(prefix) + Utf8(option), expected[0]);
+            read = Outcome([&] { return ticket.GetFeatureOption(local.c_str(), &option, &prefix); },
+                           [&] { return Utf8(prefix) + Utf8(option); });
         } else {
-            // Features outside the keywords namespace are read with a complete query.
-            CComBSTR option;
-            const std::wstring query =
-                Wide("//psf:Feature[@name=" + Quoted(feature) + "]/psf:Option[1]");
-            const HRESULT hr = ticket.QueryNodeOption(query.c_str(), &option);
-            if (expected.empty()) {
-                EXPECT_EQ(hr, kNotFound);
-                continue;
-            }
-            ASSERT_EQ(hr, S_OK);
-            std::string full = expected[0];
-            if (full.rfind(keywords, 0) == 0) full = full.substr(keywords.size());
-            EXPECT_EQ(Utf8(option), full);
+            // Features outside the keywords namespace are read with a complete query, which
+            // strips only the keywords prefix.
+            if (expected.rfind(keywords, 0) == 0) expected.erase(0, keywords.size());
+            const std::wstring query = Wide(step + "[1]");
+            read = Outcome([&] { return ticket.QueryNodeOption(query.c_str(), &option); },
+                           [&] { return Utf8(option); });
         }
+        EXPECT_EQ(read, expected);
     }
-}
 
-TEST_P(TicketCorpus, EveryScoredPropertyValueMatchesLibxml2) {
-    PrintTicketXmlDocument ticket(m_dom);
-    RawXml raw(m_bytes);
-    const std::string keywords = PrefixText(ticket.GetKeywordsNsPrefix());
+    // Every ScoredProperty value of a keywords feature is read as libxml2 reads it.
     for (const std::string& feature : raw.Strings("//psf:Feature/@name")) {
         if (feature.rfind(keywords, 0) != 0) continue;
         const std::string featureStep = "//psf:Feature[@name=" + Quoted(feature) + "]";
@@ -166,13 +144,12 @@ TEST_P(TicketCorpus, EveryScoredPropertyValueMatchesLibxml2) {
             const std::string propertyStep =
                 featureStep + "//psf:ScoredProperty[@name=" + Quoted(property) + "][1]";
             std::vector<std::string> expected = raw.Strings((propertyStep + "/psf:Value").c_str());
-            if (expected.empty()) {
-                // Parameterised: the ParameterInit the ParameterRef names.
-                for (const std::string& reference :
-                     raw.Strings((propertyStep + "/psf:ParameterRef/@name").c_str())) {
-                    expected = raw.Strings(
-                        ("//psf:ParameterInit[@name=" + Quoted(reference) + "]/psf:Value").c_str());
-                }
+            // Parameterised: the ParameterInit the ParameterRef names.
+            for (const std::string& reference :
+                 raw.Strings((propertyStep + "/psf:ParameterRef/@name").c_str())) {
+                if (!expected.empty()) break;
+                expected = raw.Strings(
+                    ("//psf:ParameterInit[@name=" + Quoted(reference) + "]/psf:Value").c_str());
             }
             CComBSTR value;
             ASSERT_EQ(ticket.GetScoredPropertyValue(Wide(feature.substr(keywords.size())).c_str(),
@@ -235,36 +212,23 @@ TEST_P(TicketCorpus, PrivatePrefixFixUpReparsesWithTheSameNamespaces) {
 
 INSTANTIATE_TEST_SUITE_P(Tickets, TicketCorpus, ::testing::ValuesIn(Files("tickets")), FileName);
 
-TEST_P(CapabilitiesCorpus, LoadsAsCapabilitiesWithTheDeclaredPrefixes) {
+TEST_P(CapabilitiesCorpus, LoadsWithTheDeclaredPrefixesAndFindsEveryOptionAndParameterDef) {
     PrintCapabilitiesXmlDocument capabilities(m_dom);
-    const auto declarations = RootDeclarations(m_bytes);
-    EXPECT_EQ(PrefixText(capabilities.GetFrameworkNsPrefix()), Declared(declarations, kFramework));
-    EXPECT_EQ(PrefixText(capabilities.GetKeywordsNsPrefix()), Declared(declarations, kKeywords));
-    EXPECT_EQ(PrefixText(capabilities.GetXmlSchemaNsPrefix()), Declared(declarations, kSchema));
-    EXPECT_EQ(PrefixText(capabilities.GetXmlSchemaInstanceNsPrefix()),
-              Declared(declarations, kInstance));
-}
+    const auto [found, declared] = Prefixes(capabilities, m_bytes);
+    EXPECT_EQ(found, declared);
+    EXPECT_THROWS_HR(PrintTicketXmlDocument ticket(m_dom), S_FALSE);
 
-TEST_P(CapabilitiesCorpus, IsRejectedAsTicket) {
-    EXPECT_EQ(ThrownHresult([&] { PrintTicketXmlDocument ticket(m_dom); }), S_FALSE);
-}
-
-TEST_P(CapabilitiesCorpus, EveryFeatureListsItsOptions) {
-    PrintCapabilitiesXmlDocument capabilities(m_dom);
+    // Every Feature lists its options; each named Option is found by name below its Feature.
     RawXml raw(m_bytes);
-    const std::string keywords = PrefixText(capabilities.GetKeywordsNsPrefix());
     for (const std::string& feature : raw.Strings("//psf:Feature/@name")) {
         SCOPED_TRACE(feature);
         CComPtr<IXMLDOMNode> node;
         ASSERT_EQ(capabilities.GetFeatureNodeIfExists(L"", Wide(feature).c_str(), &node), S_OK);
-        const std::string featureStep = "(//psf:Feature[@name=" + Quoted(feature) + "])[1]";
-        CComPtr<IXMLDOMNodeList> options = capabilities.GetChildOptionNodes(node);
+        const std::string options = "(//psf:Feature[@name=" + Quoted(feature) + "])[1]/psf:Option";
         LONG count = 0;
-        options->get_length(&count);
-        EXPECT_EQ(static_cast<std::size_t>(count),
-                  raw.Count((featureStep + "/psf:Option").c_str()));
-        // Each named Option is found by name below its Feature.
-        for (const std::string& option : raw.Strings((featureStep + "/psf:Option/@name").c_str())) {
+        capabilities.GetChildOptionNodes(node)->get_length(&count);
+        EXPECT_EQ(static_cast<std::size_t>(count), raw.Count(options.c_str()));
+        for (const std::string& option : raw.Strings((options + "/@name").c_str())) {
             CComPtr<IXMLDOMNode> found;
             EXPECT_EQ(
                 capabilities.GetChildOptionNodeIfExists(node, L"", Wide(option).c_str(), &found),
@@ -272,11 +236,6 @@ TEST_P(CapabilitiesCorpus, EveryFeatureListsItsOptions) {
                 << option;
         }
     }
-}
-
-TEST_P(CapabilitiesCorpus, ParameterDefsAreFound) {
-    PrintCapabilitiesXmlDocument capabilities(m_dom);
-    RawXml raw(m_bytes);
     for (const std::string& name : raw.Strings("//psf:ParameterDef/@name")) {
         CComPtr<IXMLDOMNode> def;
         EXPECT_EQ(capabilities.GetParameterDefNodeIfExists(L"", Wide(name).c_str(), &def), S_OK)

@@ -10,6 +10,7 @@
 #include <libxml/xpathInternals.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -23,66 +24,32 @@
 #include "platform/com/unicode.h"
 #include "support/utilities/exceptions.h"
 
-// Reaches the documents' protected and private members (the classes befriend it).
+// Reaches the documents' protected and private members (the classes befriend it): each call
+// forwards its arguments to the member of the same name (CreateTypedProperty to CreateProperty,
+// CreateScoredPropertyWithChild to CreateScoredProperty).
 class PrintSchemaTestAccess {
 public:
-    static HRESULT GetNode(PrintSchemaXmlDocument& d, const wchar_t* xpath, IXMLDOMNode** node) {
-        return d.GetNode(xpath, node);
+#define FU_FORWARD(Name, Member)                \
+    template <class D, class... A>              \
+    static HRESULT Name(D& d, A&&... a) {       \
+        return d.Member(std::forward<A>(a)...); \
     }
-    static HRESULT GetNodes(PrintSchemaXmlDocument& d, const wchar_t* name, IXMLDOMNodeList** l) {
-        return d.GetNodes(name, l);
-    }
-    static HRESULT GetNodeValue(PrintSchemaXmlDocument& d, const wchar_t* xpath, BSTR* value) {
-        return d.GetNodeValue(xpath, value);
-    }
-    static HRESULT GetAttributeValue(PrintSchemaXmlDocument& d, const IXMLDOMNode* node,
-                                     const wchar_t* name, BSTR* value) {
-        return d.GetAttributeValue(node, name, value);
-    }
-    static HRESULT GetPrefixFromURI(PrintSchemaXmlDocument& d, const wchar_t* uri, BSTR* prefix) {
-        return d.GetPrefixFromURI(uri, prefix);
-    }
-    static HRESULT CreateXMLElement(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                    const wchar_t* uri, IXMLDOMElement** element) {
-        return d.CreateXMLElement(name, uri, element);
-    }
-    static HRESULT AppendXMLAttribute(PrintSchemaXmlDocument& d, IXMLDOMElement* element,
-                                      const wchar_t* name, const wchar_t* uri,
-                                      const wchar_t* value) {
-        return d.AppendXMLAttribute(element, name, uri, value);
-    }
-    static HRESULT CreateTypedProperty(PrintSchemaXmlDocument& d,
-                                       PrintSchema::MsPrintTicketNamespacesEnum ns,
-                                       const wchar_t* name, const wchar_t* value,
-                                       const wchar_t* type, IXMLDOMElement** out) {
-        return d.CreateProperty(ns, name, value, type, out);
-    }
-    static HRESULT CreateStringScoredProperty(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                              const wchar_t* value, IXMLDOMElement** out) {
-        return d.CreateStringScoredProperty(name, value, out);
-    }
-    static HRESULT CreateIntegerScoredProperty(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                               int value, IXMLDOMElement** out) {
-        return d.CreateIntegerScoredProperty(name, value, out);
-    }
-    static HRESULT CreateRealScoredProperty(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                            float value, IXMLDOMElement** out) {
-        return d.CreateRealScoredProperty(name, value, out);
-    }
-    static HRESULT CreateScoredPropertyWithChild(PrintSchemaXmlDocument& d, const wchar_t* name,
-                                                 IXMLDOMNode* child, IXMLDOMElement** out) {
-        return d.CreateScoredProperty(name, child, out);
-    }
-    static HRESULT StripKeywordNamespace(PrintTicketXmlDocument& d, BSTR* text) {
-        return d.StripKeywordNamespace(text);
-    }
-    static HRESULT DeleteNodeList(PrintTicketXmlDocument& d, IXMLDOMNodeList* list) {
-        return d.DeleteNodeList(list);
-    }
-    static HRESULT DeleteParamInitOrphans(PrintTicketXmlDocument& d, IXMLDOMNodeList* refs,
-                                          IXMLDOMNodeList* inits) {
-        return d.DeleteParamInitOrphans(refs, inits);
-    }
+    FU_FORWARD(GetNode, GetNode)
+    FU_FORWARD(GetNodes, GetNodes)
+    FU_FORWARD(GetNodeValue, GetNodeValue)
+    FU_FORWARD(GetAttributeValue, GetAttributeValue)
+    FU_FORWARD(GetPrefixFromURI, GetPrefixFromURI)
+    FU_FORWARD(CreateXMLElement, CreateXMLElement)
+    FU_FORWARD(AppendXMLAttribute, AppendXMLAttribute)
+    FU_FORWARD(CreateTypedProperty, CreateProperty)
+    FU_FORWARD(CreateStringScoredProperty, CreateStringScoredProperty)
+    FU_FORWARD(CreateIntegerScoredProperty, CreateIntegerScoredProperty)
+    FU_FORWARD(CreateRealScoredProperty, CreateRealScoredProperty)
+    FU_FORWARD(CreateScoredPropertyWithChild, CreateScoredProperty)
+    FU_FORWARD(StripKeywordNamespace, StripKeywordNamespace)
+    FU_FORWARD(DeleteNodeList, DeleteNodeList)
+    FU_FORWARD(DeleteParamInitOrphans, DeleteParamInitOrphans)
+#undef FU_FORWARD
 };
 
 namespace documenttesting {
@@ -95,20 +62,19 @@ inline const std::wstring kSchema = PrintSchema::XmlSchemaNamespaceUri;
 inline const std::wstring kInstance = PrintSchema::XmlSchemaInstanceNamespaceUri;
 inline const std::wstring kPrivate = PrintSchema::PrivateKeywordsNamespaceUri;
 
-// The usual declarations of a ticket or capabilities root: psf, psk, xsi, xsd.
-inline std::wstring StandardDeclarations() {
-    return L" xmlns:psf='" + kFramework + L"' xmlns:psk='" + kKeywords + L"' xmlns:xsi='" +
-           kInstance + L"' xmlns:xsd='" + kSchema + L"' version='1'";
+// A root element with the usual declarations (psf, psk, xsi, xsd), `extra` and `body`.
+inline std::wstring Root(const wchar_t* name, const std::wstring& body, const std::wstring& extra) {
+    return L"<psf:" + std::wstring(name) + L" xmlns:psf='" + kFramework + L"' xmlns:psk='" +
+           kKeywords + L"' xmlns:xsi='" + kInstance + L"' xmlns:xsd='" + kSchema +
+           L"' version='1'" + extra + L">" + body + L"</psf:" + name + L">";
 }
 
 inline std::wstring Ticket(const std::wstring& body, const std::wstring& extra = L"") {
-    return L"<psf:PrintTicket" + StandardDeclarations() + extra + L">" + body +
-           L"</psf:PrintTicket>";
+    return Root(L"PrintTicket", body, extra);
 }
 
 inline std::wstring Capabilities(const std::wstring& body, const std::wstring& extra = L"") {
-    return L"<psf:PrintCapabilities" + StandardDeclarations() + extra + L">" + body +
-           L"</psf:PrintCapabilities>";
+    return Root(L"PrintCapabilities", body, extra);
 }
 
 inline CComPtr<IXMLDOMDocument2> NewDom() {
@@ -172,6 +138,10 @@ std::optional<HRESULT> ThrownHresult(F&& f) {
     return std::nullopt;
 }
 
+// Expects `statement` to throw a ZorunComException that carries `hr`.
+#define EXPECT_THROWS_HR(statement, hr) \
+    EXPECT_EQ(::documenttesting::ThrownHresult([&] { statement; }), hr)
+
 // Runs f; the qualified method name carried by the ZorunComException it throws ("" if none).
 template <class F>
 std::wstring ThrownFunction(F&& f) {
@@ -185,6 +155,35 @@ std::wstring ThrownFunction(F&& f) {
 
 inline std::string Utf8(const wchar_t* text) {
     return text == nullptr ? std::string() : platform::WideToUtf8(text);
+}
+
+// The name of a common HRESULT, else its value in hexadecimal.
+inline std::string HresultName(HRESULT hr) {
+    const std::pair<HRESULT, const char*> names[] = {
+        {S_OK, "S_OK"},           {S_FALSE, "S_FALSE"},           {E_FAIL, "E_FAIL"},
+        {E_POINTER, "E_POINTER"}, {E_INVALIDARG, "E_INVALIDARG"}, {kNotFound, "NOT_FOUND"}};
+    for (const auto& [value, name] : names) {
+        if (value == hr) return name;
+    }
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(hr));
+    return text;
+}
+
+// The outcome of `call` as one comparable text: what `output()` makes of its outputs when it
+// returns S_OK; for another HRESULT "returned " and its name, then " with " and the outputs when
+// any were set; "threw " and the name when it throws a ZorunComException.
+template <class Call, class Output>
+std::string Outcome(Call&& call, Output&& output) {
+    HRESULT hr = S_OK;
+    try {
+        hr = call();
+    } catch (const ZorunComException& e) {
+        return "threw " + HresultName(e.GetHresult());
+    }
+    const std::string text = output();
+    if (hr == S_OK) return text;
+    return "returned " + HresultName(hr) + (text.empty() ? "" : " with " + text);
 }
 
 inline std::string XmlOf(const PrintSchemaXmlDocument& document) {
@@ -238,11 +237,10 @@ private:
         if (!m_doc) return;
         std::unique_ptr<xmlXPathContext, decltype(&xmlXPathFreeContext)> context(
             xmlXPathNewContext(m_doc.get()), xmlXPathFreeContext);
-        const std::pair<const char*, std::wstring> bindings[] = {{"psf", kFramework},
-                                                                 {"psk", kKeywords},
-                                                                 {"xsi", kInstance},
-                                                                 {"xsd", kSchema},
-                                                                 {"zk", kPrivate}};
+        const std::pair<const char*, std::wstring> bindings[] = {
+            {"psf", kFramework}, {"psk", kKeywords}, {"xsi", kInstance},
+            {"xsd", kSchema},    {"zk", kPrivate},
+        };
         for (const auto& [prefix, uri] : bindings) {
             const std::string narrowUri = platform::WideToUtf8(uri);
             xmlXPathRegisterNs(context.get(), reinterpret_cast<const xmlChar*>(prefix),

@@ -7,14 +7,9 @@
 #include "support/errorframe/errorframe.h"
 #include "support/utilities/exceptions.h"
 
-namespace {
+using fakes::Make;
 
-template <class T>
-CComPtr<T> Make() {
-    CComPtr<T> p;
-    p.Attach(new T());
-    return p;
-}
+namespace {
 
 // Exposes FilterBase's protected operations; StartOperation does nothing.
 class PlainFilter : public FilterBase {
@@ -33,39 +28,25 @@ private:
     bool* m_destroyed;
 };
 
-// A walker that records the handlers it runs and what the counters were inside them.
+// A walker that records the handlers it runs; its page handler can be replaced.
 class RecordingFilter : public XpsFilterBase {
 public:
     HRESULT OnXpsDocument(IXpsDocument* d) override {
         log.push_back("xps");
         return XpsFilterBase::OnXpsDocument(d);
     }
-    HRESULT OnFixedDocumentSequence(IFixedDocumentSequence* s) override {
-        log.push_back("sequence");
-        return XpsFilterBase::OnFixedDocumentSequence(s);
-    }
-    HRESULT OnFixedDocument(IFixedDocument* d) override {
-        log.push_back("document " + std::to_string(m_documentCount));
-        return XpsFilterBase::OnFixedDocument(d);
-    }
     HRESULT OnFixedPage(IFixedPage* p) override {
         log.push_back("page " + std::to_string(m_pageCount));
-        if (onPage) {
-            HRESULT hr = onPage(this);
-            if (hr != S_OK) return hr;
-        }
-        return XpsFilterBase::OnFixedPage(p);
+        return onPage ? onPage() : XpsFilterBase::OnFixedPage(p);
     }
     HRESULT OnFinalize() override {
         log.push_back("finalize");
-        return finalizeResult;
+        return S_OK;
     }
-    using FilterBase::m_filterFinished;
     using XpsFilterBase::StartOperation;
 
     std::vector<std::string> log;
-    std::function<HRESULT(RecordingFilter*)> onPage;
-    HRESULT finalizeResult = S_OK;
+    std::function<HRESULT()> onPage;
 };
 
 // A part that answers both IXpsDocument and IFixedDocument.
@@ -124,10 +105,10 @@ TEST(FilterBase, ComIdentityAndReferenceCounting) {
     EXPECT_TRUE(destroyed);
 }
 
-TEST(FilterBase, InitializeFilterStoresAllOrNothing) {
+TEST(FilterBase, InitializeFilterStoresAllOrNothingAndJobFactsAreCached) {
     Pipeline pipeline;
-    CComPtr<PlainFilter> filter;
-    filter.Attach(new PlainFilter());
+    auto filter = Make<PlainFilter>();
+    EXPECT_EQ(filter->InitializePrintTicketManager(), E_PENDING);
     EXPECT_EQ(filter->InitializeFilter(pipeline.communicator, nullptr, pipeline.control),
               E_POINTER);
     // Nothing was stored: no manager control to ask for a shutdown, no bag to read.
@@ -137,23 +118,8 @@ TEST(FilterBase, InitializeFilterStoresAllOrNothing) {
     EXPECT_EQ(job, 0xFFFFFFFFu);
 
     ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    // Now a bad call asks the held manager control for a shutdown.
-    EXPECT_EQ(filter->InitializeFilter(nullptr, pipeline.bag, pipeline.control), E_POINTER);
-    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_POINTER});
-
-    // A second set replaces (and releases) the first.
-    Pipeline other;
-    const ULONG before = pipeline.bag->RefCount();
-    ASSERT_EQ(other.Connect(filter), S_OK);
-    EXPECT_EQ(pipeline.bag->RefCount(), before - 1);
-}
-
-TEST(FilterBase, JobFactsAreReadOnceAndCached) {
-    Pipeline pipeline;
-    CComPtr<PlainFilter> filter;
-    filter.Attach(new PlainFilter());
-    ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    DWORD job = 0;
+    EXPECT_EQ(filter->InitializePrintTicketManager(), S_OK);
+    // Job facts are read once and cached.
     ASSERT_EQ(filter->GetJobIdFromPropertyBag(&job), S_OK);
     EXPECT_EQ(job, 42u);
     CComVariant changed(7u);
@@ -163,15 +129,15 @@ TEST(FilterBase, JobFactsAreReadOnceAndCached) {
     HANDLE printer = nullptr;
     ASSERT_EQ(filter->GetPrinterHandleFromPropertyBag(&printer), S_OK);
     EXPECT_EQ(printer, reinterpret_cast<HANDLE>(0x1234));
-}
 
-TEST(FilterBase, TicketManagerNeedsTheFilterInitialised) {
-    CComPtr<PlainFilter> filter;
-    filter.Attach(new PlainFilter());
-    EXPECT_EQ(filter->InitializePrintTicketManager(), E_PENDING);
-    Pipeline pipeline;
-    ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    EXPECT_EQ(filter->InitializePrintTicketManager(), S_OK);
+    // Now a bad call asks the held manager control for a shutdown.
+    EXPECT_EQ(filter->InitializeFilter(nullptr, pipeline.bag, pipeline.control), E_POINTER);
+    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_POINTER});
+    // A second set replaces (and releases) the first.
+    Pipeline other;
+    const ULONG before = pipeline.bag->RefCount();
+    ASSERT_EQ(other.Connect(filter), S_OK);
+    EXPECT_EQ(pipeline.bag->RefCount(), before - 1);
 }
 
 TEST(FilterBase, CompletionIsReportedOnceAndOnlyWithAManagerControl) {
@@ -195,63 +161,63 @@ TEST(FilterBase, CompletionIsReportedOnceAndOnlyWithAManagerControl) {
     EXPECT_EQ(second.control->finishedCalls, 1);
 }
 
-TEST(XpsFilterBase, UnknownPartsAreForwardedAndTheFirstKindWins) {
-    Pipeline pipeline;
-    auto font = fakes::MakeTicket(L"/x", "");  // a part of no walked kind
-    pipeline.provider->parts.push_back(AsUnknown(font.p));
-    CComPtr<Ambiguous> both;
-    both.Attach(new Ambiguous());
-    pipeline.provider->parts.push_back(AsUnknown(static_cast<IXpsDocument*>(both.p)));
-    CComPtr<RecordingFilter> filter;
-    filter.Attach(new RecordingFilter());
-    ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    ASSERT_EQ(filter->StartOperation(), S_OK);
-    EXPECT_EQ(filter->log, (std::vector<std::string>{"xps", "finalize"}));
-    EXPECT_EQ(pipeline.consumer->sent, (std::vector<std::string>{"unknown", "document"}));
-}
-
-TEST(XpsFilterBase, AThrowingHandlerIsReportedAndBecomesEFail) {
-    Pipeline pipeline;
-    pipeline.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
-    CComPtr<RecordingFilter> filter;
-    filter.Attach(new RecordingFilter());
-    filter->onPage = [](RecordingFilter*) -> HRESULT {
-        THROW_COM(E_INVALIDARG, L"RecordingFilter::OnFixedPage", "");
+TEST(XpsFilterBase, WalkOutcomes) {
+    using Strings = std::vector<std::string>;
+    using Hrs = std::vector<HRESULT>;
+    const struct Row {
+        const char* name;
+        std::function<void(Pipeline&, RecordingFilter&)> setUp;
+        bool connect;
+        HRESULT started;
+        Strings log;
+        Strings sent;
+        Hrs shutdowns;
+        int closes;
+        int fetches;
+        unsigned reports;  // exceptions displayed
+    } rows[] = {
+        // clang-format off
+        {"unknown parts are forwarded and the first kind wins",
+         [](Pipeline& p, RecordingFilter&) {
+             auto ticket = fakes::MakeTicket(L"/x", "");  // a part of no walked kind
+             p.provider->parts.push_back(AsUnknown(ticket.p));
+             auto both = Make<Ambiguous>();
+             p.provider->parts.push_back(AsUnknown(static_cast<IXpsDocument*>(both.p)));
+         },
+         true, S_OK, {"xps", "finalize"}, {"unknown", "document"}, {}, 1, 3, 0},
+        {"a throwing handler becomes E_FAIL",
+         [](Pipeline& p, RecordingFilter& filter) {
+             p.provider->parts.push_back(AsUnknown(Make<fakes::Page>().p));
+             filter.onPage = []() -> HRESULT {
+                 THROW_COM(E_INVALIDARG, L"RecordingFilter::OnFixedPage", "");
+             };
+         },
+         true, E_FAIL, {"page 1"}, {}, {E_FAIL}, 1, 1, 1},
+        {"a reader that is no provider stops the job twice",
+         [](Pipeline& p, RecordingFilter&) {
+             p.communicator->reader_ = static_cast<IXpsDocumentConsumer*>(p.consumer.p);
+         },
+         true, E_FAIL, {}, {}, {E_FAIL, E_FAIL}, 0, 0, 0},
+        {"a failing fetch skips finalize but closes the sender",
+         [](Pipeline& p, RecordingFilter&) { p.provider->fetchResult = E_OUTOFMEMORY; },
+         true, E_OUTOFMEMORY, {}, {}, {E_OUTOFMEMORY}, 1, 1, 0},
+        {"starting uninitialised is pending", [](Pipeline&, RecordingFilter&) {},
+         false, E_PENDING, {}, {}, {}, 0, 0, 0},
+        // clang-format on
     };
-    const auto reportsBefore = ZorunException::GetDisplayedExceptionCount();
-    ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    EXPECT_EQ(filter->StartOperation(), E_FAIL);
-    EXPECT_EQ(ZorunException::GetDisplayedExceptionCount(), reportsBefore + 1);
-    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_FAIL});
-}
-
-TEST(XpsFilterBase, AReaderThatIsNoProviderStopsTheJobTwice) {
-    Pipeline pipeline;
-    pipeline.communicator->reader_ = static_cast<IXpsDocumentConsumer*>(pipeline.consumer.p);
-    CComPtr<RecordingFilter> filter;
-    filter.Attach(new RecordingFilter());
-    ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    EXPECT_EQ(filter->StartOperation(), E_FAIL);
-    EXPECT_EQ(pipeline.control->shutdownReasons, (std::vector<HRESULT>{E_FAIL, E_FAIL}));
-    EXPECT_EQ(pipeline.provider->fetches, 0);
-    EXPECT_EQ(pipeline.consumer->closeCalls, 0);
-}
-
-TEST(XpsFilterBase, StartingUninitialisedIsPending) {
-    CComPtr<RecordingFilter> filter;
-    filter.Attach(new RecordingFilter());
-    EXPECT_EQ(filter->StartOperation(), E_PENDING);
-    EXPECT_TRUE(filter->log.empty());
-}
-
-TEST(XpsFilterBase, AFailingFetchSkipsFinalizeButClosesTheSender) {
-    Pipeline pipeline;
-    pipeline.provider->fetchResult = E_OUTOFMEMORY;
-    CComPtr<RecordingFilter> filter;
-    filter.Attach(new RecordingFilter());
-    ASSERT_EQ(pipeline.Connect(filter), S_OK);
-    EXPECT_EQ(filter->StartOperation(), E_OUTOFMEMORY);
-    EXPECT_TRUE(filter->log.empty());
-    EXPECT_EQ(pipeline.consumer->closeCalls, 1);
-    EXPECT_EQ(pipeline.control->shutdownReasons, std::vector<HRESULT>{E_OUTOFMEMORY});
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Pipeline pipeline;
+        auto filter = Make<RecordingFilter>();
+        row.setUp(pipeline, *filter);
+        ASSERT_EQ(row.connect ? pipeline.Connect(filter) : S_OK, S_OK);
+        const auto reportsBefore = ZorunException::GetDisplayedExceptionCount();
+        EXPECT_EQ(filter->StartOperation(), row.started);
+        EXPECT_EQ(ZorunException::GetDisplayedExceptionCount() - reportsBefore, row.reports);
+        EXPECT_EQ(filter->log, row.log);
+        EXPECT_EQ(pipeline.consumer->sent, row.sent);
+        EXPECT_EQ(pipeline.control->shutdownReasons, row.shutdowns);
+        EXPECT_EQ(pipeline.consumer->closeCalls, row.closes);
+        EXPECT_EQ(pipeline.provider->fetches, row.fetches);
+    }
 }

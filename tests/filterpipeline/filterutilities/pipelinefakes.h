@@ -4,7 +4,6 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -16,6 +15,17 @@
 #include "platform/printpipeline/filterpipeline.h"
 
 namespace fakes {
+
+// Stores `value` in `*out` and succeeds: the body of the fakes' getters.
+template <class T, class V>
+HRESULT Give(T* out, V value) {
+    *out = value;
+    return S_OK;
+}
+inline HRESULT GiveText(BSTR* out, const wchar_t* text) {
+    return Give(out, SysAllocString(text));
+}
+using Compression = EXpsCompressionOptions;
 
 // A read stream over a byte string: its own copy, or a view of bytes that `owner` keeps alive
 // (a part's content, read without copying it at every GetStream, as a package's stream would).
@@ -88,22 +98,15 @@ public:
     Part(std::wstring uri, std::string content)
         : uri(std::move(uri)), content(std::move(content)) {}
 
-    HRESULT GetUri(BSTR* out) override {
-        if (failGetUri) return E_FAIL;
-        *out = SysAllocString(uri.c_str());
-        return S_OK;
-    }
+    HRESULT GetUri(BSTR* out) override { return failGetUri ? E_FAIL : GiveText(out, uri.c_str()); }
     HRESULT GetStream(IPrintReadStream** stream) override {
         ++streamsOpened;
         *stream = new ReadStream(written != nullptr ? std::string_view(written->bytes) : content,
                                  static_cast<Kind*>(this));
         return S_OK;
     }
-    HRESULT GetPartCompression(EXpsCompressionOptions* compression) override {
-        *compression = Compression_Normal;
-        return S_OK;
-    }
-    HRESULT SetPartCompression(EXpsCompressionOptions) override { return S_OK; }
+    HRESULT GetPartCompression(Compression* c) override { return Give(c, Compression_Normal); }
+    HRESULT SetPartCompression(Compression) override { return S_OK; }
 
     std::wstring uri;
     std::string content;
@@ -124,10 +127,9 @@ using TicketPart = Part<IPartPrintTicket>;
 class FontPart final : public Part<IPartFont> {
 public:
     using Part::Part;
-    HRESULT GetFontProperties(BSTR* contentType, EXpsFontOptions* options) override {
-        *contentType = SysAllocString(L"application/vnd.ms-opentype");
+    HRESULT GetFontProperties(BSTR* type, EXpsFontOptions* options) override {
         *options = Font_Normal;
-        return S_OK;
+        return GiveText(type, L"application/vnd.ms-opentype");
     }
     HRESULT SetFontContent(const wchar_t*) override { return S_OK; }
     HRESULT SetFontOptions(EXpsFontOptions) override { return S_OK; }
@@ -136,12 +138,17 @@ public:
 class ImagePart final : public Part<IPartImage> {
 public:
     using Part::Part;
-    HRESULT GetImageProperties(BSTR* contentType) override {
-        *contentType = SysAllocString(L"image/png");
-        return S_OK;
-    }
+    HRESULT GetImageProperties(BSTR* type) override { return GiveText(type, L"image/png"); }
     HRESULT SetImageContent(const wchar_t*) override { return S_OK; }
 };
+
+// A new object of a fake class, held.
+template <class T, class... Args>
+CComPtr<T> Make(Args&&... args) {
+    CComPtr<T> made;
+    made.Attach(new T(std::forward<Args>(args)...));
+    return made;
+}
 
 inline CComPtr<TicketPart> MakeTicket(const std::wstring& uri, const std::string& xml) {
     CComPtr<TicketPart> part;
@@ -173,11 +180,8 @@ template <class Kind>
 class TicketHolder : public platform::ComObject<Kind> {
 public:
     HRESULT GetPrintTicket(IPartPrintTicket** out) override {
-        if (ticket == nullptr) {
-            *out = nullptr;
-            return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
-        }
-        return ticket.CopyTo(out);
+        *out = nullptr;
+        return ticket ? ticket.CopyTo(out) : HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
     }
     HRESULT SetPrintTicket(IPartPrintTicket* fresh) override {
         ticket = fresh;
@@ -188,37 +192,23 @@ public:
     int setTicketCalls = 0;
 };
 
-class Sequence final : public TicketHolder<IFixedDocumentSequence> {
+// A sequence or document fake named by its fixed URI.
+template <class Kind, const wchar_t* Uri>
+class NamedHolder final : public TicketHolder<Kind> {
 public:
-    HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(L"/FixedDocumentSequence.fdseq");
-        return S_OK;
-    }
+    HRESULT GetUri(BSTR* uri) override { return GiveText(uri, Uri); }
 };
-
-class Document final : public TicketHolder<IFixedDocument> {
-public:
-    HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(L"/Documents/1/FixedDocument.fdoc");
-        return S_OK;
-    }
-};
+inline constexpr wchar_t kSequenceUri[] = L"/FixedDocumentSequence.fdseq";
+inline constexpr wchar_t kDocumentUri[] = L"/Documents/1/FixedDocument.fdoc";
+using Sequence = NamedHolder<IFixedDocumentSequence, kSequenceUri>;
+using Document = NamedHolder<IFixedDocument, kDocumentUri>;
 
 class Page final : public TicketHolder<IFixedPage> {
 public:
-    HRESULT GetUri(BSTR* uri) override {
-        *uri = SysAllocString(L"/Documents/1/Pages/1.fpage");
-        return S_OK;
-    }
-    HRESULT GetStream(IPrintReadStream** stream) override {
-        *stream = new ReadStream(markup);
-        return S_OK;
-    }
-    HRESULT GetPartCompression(EXpsCompressionOptions* c) override {
-        *c = Compression_Normal;
-        return S_OK;
-    }
-    HRESULT SetPartCompression(EXpsCompressionOptions) override { return S_OK; }
+    HRESULT GetUri(BSTR* uri) override { return GiveText(uri, L"/Documents/1/Pages/1.fpage"); }
+    HRESULT GetStream(IPrintReadStream** s) override { return Give(s, new ReadStream(markup)); }
+    HRESULT GetPartCompression(Compression* c) override { return Give(c, Compression_Normal); }
+    HRESULT SetPartCompression(Compression) override { return S_OK; }
     HRESULT GetPagePart(const wchar_t*, IUnknown**) override { return E_NOTIMPL; }
     HRESULT GetWriteStream(IPrintWriteStream**) override { return E_NOTIMPL; }
     HRESULT SetPagePart(IUnknown* part) override {
@@ -248,15 +238,13 @@ protected:
 // Records what it is sent; GetNewEmptyPart makes parts of the asked kind with a recording stream.
 class Consumer final : public platform::ComObject<IXpsDocumentConsumer> {
 public:
-    HRESULT SendXpsUnknown(IUnknown* part) override { return Record("unknown", part); }
-    HRESULT SendXpsDocument(IXpsDocument* part) override { return Record("document", part); }
-    HRESULT SendFixedDocumentSequence(IFixedDocumentSequence* part) override {
-        return Record("sequence", part);
+    HRESULT SendXpsUnknown(IUnknown*) override { return Record("unknown"); }
+    HRESULT SendXpsDocument(IXpsDocument*) override { return Record("document"); }
+    HRESULT SendFixedDocumentSequence(IFixedDocumentSequence*) override {
+        return Record("sequence");
     }
-    HRESULT SendFixedDocument(IFixedDocument* part) override {
-        return Record("fixeddocument", part);
-    }
-    HRESULT SendFixedPage(IFixedPage* part) override { return Record("page", part); }
+    HRESULT SendFixedDocument(IFixedDocument*) override { return Record("fixeddocument"); }
+    HRESULT SendFixedPage(IFixedPage*) override { return Record("page"); }
     HRESULT CloseSender() override {
         ++closeCalls;
         return S_OK;
@@ -292,25 +280,18 @@ public:
     }
 
     std::vector<std::string> sent;
-    std::vector<CComPtr<IUnknown>> sentParts;
     std::vector<CComPtr<IUnknown>> newParts;
     std::vector<CComPtr<WriteStream>> newStreams;
     int newPartCalls = 0;
     int closeCalls = 0;
     bool refuseNewParts = false;
-    HRESULT sendResult = S_OK;
 
 private:
-    HRESULT Record(const char* kind, IUnknown* part) {
+    HRESULT Record(const char* kind) {
         sent.emplace_back(kind);
-        sentParts.emplace_back(part);
-        return sendResult;
+        return S_OK;
     }
 };
-
-}  // namespace fakes
-
-namespace fakes {
 
 // A sample per-user default ticket.
 inline constexpr char kDefaultTicket[] =
@@ -326,10 +307,7 @@ inline constexpr char kDefaultTicket[] =
 class TicketStreamFactory final : public platform::ComObject<IPrintReadStreamFactory> {
 public:
     explicit TicketStreamFactory(std::string xml) : m_xml(std::move(xml)) {}
-    HRESULT GetStream(IPrintReadStream** stream) override {
-        *stream = new ReadStream(m_xml);
-        return S_OK;
-    }
+    HRESULT GetStream(IPrintReadStream** s) override { return Give(s, new ReadStream(m_xml)); }
 
 private:
     std::string m_xml;
@@ -343,35 +321,30 @@ public:
         return S_OK;
     }
     HRESULT GetProperty(const wchar_t* name, VARIANT* value) override {
-        ++reads;
         auto found = m_values.find(name);
         if (found == m_values.end()) return E_INVALIDARG;
         return VariantCopy(value, &found->second);
     }
-    BOOL DeleteProperty(const wchar_t* name) override { return m_values.erase(name) ? TRUE : FALSE; }
-
-    // Fills the five keys a filter reads.
-    void FillJobProperties(const std::string& ticketXml = kDefaultTicket,
-                           HANDLE token = nullptr) {
-        CComPtr<IUnknown> factory;
-        factory.Attach(static_cast<IPrintReadStreamFactory*>(new TicketStreamFactory(ticketXml)));
-        CComVariant ticket(factory.p);
-        AddProperty(L"PerUserPrintTicket", &ticket);
-        CComVariant name(L"Test Printer");
-        AddProperty(L"PrinterName", &name);
-        CComVariant user;
-        user.vt = VT_BYREF;
-        user.byref = token;
-        AddProperty(L"UserSecurityToken", &user);
-        CComVariant job(42u);
-        AddProperty(L"PrintJobId", &job);
-        CComVariant handle;
-        handle.vt = VT_BYREF;
-        handle.byref = reinterpret_cast<void*>(0x1234);
-        AddProperty(L"PrinterHandle", &handle);
+    BOOL DeleteProperty(const wchar_t* name) override {
+        return m_values.erase(name) ? TRUE : FALSE;
     }
 
-    int reads = 0;
+    // Fills the five keys a filter reads.
+    void FillJobProperties(const std::string& ticketXml = kDefaultTicket, HANDLE token = nullptr) {
+        CComPtr<IUnknown> factory;
+        factory.Attach(static_cast<IPrintReadStreamFactory*>(new TicketStreamFactory(ticketXml)));
+        CComVariant user, handle;
+        user.vt = handle.vt = VT_BYREF;
+        user.byref = token;
+        handle.byref = reinterpret_cast<void*>(0x1234);
+        const std::pair<const wchar_t*, CComVariant> values[] = {
+            {L"PerUserPrintTicket", CComVariant(factory.p)},
+            {L"PrinterName", CComVariant(L"Test Printer")},
+            {L"UserSecurityToken", user},
+            {L"PrintJobId", CComVariant(42u)},
+            {L"PrinterHandle", handle}};
+        for (const auto& [name, value] : values) AddProperty(name, &value);
+    }
 
 private:
     std::map<std::wstring, CComVariant> m_values;
@@ -391,12 +364,11 @@ public:
     int finishedCalls = 0;
 };
 
-// Yields a scripted list of parts, then null; `onFetch` runs before each fetch.
+// Yields a scripted list of parts, then null, unless fetching is set to fail.
 class Provider final : public platform::ComObject<IXpsDocumentProvider> {
 public:
     HRESULT GetXpsPart(IUnknown** part) override {
         ++fetches;
-        if (onFetch) onFetch(fetches);
         if (FAILED(fetchResult)) return fetchResult;
         if (m_next >= parts.size()) {
             *part = nullptr;
@@ -405,7 +377,6 @@ public:
         return parts[m_next++].CopyTo(part);
     }
     std::vector<CComPtr<IUnknown>> parts;
-    std::function<void(int)> onFetch;
     HRESULT fetchResult = S_OK;
     int fetches = 0;
 
@@ -417,17 +388,13 @@ private:
 class Communicator final : public platform::ComObject<IInterFilterCommunicator> {
 public:
     HRESULT RequestReader(void** reader) override {
-        if (FAILED(readerResult)) return readerResult;
         return reader_.CopyTo(reinterpret_cast<IUnknown**>(reader));
     }
     HRESULT RequestWriter(void** writer) override {
-        if (FAILED(writerResult)) return writerResult;
         return writer_.CopyTo(reinterpret_cast<IUnknown**>(writer));
     }
     CComPtr<IUnknown> reader_;
     CComPtr<IUnknown> writer_;
-    HRESULT readerResult = S_OK;
-    HRESULT writerResult = S_OK;
 };
 
 }  // namespace fakes

@@ -8,33 +8,32 @@
 #include "platform/win32/kernel.h"
 #include "platform/win32/security.h"
 
+using fakes::Make;
+
 namespace {
 
-std::string Ticket(const std::string& features) {
-    return "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
-           "printschemaframework' xmlns:psk='http://schemas.microsoft.com/windows/2003/08/"
-           "printing/printschemakeywords' version='1'>" +
-           features + "</psf:PrintTicket>";
+// A ticket part with one feature and its option.
+CComPtr<fakes::TicketPart> TicketWith(const wchar_t* uri, const std::string& feature,
+                                      const std::string& option) {
+    return fakes::MakeTicket(
+        uri,
+        "<psf:PrintTicket xmlns:psf='http://schemas.microsoft.com/windows/2003/08/printing/"
+        "printschemaframework' xmlns:psk='http://schemas.microsoft.com/windows/2003/08/"
+        "printing/printschemakeywords' version='1'><psf:Feature name='psk:" +
+            feature + "'><psf:Option name='psk:" + option + "'/></psf:Feature></psf:PrintTicket>");
 }
 
-std::string Feature(const std::string& name, const std::string& option) {
-    return "<psf:Feature name='psk:" + name + "'><psf:Option name='psk:" + option +
-           "'/></psf:Feature>";
-}
-
-template <class T>
-CComPtr<T> Make() {
-    CComPtr<T> p;
-    p.Attach(new T());
-    return p;
+template <class Holder>
+CComPtr<Holder> With(CComPtr<fakes::TicketPart> ticket) {
+    auto holder = Make<Holder>();
+    holder->ticket = ticket;
+    return holder;
 }
 
 class ManagerTest : public ::testing::Test {
 protected:
     HRESULT Initialise(const std::string& defaultTicket = fakes::kDefaultTicket) {
-        CComPtr<fakes::ReadStream> stream;
-        stream.Attach(new fakes::ReadStream(defaultTicket));
-        return manager.Initialise(stream, printerName, nullptr);
+        return manager.Initialise(Make<fakes::ReadStream>(defaultTicket), printerName, nullptr);
     }
 
     // The option a scope's view reports for a feature, "" when absent.
@@ -43,13 +42,10 @@ protected:
         EXPECT_EQ(manager.GetTicket(scope, &view), S_OK);
         if (view == nullptr) return L"<no view>";
         CComBSTR name(feature);
-        BSTR option = nullptr;
-        BSTR prefix = nullptr;
+        CComBSTR option;
+        CComBSTR prefix;
         HRESULT hr = view->XpsFilterGetFeatureOption(name, &option, &prefix);
-        std::wstring seen = SUCCEEDED(hr) && option != nullptr ? option : L"";
-        SysFreeString(option);
-        SysFreeString(prefix);
-        return seen;
+        return SUCCEEDED(hr) && option ? option.m_str : L"";
     }
 
     PrintTicketManager manager;
@@ -58,22 +54,18 @@ protected:
 
 }  // namespace
 
-TEST_F(ManagerTest, NothingWorksBeforeInitialise) {
+TEST_F(ManagerTest, InitialiseChecksItsArgumentsAndAlwaysReverts) {
+    // Nothing works before.
     XpsFilterPrintTicket* view = nullptr;
     EXPECT_EQ(manager.GetTicket(kPTPageScope, &view), E_PENDING);
     EXPECT_EQ(manager.GetTicket(kPTPageScope, nullptr), E_POINTER);
     EXPECT_EQ(manager.InitializeWithPrintTicket(kPTJobScope, nullptr), E_PENDING);
     EXPECT_EQ(manager.GetPtrToDefaultPrintTicket(), nullptr);
     EXPECT_EQ(manager.GetUserToken(), INVALID_HANDLE_VALUE);
-}
 
-TEST_F(ManagerTest, InitialiseChecksItsArgumentsAndAlwaysReverts) {
+    auto stream = Make<fakes::ReadStream>(fakes::kDefaultTicket);
     EXPECT_EQ(manager.Initialise(nullptr, printerName, nullptr), E_POINTER);
-    CComPtr<fakes::ReadStream> stream;
-    stream.Attach(new fakes::ReadStream(fakes::kDefaultTicket));
-    CComBSTR empty(L"");
-    EXPECT_EQ(manager.Initialise(stream, empty, nullptr), E_INVALIDARG);
-
+    EXPECT_EQ(manager.Initialise(stream, CComBSTR(L""), nullptr), E_INVALIDARG);
     // A handle that is not a token cannot be impersonated.
     HANDLE bogus = reinterpret_cast<HANDLE>(0x5151);
     EXPECT_EQ(manager.Initialise(stream, printerName, bogus),
@@ -87,85 +79,50 @@ TEST_F(ManagerTest, InitialiseChecksItsArgumentsAndAlwaysReverts) {
     EXPECT_FALSE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &current));
     EXPECT_EQ(GetLastError(), ERROR_NO_TOKEN);  // reverted
     CloseHandle(token);
+    EXPECT_EQ(manager.InitializeWithPrintTicket(kPTJobScope, nullptr), S_OK);
+    EXPECT_TRUE(manager.GetPrinterName() == CXString(L"Test Printer"));
 
-    CComPtr<fakes::ReadStream> garbage;
-    garbage.Attach(new fakes::ReadStream("not xml at all"));
-    EXPECT_EQ(manager.Initialise(garbage, printerName, nullptr), E_FAIL);
+    EXPECT_EQ(Initialise("not xml at all"), E_FAIL);
     EXPECT_EQ(manager.GetPtrToDefaultPrintTicket(), nullptr);
 }
 
-TEST_F(ManagerTest, ScopesWithoutTicketsInheritTopDown) {
+TEST_F(ManagerTest, ScopesInheritTopDownAndAPageTicketLastsOnePage) {
     ASSERT_EQ(Initialise(), S_OK);
-    EXPECT_TRUE(manager.GetPrinterName() == CXString(L"Test Printer"));
-
-    auto sequence = Make<fakes::Sequence>();
-    sequence->ticket =
-        fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket(Feature("JobCopiesAllDocuments", "Two")));
-    ASSERT_EQ(manager.InitializeWithPrintTicket(sequence), S_OK);
-    auto document = Make<fakes::Document>();  // no ticket of its own
-    ASSERT_EQ(manager.InitializeWithPrintTicket(document), S_OK);
-    auto page = Make<fakes::Page>();
-    ASSERT_EQ(manager.InitializeWithPrintTicket(page), S_OK);
-
-    // The page sees the job's own ticket, which replaced the default's feature.
+    ASSERT_EQ(manager.InitializeWithPrintTicket(With<fakes::Sequence>(
+                  TicketWith(L"/Metadata/Job_PT.xml", "JobCopiesAllDocuments", "Two"))),
+              S_OK);
+    ASSERT_EQ(manager.InitializeWithPrintTicket(Make<fakes::Document>()), S_OK);  // no ticket
+    ASSERT_EQ(manager.InitializeWithPrintTicket(Make<fakes::Page>()), S_OK);
+    // The page sees the job's own ticket, which replaced the default's feature; the job ticket
+    // lacks orientation: the view goes on to the default ticket.
     EXPECT_EQ(OptionSeen(kPTPageScope, L"JobCopiesAllDocuments"), L"Two");
     EXPECT_EQ(OptionSeen(kPTDocumentScope, L"JobCopiesAllDocuments"), L"Two");
-    // The job ticket lacks orientation: the view goes on to the default ticket.
     EXPECT_EQ(OptionSeen(kPTJobScope, L"PageOrientation"), L"Portrait");
-
     // Without merging there is no merged ticket to hand to the view.
     XpsFilterPrintTicket* view = nullptr;
     ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
     EXPECT_EQ(view->GetMergedTicket(), nullptr);
-}
 
-TEST_F(ManagerTest, APageTicketLastsUntilTheNextPage) {
-    ASSERT_EQ(Initialise(), S_OK);
-    ASSERT_EQ(manager.InitializeWithPrintTicket(kPTJobScope, nullptr), S_OK);
-    ASSERT_EQ(manager.InitializeWithPrintTicket(kPTDocumentScope, nullptr), S_OK);
-
-    auto landscape = Make<fakes::Page>();
-    landscape->ticket = fakes::MakeTicket(L"/Documents/1/Metadata/Page1_PT.xml",
-                                          Ticket(Feature("PageOrientation", "Landscape")));
-    ASSERT_EQ(manager.InitializeWithPrintTicket(landscape), S_OK);
-    EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Landscape");
-
-    auto plain = Make<fakes::Page>();
-    ASSERT_EQ(manager.InitializeWithPrintTicket(plain), S_OK);
-    EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Portrait");
-}
-
-TEST_F(ManagerTest, PagesSharingATicketPartReadItOnce) {
-    ASSERT_EQ(Initialise(), S_OK);
-    auto shared = fakes::MakeTicket(L"/Documents/1/Metadata/Page_PT.xml",
-                                    Ticket(Feature("PageOrientation", "Landscape")));
-    auto page = [&](CComPtr<fakes::TicketPart> ticket) {
-        auto made = Make<fakes::Page>();
-        made->ticket = ticket;
-        return made;
-    };
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(manager.InitializeWithPrintTicket(page(shared)), S_OK);
-        EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Landscape") << "page " << i;
-    }
-    EXPECT_EQ(shared->streamsOpened, 1);
-    // Another part object, even with the same name and content, is read; so is the shared one
-    // after a page without a ticket emptied the slot.
+    // Pages sharing a ticket part read it once; another part object, even with the same name
+    // and content, is read; so is the shared one after a page without a ticket emptied the slot.
+    auto shared = TicketWith(L"/Documents/1/Metadata/Page_PT.xml", "PageOrientation", "Landscape");
     auto twin = fakes::MakeTicket(shared->uri, shared->content);
-    ASSERT_EQ(manager.InitializeWithPrintTicket(page(twin)), S_OK);
-    ASSERT_EQ(manager.InitializeWithPrintTicket(Make<fakes::Page>()), S_OK);
-    EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Portrait");
-    ASSERT_EQ(manager.InitializeWithPrintTicket(page(shared)), S_OK);
-    EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), L"Landscape");
+    const struct {
+        CComPtr<fakes::TicketPart> ticket;
+        const wchar_t* orientation;
+    } pages[] = {{shared, L"Landscape"}, {shared, L"Landscape"}, {shared, L"Landscape"},
+                 {twin, L"Landscape"},   {nullptr, L"Portrait"}, {shared, L"Landscape"}};
+    for (const auto& page : pages) {
+        ASSERT_EQ(manager.InitializeWithPrintTicket(With<fakes::Page>(page.ticket)), S_OK);
+        EXPECT_EQ(OptionSeen(kPTPageScope, L"PageOrientation"), page.orientation);
+    }
     EXPECT_EQ(twin->streamsOpened, 1);
     EXPECT_EQ(shared->streamsOpened, 2);
-}
 
-TEST_F(ManagerTest, BrokenPartTicketsAndFailingPartsAreReported) {
-    ASSERT_EQ(Initialise(), S_OK);
-    auto page = Make<fakes::Page>();
-    page->ticket = fakes::MakeTicket(L"/bad.xml", "<psf:PrintTicket");
-    EXPECT_EQ(manager.InitializeWithPrintTicket(page), E_FAIL);
+    // Broken part tickets and null parts are reported.
+    EXPECT_EQ(manager.InitializeWithPrintTicket(
+                  With<fakes::Page>(fakes::MakeTicket(L"/bad.xml", "<psf:PrintTicket"))),
+              E_FAIL);
     EXPECT_EQ(manager.InitializeWithPrintTicket(static_cast<const IFixedPage*>(nullptr)),
               E_POINTER);
 }
@@ -173,23 +130,21 @@ TEST_F(ManagerTest, BrokenPartTicketsAndFailingPartsAreReported) {
 TEST_F(ManagerTest, MergingComputesMergedTicketsPerScope) {
     manager.m_mergeEnabled = true;
     ASSERT_EQ(Initialise(), S_OK);
-    auto sequence = Make<fakes::Sequence>();
-    sequence->ticket =
-        fakes::MakeTicket(L"/Metadata/Job_PT.xml", Ticket(Feature("JobCopiesAllDocuments", "Two")));
-    ASSERT_EQ(manager.InitializeWithPrintTicket(sequence), S_OK);
+    ASSERT_EQ(manager.InitializeWithPrintTicket(With<fakes::Sequence>(
+                  TicketWith(L"/Metadata/Job_PT.xml", "JobCopiesAllDocuments", "Two"))),
+              S_OK);
     ASSERT_EQ(manager.InitializeWithPrintTicket(kPTDocumentScope, nullptr), S_OK);
     XpsFilterPrintTicket* view = nullptr;
     ASSERT_EQ(manager.GetTicket(kPTPageScope, &view), S_OK);
-    ASSERT_NE(view, nullptr);
     // The page's merged ticket is the default with the job's delta applied, handed down.
     PrintTicketXmlDocument* merged = view->GetMergedTicket();
     ASSERT_NE(merged, nullptr);
     CComBSTR copies;
     ASSERT_EQ(merged->GetFeatureOption(CComBSTR(L"JobCopiesAllDocuments"), &copies, nullptr), S_OK);
-    EXPECT_TRUE(copies == L"Two");
+    EXPECT_STREQ(copies, L"Two");
     CComBSTR orientation;
     ASSERT_EQ(merged->GetFeatureOption(CComBSTR(L"PageOrientation"), &orientation, nullptr), S_OK);
-    EXPECT_TRUE(orientation == L"Portrait");
+    EXPECT_STREQ(orientation, L"Portrait");
     EXPECT_EQ(manager.GetTicket(static_cast<EPrintTicketScope>(7), &view), E_FAIL);
 }
 
@@ -204,7 +159,6 @@ TEST_F(ManagerTest, TheUpdatedTicketMapKeepsTheFirstTicketPerUri) {
     EXPECT_EQ(found, static_cast<IPartPrintTicket*>(first.p));
 
     CXString missing(L"/nowhere.xml");
-    found = first;
     EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(missing, &found), S_FALSE);
     EXPECT_EQ(found, nullptr);
     EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(missing, nullptr), E_POINTER);
@@ -217,13 +171,11 @@ TEST_F(ManagerTest, TheUpdatedTicketMapKeepsTheFirstTicketPerUri) {
     EXPECT_EQ(manager.GetUpdatedPrintTicketFromMap(empty, &found), S_OK);  // kept under ""
 }
 
-TEST(PrintReadStreamToIStream, StatSeeksOnceAndNamesTheStream) {
-    CComPtr<fakes::ReadStream> source;
-    source.Attach(new fakes::ReadStream("0123456789"));
+TEST(PrintReadStreamAdapters, StatSeeksOnceReadOnlyAndOnlyTheirInterfaces) {
+    auto source = Make<fakes::ReadStream>("0123456789");
     CComPtr<IStream> stream;
     stream.Attach(new CPrintReadStreamToIStream(source));
-
-    char buffer[4] = {};
+    char buffer[8] = {};
     ULONG read = 0;
     ASSERT_EQ(stream->Read(buffer, 3, &read), S_OK);
     const int seeksBefore = source->seekCalls;
@@ -234,45 +186,31 @@ TEST(PrintReadStreamToIStream, StatSeeksOnceAndNamesTheStream) {
     EXPECT_EQ(stat.grfMode, STGM_SHARE_DENY_WRITE);
     EXPECT_EQ(stat.grfLocksSupported, static_cast<DWORD>(LOCK_WRITE));
     CoTaskMemFree(stat.pwcsName);
-    const int seeksForStat = source->seekCalls - seeksBefore;
-    EXPECT_EQ(seeksForStat, 3);  // where, end, back
+    EXPECT_EQ(source->seekCalls - seeksBefore, 3);  // where, end, back
     ASSERT_EQ(stream->Stat(&stat, STATFLAG_NONAME), S_OK);
     EXPECT_EQ(stat.pwcsName, nullptr);
-    EXPECT_EQ(source->seekCalls - seeksBefore, seeksForStat);  // cached
+    EXPECT_EQ(source->seekCalls - seeksBefore, 3);  // cached
     ASSERT_EQ(stream->Read(buffer, 3, &read), S_OK);
     EXPECT_EQ(std::string(buffer, 3), "345");  // the position survived Stat
-}
-
-TEST(PrintReadStreamToIStream, IsReadOnly) {
-    CComPtr<fakes::ReadStream> source;
-    source.Attach(new fakes::ReadStream("abc"));
-    CComPtr<IStream> stream;
-    stream.Attach(new CPrintReadStreamToIStream(source));
-    ULONG count = 0;
-    EXPECT_EQ(stream->Read(nullptr, 1, &count), E_POINTER);
-    EXPECT_EQ(stream->Read(&count, 1, nullptr), E_POINTER);
-    EXPECT_EQ(stream->Write("x", 1, &count), E_NOTIMPL);
+    // Read-only.
+    EXPECT_EQ(stream->Read(nullptr, 1, &read), E_POINTER);
+    EXPECT_EQ(stream->Read(buffer, 1, nullptr), E_POINTER);
+    EXPECT_EQ(stream->Write("x", 1, &read), E_NOTIMPL);
     EXPECT_EQ(stream->Commit(0), E_NOTIMPL);
     IStream* clone = nullptr;
     EXPECT_EQ(stream->Clone(&clone), E_NOTIMPL);
     EXPECT_EQ(stream->Stat(nullptr, 0), E_POINTER);
     EXPECT_THROW(CPrintReadStreamToIStream(nullptr), ZorunComException);
-}
 
-TEST(PrintReadSequentialStream, ReadsAndAnswersOnlyItsInterfaces) {
-    CComPtr<fakes::ReadStream> source;
-    source.Attach(new fakes::ReadStream("xyz"));
-    CComPtr<ISequentialStream> stream;
-    stream.Attach(CreatePrintReadSequentialStream(source));
-    ASSERT_NE(stream, nullptr);
-    char buffer[8] = {};
-    ULONG read = 0;
-    EXPECT_EQ(stream->Read(buffer, 8, &read), S_OK);
+    CComPtr<ISequentialStream> sequential;
+    sequential.Attach(CreatePrintReadSequentialStream(Make<fakes::ReadStream>("xyz")));
+    ASSERT_NE(sequential, nullptr);
+    EXPECT_EQ(sequential->Read(buffer, 8, &read), S_OK);
     EXPECT_EQ(read, 3u);
-    EXPECT_EQ(stream->Write("a", 1, &read), E_NOTIMPL);
+    EXPECT_EQ(sequential->Write("a", 1, &read), E_NOTIMPL);
     CComPtr<IStream> notAStream;
-    EXPECT_EQ(stream->QueryInterface(IID_IStream, reinterpret_cast<void**>(&notAStream)),
+    EXPECT_EQ(sequential->QueryInterface(IID_IStream, reinterpret_cast<void**>(&notAStream)),
               E_NOINTERFACE);
-    EXPECT_EQ(stream->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(sequential->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
     EXPECT_EQ(CreatePrintReadSequentialStream(nullptr), nullptr);
 }
