@@ -14,6 +14,7 @@
 #include "platform/win32/debugoutput.h"
 #include "support/utilities/debugmessages.h"
 #include "testsupport/scopedenvironment.h"
+#include "testsupport/scratch.h"
 
 namespace loadertest {
 
@@ -23,12 +24,7 @@ using testsupport::ScopedEnvironment;
 
 // A directory of its own for the current test.
 inline fs::path MakeScratchDirectory(const std::string& tag) {
-    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-    fs::path root = fs::temp_directory_path() /
-                    ("fu-loader-" + std::to_string(getpid()) + "-" + tag + "-" + test->name());
-    fs::remove_all(root);
-    fs::create_directories(root);
-    return root;
+    return testsupport::ScratchDirectory("loader-" + tag);
 }
 
 // A copy of the probe library at `path` (folders created as needed).

@@ -13,6 +13,7 @@
 #include "utilitiesstaticlib/corelibrary.h"
 #include "utilitiesstaticlib/dlldelayloader.h"
 #include "utilitiesstaticlib/pagesizedictionary.h"
+#include "testsupport/scratch.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ using namespace loadertest;
 class CoreLibraryEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
-        m_directory = fs::temp_directory_path() / ("fu-core-" + std::to_string(getpid()));
+        m_directory = testsupport::ScratchDirectory("core");
         fs::create_directories(m_directory / "3");
         fs::remove(m_directory / "3" / ZORUNCORE_LIBRARY_FILE_NAME);
         fs::create_symlink(FU_ZORUNCORE_FILE, m_directory / "3" / ZORUNCORE_LIBRARY_FILE_NAME);
@@ -169,8 +170,6 @@ TEST(PageSizeDictionaryDeathTest, NoCoreLibraryAnywhereRaisesTheLoadFailure) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");  // a fresh process: nothing bound yet
     EXPECT_EXIT(
         {
-            // This process's own copy of the program-wide driver directory goes first.
-            fs::remove_all(fs::temp_directory_path() / ("fu-core-" + std::to_string(getpid())));
             setenv("FU_PRINTER_DRIVER_DIRECTORY", "/nonexistent/fu-drivers", 1);
             int code = 1;
             try {

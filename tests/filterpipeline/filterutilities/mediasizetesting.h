@@ -15,6 +15,7 @@
 #include "platform/win32/printers.h"
 #include "platform/win32/security.h"
 #include "testsupport/scopedenvironment.h"
+#include "testsupport/scratch.h"
 
 namespace mediasizetesting {
 
@@ -31,11 +32,7 @@ using testsupport::ScopedEnvironment;
 class ScratchDirectory {
 public:
     explicit ScratchDirectory(const std::string& tag) {
-        const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
-        m_path = fs::path(FU_BINARY_DIR) / "testscratch" /
-                 (tag + "-" + std::to_string(getpid()) + "-" + test->name());
-        fs::remove_all(m_path);
-        fs::create_directories(m_path);
+        m_path = testsupport::ScratchDirectory(tag);
     }
     ~ScratchDirectory() {
         std::error_code ignored;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "msxml_test_support.h"
+#include "testsupport/scratch.h"
 
 using namespace msxmltest;
 namespace fs = std::filesystem;
@@ -101,8 +102,7 @@ TEST(DomOutput, AnotherDocumentLoadsFromTheStream) {
 TEST(DomOutput, SaveWritesUtf8ToFilesStreamsAndDocuments) {
     auto doc = Parsed(L"<?xml version=\"1.0\"?><a>\u00E9</a>");
     std::string expected = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a>\xC3\xA9</a>\r\n";
-    fs::path file =
-        fs::temp_directory_path() / ("msxml_dom_save_" + std::to_string(getpid()) + ".xml");
+    fs::path file = testsupport::ScratchDirectory("dom-save") / "saved.xml";
     ASSERT_EQ(doc->save(CComVariant(CComBSTR(file.c_str()))), S_OK);
     EXPECT_EQ(ReadFile(file.string()), expected);
     fs::remove(file);

@@ -323,6 +323,7 @@ TEST(DomTree, ElementAttributeOperations) {
     CComPtr<IXMLDOMAttribute> previous;
     ASSERT_EQ(r->setAttributeNode(replacement, &previous), S_OK);
     ASSERT_NE(previous, nullptr);
+    value.Clear();  // an out parameter is overwritten, not freed
     EXPECT_EQ(previous->get_value(&value), S_OK);
     EXPECT_EQ(VarText(value), L"3.5");
     EXPECT_EQ(Xml(r.p), L"<r a=\"new\"/>");

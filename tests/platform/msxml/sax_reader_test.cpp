@@ -15,6 +15,7 @@
 
 #include "msxml_test_support.h"
 #include "platform/com/unicode.h"
+#include "testsupport/scratch.h"
 
 using namespace msxmltest;
 
@@ -242,8 +243,7 @@ TEST(SaxReader, EveryInputKindIsAccepted) {
     }
     {
         SaxRun run;
-        std::filesystem::path file = std::filesystem::temp_directory_path() /
-                                     ("msxml_sax_input_" + std::to_string(getpid()) + ".xml");
+        std::filesystem::path file = testsupport::ScratchDirectory("sax") / "input.xml";
         std::ofstream(file, std::ios::binary) << bytes;
         CComBSTR url(file.c_str());
         ASSERT_EQ(run.reader->parseURL(url), S_OK);

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "platform/win32/debugoutput.h"
+#include "testsupport/scratch.h"
 
 TEST(DebugOutput, CaptureNestsAndKeepsEachMessageWhole) {
     platform::DebugOutputCapture capture;
@@ -36,7 +37,7 @@ TEST(DebugOutput, CaptureNestsAndKeepsEachMessageWhole) {
 }
 
 TEST(DebugOutput, SinkDescriptions) {
-    std::string path = std::string(FU_BINARY_DIR) + "/debugoutput_test_sink.txt";
+    std::string path = (testsupport::ScratchDirectory("debug-output") / "sink.txt").string();
     std::remove(path.c_str());
     auto previous = platform::SetDebugOutputSink(platform::MakeDebugOutputSink("file:" + path));
     OutputDebugStringA("one");

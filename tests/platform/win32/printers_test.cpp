@@ -15,6 +15,7 @@
 #include "platform/win32/kernel.h"
 #include "platform/win32/printers.h"
 #include "testsupport/scopedenvironment.h"
+#include "testsupport/scratch.h"
 
 namespace {
 
@@ -26,11 +27,7 @@ using testsupport::ScopedEnvironment;
 class PrintersTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_root = fs::temp_directory_path() /
-                 ("fu-printers-" + std::to_string(getpid()) + "-" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_root);
-        fs::create_directories(m_root);
+        m_root = testsupport::ScratchDirectory("printers");
         m_registry.emplace("FU_PRINTER_REGISTRY", m_root.string());
         m_driverDirectory.emplace("FU_PRINTER_DRIVER_DIRECTORY", std::nullopt);
     }

@@ -13,6 +13,7 @@
 
 #include "platform/com/unicode.h"
 #include "platform/win32/profile.h"
+#include "testsupport/scratch.h"
 
 namespace {
 
@@ -21,11 +22,7 @@ namespace fs = std::filesystem;
 class ProfileCache : public ::testing::Test {
 protected:
     void SetUp() override {
-        // One directory per test: ctest runs tests in parallel processes.
-        m_directory = fs::path(FU_BINARY_DIR) / "profile_cache_test" /
-                      ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        fs::remove_all(m_directory);
-        fs::create_directories(m_directory);
+        m_directory = testsupport::ScratchDirectory("profile-cache");
     }
     void TearDown() override { fs::remove_all(m_directory); }
 

@@ -10,9 +10,10 @@
 #include "platform/win32/kernel.h"
 #include "platform/win32/profile.h"
 #include "platform/win32/winspool.h"
+#include "testsupport/scratch.h"
 
 TEST(GetPrivateProfileInt, ValuesAndDefaults) {
-    std::filesystem::path path = std::filesystem::path(FU_BINARY_DIR) / "profile_int_test.ini";
+    std::filesystem::path path = testsupport::ScratchDirectory("profile-int") / "values.ini";
     std::ofstream(path) << "[s]\nn=42\nneg=-5\ntext=abc\nlead=7px\n";
     std::wstring file = platform::Utf8ToWide(path.string());
     EXPECT_EQ(GetPrivateProfileIntW(L"s", L"n", 9, file.c_str()), 42u);
@@ -28,9 +29,7 @@ TEST(GetPrivateProfileInt, ValuesAndDefaults) {
 class Spooler : public ::testing::Test {
 protected:
     void SetUp() override {
-        // One directory per test: ctest runs tests in parallel processes.
-        m_registry = std::filesystem::path(FU_BINARY_DIR) / "spooler_registry_test" /
-                     ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        m_registry = testsupport::ScratchDirectory("spooler-registry");
         std::filesystem::create_directories(m_registry / "P1");
         std::ofstream(m_registry / "P1" / "printer.ini") << "[Printer]\nDriverName=Driver One\n";
         std::ofstream(m_registry / "NotADirectory") << "x";

@@ -8,9 +8,10 @@
 #include "platform/com/unicode.h"
 #include "platform/win32/kernel.h"
 #include "platform/win32/shlwapi.h"
+#include "testsupport/scratch.h"
 
 TEST(PathFileExists, FilesDirectoriesAndNativePaths) {
-    std::filesystem::path dir = std::filesystem::path(FU_BINARY_DIR) / "shlwapi_test" / "sub";
+    std::filesystem::path dir = testsupport::ScratchDirectory("shlwapi") / "sub";
     std::filesystem::create_directories(dir);
     std::ofstream(dir / "f\xC3\xA9.ini") << "x";
     std::wstring wideDir = platform::Utf8ToWide(dir.string());

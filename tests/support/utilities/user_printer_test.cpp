@@ -15,6 +15,7 @@
 #include "support/utilities/setthreadtokenwrapper.h"
 #include "support/utilities/user.h"
 #include "testsupport/scopedenvironment.h"
+#include "testsupport/scratch.h"
 
 using testsupport::ScopedEnvironment;
 
@@ -54,8 +55,7 @@ TEST(User, ConfigurationDirectoryFromXdgHomeOrPasswd) {
 }
 
 TEST(PrinterRegistry, DriverNamesOfKnownPrintersOnly) {
-    // One directory per test program: ctest runs tests in parallel processes.
-    std::filesystem::path registry = std::filesystem::path(FU_BINARY_DIR) / "printer_registry_test";
+    std::filesystem::path registry = testsupport::ScratchDirectory("printer-registry");
     std::filesystem::create_directories(registry / "Office Printer");
     std::ofstream(registry / "Office Printer" / "printer.ini")
         << "\xEF\xBB\xBF[Printer]\r\nDriverName=Zorun Universal XPS \xC3\xA9\r\n";

@@ -8,15 +8,14 @@
 
 #include "platform/com/unicode.h"
 #include "support/utilities/utf8ini.h"
+#include "testsupport/scratch.h"
 
 namespace {
 
 class Utf8IniTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        m_dir = std::filesystem::path(FU_BINARY_DIR) / "utf8ini_test" /
-                ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        std::filesystem::create_directories(m_dir);
+        m_dir = testsupport::ScratchDirectory("utf8ini");
     }
     void TearDown() override { std::filesystem::remove_all(m_dir); }
 
