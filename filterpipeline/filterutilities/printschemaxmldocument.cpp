@@ -198,10 +198,8 @@ void PrintSchemaXmlDocument::FindDeclarations(PrefixLookup* lookups, std::size_t
             try {
                 for (std::size_t i = 0; i < count; ++i) {
                     PrefixLookup& lookup = lookups[i];
-                    if (!lookup.found && value == lookup.uri) {
-                        lookup.name.assign(name);
-                        lookup.found = true;
-                    }
+                    // An attribute's name is never empty, so an empty one is "not yet found".
+                    if (lookup.name.empty() && value == lookup.uri) lookup.name.assign(name);
                 }
             } catch (const std::bad_alloc&) {
                 return E_OUTOFMEMORY;
@@ -259,7 +257,7 @@ HRESULT PrintSchemaXmlDocument::GetPrefixFromURI(const wchar_t* uri, BSTR* prefi
 HRESULT PrintSchemaXmlDocument::PrefixFromLookup(const PrefixLookup& lookup, BSTR* prefix) {
     static constexpr wchar_t kMethod[] = L"PrintSchemaXmlDocument::GetPrefixFromURI";
     if (prefix == nullptr) THROW_COM(E_POINTER, kMethod, "");
-    if (!lookup.found) return S_FALSE;
+    if (lookup.name.empty()) return S_FALSE;
 
     // Only "xmlns:p" is accepted: a default-namespace declaration ("xmlns") has no prefix.
     constexpr std::string_view kXmlns = "xmlns:";
@@ -271,14 +269,16 @@ HRESULT PrintSchemaXmlDocument::PrefixFromLookup(const PrefixLookup& lookup, BST
     const std::string_view chars = name.substr(kXmlns.size());
     const bool ascii = std::all_of(chars.begin(), chars.end(),
                                    [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    const std::wstring wide = ascii ? std::wstring() : platform::Utf8ToWide(chars);
-    const std::size_t length = ascii ? chars.size() : wide.size();
-    BSTR made = ::SysAllocStringLen(nullptr, static_cast<UINT>(length + 1));
-    if (made == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
-    for (std::size_t i = 0; i < length; ++i) {
-        made[i] = ascii ? static_cast<wchar_t>(chars[i]) : wide[i];
+    BSTR made = nullptr;
+    if (ascii) {
+        made = ::SysAllocStringLen(nullptr, static_cast<UINT>(chars.size() + 1));
+        if (made != nullptr) std::copy(chars.begin(), chars.end(), made);
+    } else {
+        const std::wstring wide = platform::Utf8ToWide(chars);
+        made = ::SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size() + 1));
     }
-    made[length] = L':';
+    if (made == nullptr) THROW_COM(E_OUTOFMEMORY, kMethod, "");
+    made[::SysStringLen(made) - 1] = L':';
     ::SysFreeString(*prefix);
     *prefix = made;
     return S_OK;

@@ -187,8 +187,7 @@ private:
     // whose value it is, when there is one.
     struct PrefixLookup {
         std::string_view uri;  // UTF-8
-        std::string name;      // the declaring attribute's name, "xmlns:p"
-        bool found = false;
+        std::string name;      // the declaring attribute's name ("xmlns:p"); empty: none found
     };
     // Fills each lookup in one pass over the root's attributes (namespace declarations
     // included), in the order the attribute map lists them.
